@@ -1,0 +1,49 @@
+# The firmware's libraries that libtq is built on, as targets tq::<name>.
+#
+#   TQ_DEPS=system   the real ones, found by header and library as an OpenWrt build gives them
+#   TQ_DEPS=host     the workstation's, from host/
+#   TQ_DEPS=auto     the real ones where all of them are found, else host/
+
+set(TQ_DEPS "auto" CACHE STRING "Where libuci and its companions come from: auto, system or host")
+set_property(CACHE TQ_DEPS PROPERTY STRINGS auto system host)
+
+function(tq_find_dependency name header library)
+    find_path(TQ_${name}_INCLUDE_DIR ${header})
+    find_library(TQ_${name}_LIBRARY ${library})
+    mark_as_advanced(TQ_${name}_INCLUDE_DIR TQ_${name}_LIBRARY)
+    if(TQ_${name}_INCLUDE_DIR AND TQ_${name}_LIBRARY)
+        add_library(tq_system_${name} INTERFACE)
+        target_include_directories(tq_system_${name} SYSTEM INTERFACE ${TQ_${name}_INCLUDE_DIR})
+        target_link_libraries(tq_system_${name} INTERFACE ${TQ_${name}_LIBRARY})
+        set(TQ_${name}_FOUND TRUE PARENT_SCOPE)
+    endif()
+endfunction()
+
+set(TQ_DEPENDENCIES uci)
+set(TQ_USE_SYSTEM FALSE)
+if(NOT TQ_DEPS STREQUAL "host")
+    set(TQ_USE_SYSTEM TRUE)
+    tq_find_dependency(uci uci.h uci)
+    foreach(name IN LISTS TQ_DEPENDENCIES)
+        if(NOT TQ_${name}_FOUND)
+            if(TQ_DEPS STREQUAL "system")
+                message(FATAL_ERROR "TQ_DEPS=system, but ${name} was not found: "
+                    "set TQ_${name}_INCLUDE_DIR and TQ_${name}_LIBRARY, or CMAKE_PREFIX_PATH")
+            endif()
+            set(TQ_USE_SYSTEM FALSE)
+        endif()
+    endforeach()
+endif()
+
+foreach(name IN LISTS TQ_DEPENDENCIES)
+    if(TQ_USE_SYSTEM)
+        add_library(tq::${name} ALIAS tq_system_${name})
+    else()
+        add_subdirectory(host/${name})
+    endif()
+endforeach()
+if(TQ_USE_SYSTEM)
+    message(STATUS "Dependencies: system")
+else()
+    message(STATUS "Dependencies: host/")
+endif()

@@ -1,0 +1,14 @@
+# Debian's cross compiler for 32-bit little-endian MIPS; what it builds runs under qemu-user, with the shared objects of
+# Debian's mipsel packages. The cross compiler's own copies of those are left alone: mixing two C libraries of different
+# builds crashes at the first fork.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR mipsel)
+set(CMAKE_C_COMPILER mipsel-linux-gnu-gcc)
+set(CMAKE_CXX_COMPILER mipsel-linux-gnu-g++)
+set(CMAKE_LIBRARY_ARCHITECTURE mipsel-linux-gnu)
+set(CMAKE_FIND_ROOT_PATH /usr/mipsel-linux-gnu)
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+# The device's kernel has pages of 4 KiB; the linker's default of 64 KiB would only pad the file.
+set(CMAKE_EXE_LINKER_FLAGS_INIT -Wl,-z,max-page-size=4096)
+set(CMAKE_SHARED_LINKER_FLAGS_INIT -Wl,-z,max-page-size=4096)
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-mipsel-static)

@@ -1,0 +1,9 @@
+/* tq.h - all of libtq's public headers. */
+#ifndef TQ_TQ_H
+#define TQ_TQ_H
+
+#include <tq/command.h>
+#include <tq/types.h>
+#include <tq/uci_path.h>
+
+#endif /* TQ_TQ_H */

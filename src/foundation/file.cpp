@@ -1,0 +1,57 @@
+#include "foundation/file.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace tq {
+
+ssize_t read_some(int fd, void* buffer, size_t size) {
+    ssize_t got = 0;
+    do {
+        got = read(fd, buffer, size);
+    } while (got < 0 && errno == EINTR);
+    return got;
+}
+
+// Moves what is left to the front and reads behind it; false at the end of the input.
+bool LineReader::refill() {
+    memmove(buffer_, &buffer_[begin_], end_ - begin_);
+    end_ -= begin_;
+    begin_ = 0;
+    const ssize_t got = read_some(fd_, &buffer_[end_], sizeof(buffer_) - 1 - end_);
+    if (got <= 0) return false;
+    end_ += static_cast<size_t>(got);
+    return true;
+}
+
+// Takes back the terminator behind the piece that was handed out.
+void LineReader::step_over_piece() {
+    if (piece_ == 0) return;
+    begin_ += piece_;
+    buffer_[begin_] = after_piece_;
+    piece_ = 0;
+}
+
+// The length of the next piece, or 0 where more has to be read first.
+size_t LineReader::complete_piece() const {
+    const size_t limit = std::min(end_ - begin_, kPiece);
+    const char* first = &buffer_[begin_];
+    const void* feed = memchr(first, '\n', limit);
+    if (feed) return static_cast<size_t>(static_cast<const char*>(feed) - first) + 1;
+    return limit == kPiece ? kPiece : 0;
+}
+
+const char* LineReader::next() {
+    step_over_piece();
+    do {
+        piece_ = complete_piece();
+    } while (piece_ == 0 && refill());
+    if (piece_ == 0) piece_ = end_ - begin_;
+    if (piece_ == 0) return nullptr;
+    after_piece_ = buffer_[begin_ + piece_];
+    buffer_[begin_ + piece_] = '\0';
+    return &buffer_[begin_];
+}
+
+}  // namespace tq

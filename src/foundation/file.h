@@ -1,0 +1,87 @@
+// file.h - owners of descriptors, streams and heap text, and the reader of small text files.
+#pragma once
+
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+
+namespace tq {
+
+class UniqueFd {
+  public:
+    explicit UniqueFd(int fd) : fd_(fd) {}
+    ~UniqueFd() {
+        if (fd_ >= 0) close(fd_);
+    }
+    UniqueFd(const UniqueFd&) = delete;
+    UniqueFd& operator=(const UniqueFd&) = delete;
+
+    [[nodiscard]] int get() const { return fd_; }
+    explicit operator bool() const { return fd_ >= 0; }
+
+  private:
+    int fd_;
+};
+
+// The reading end of a command's output. Closing it waits for the command; its status is dropped.
+class Pipe {
+  public:
+    explicit Pipe(const char* command) : stream_(popen(command, "re")) {}
+    ~Pipe() {
+        if (stream_) pclose(stream_);
+    }
+    Pipe(const Pipe&) = delete;
+    Pipe& operator=(const Pipe&) = delete;
+
+    [[nodiscard]] int fd() const { return fileno(stream_); }
+    explicit operator bool() const { return stream_ != nullptr; }
+
+  private:
+    FILE* stream_;
+};
+
+// Text that came from malloc, strdup and their like.
+class HeapText {
+  public:
+    explicit HeapText(char* text) : text_(text) {}
+    ~HeapText() { free(text_); }
+    HeapText(const HeapText&) = delete;
+    HeapText& operator=(const HeapText&) = delete;
+
+    [[nodiscard]] char* get() const { return text_; }
+    explicit operator bool() const { return text_ != nullptr; }
+
+  private:
+    char* text_;
+};
+
+// Like read(2), but not interrupted by signals.
+ssize_t read_some(int fd, void* buffer, size_t size);
+
+// Hands out the lines of a descriptor as fgets into 1024 bytes does: with their line feed, a longer
+// line in pieces of 1023 bytes. The descriptor is lent; no byte is copied.
+class LineReader {
+  public:
+    explicit LineReader(int fd) : fd_(fd) {}
+
+    // The next piece, valid until the next call; null at the end or when the read fails.
+    const char* next();
+
+  private:
+    static constexpr size_t kPiece = 1023;
+
+    void step_over_piece();
+    [[nodiscard]] size_t complete_piece() const;
+    bool refill();
+
+    int fd_;
+    size_t begin_ = 0;
+    size_t end_ = 0;
+    size_t piece_ = 0;
+    char after_piece_ = '\0';
+    char buffer_[4096 + 1];
+};
+
+}  // namespace tq

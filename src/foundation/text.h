@@ -1,0 +1,50 @@
+// text.h - bounded text.
+#pragma once
+
+#include <cstdarg>
+#include <cstddef>
+#include <optional>
+#include <span>
+
+namespace tq {
+
+// Writes text into a buffer of the caller's, always terminated; what does not fit is cut, and the
+// writer remembers that.
+class TextWriter {
+  public:
+    explicit TextWriter(std::span<char> buffer);
+
+    __attribute__((format(printf, 2, 3))) void append(const char* format, ...);
+
+    [[nodiscard]] bool cut() const { return cut_; }
+    [[nodiscard]] size_t size() const { return used_; }
+
+  private:
+    std::span<char> buffer_;
+    size_t used_ = 0;
+    bool cut_ = false;
+};
+
+// Text of fewer than N bytes, on the stack.
+template <size_t N>
+class Text : public TextWriter {
+  public:
+    Text() : TextWriter(storage_) {}
+    Text(const Text&) = delete;
+    Text& operator=(const Text&) = delete;
+
+    [[nodiscard]] const char* c_str() const { return storage_; }
+    char* data() { return storage_; }
+
+  private:
+    char storage_[N];
+};
+
+// Copies at most size - 1 bytes of source and zeroes the rest of out.
+void copy_text(char* out, size_t size, const char* source);
+
+// The decimal integer that text starts with, blanks before it skipped; beyond 32 bits its low 32
+// bits, so that what was written as an unsigned number reads back as the signed one it came from.
+std::optional<int> leading_int(const char* text);
+
+}  // namespace tq

@@ -1,0 +1,69 @@
+#include "uci/uci_apply.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "foundation/file.h"
+#include "foundation/log.h"
+#include "foundation/text.h"
+#include "uci/uci_context.h"
+
+namespace tq {
+
+namespace {
+
+int reorder(uci_context* context, uci_ptr* target) {
+    if (!target->value || !target->s) return UCI_ERR_INVAL;
+    const auto position = static_cast<int>(strtoul(target->value, nullptr, 10));
+    return uci_reorder_section(context, target->s, position);
+}
+
+int perform(uci_context* context, uci_ptr* target, UciAction action) {
+    switch (action) {
+        case UciAction::kSet:
+            return uci_set(context, target);
+        case UciAction::kAddListItem:
+            return uci_add_list(context, target);
+        case UciAction::kDeleteListItem:
+            return uci_del_list(context, target);
+        case UciAction::kDelete:
+            return uci_delete(context, target);
+        case UciAction::kRename:
+            return uci_rename(context, target);
+        case UciAction::kRevert:
+            return uci_revert(context, target);
+        case UciAction::kReorder:
+            return reorder(context, target);
+    }
+    return UCI_ERR_INVAL;
+}
+
+// A delete takes a value only as the position of a list item; a revert takes none.
+bool takes_value(UciAction action, const char* value) {
+    if (action == UciAction::kDelete) return leading_int(value).has_value();
+    return action != UciAction::kRevert;
+}
+
+bool tolerates_absence(UciAction action) {
+    return action == UciAction::kDelete || action == UciAction::kDeleteListItem;
+}
+
+}  // namespace
+
+int uci_do_section(UciAction action, const char* path) {
+    if (!path) return TQ_FAIL("invalid parameters\n");
+    const UciContext context;
+    if (!context) return TQ_FAIL("uci_alloc_context fail\n");
+    const HeapText copy(strdup(path));
+    uci_ptr target{};
+    if (!copy || uci_lookup_ptr(context.get(), &target, copy.get(), true) != UCI_OK) {
+        return TQ_FAIL("uci_lookup_ptr fail, %s\n", path);
+    }
+    if (target.value && !takes_value(action, target.value)) return TQ_FAIL("invalid\n");
+    int result = perform(context.get(), &target, action);
+    if (result == UCI_ERR_NOTFOUND && tolerates_absence(action)) result = UCI_OK;
+    if (result == UCI_OK) result = uci_save(context.get(), target.p);
+    return result == UCI_OK ? 0 : -1;
+}
+
+}  // namespace tq

@@ -1,0 +1,21 @@
+// uci_apply.h - the one step behind every change by path: one action on one path, staged.
+#pragma once
+
+namespace tq {
+
+// The codes are those of the management tools' action field.
+enum class UciAction {
+    kSet = 1,
+    kAddListItem = 2,
+    kDeleteListItem = 3,
+    kDelete = 4,
+    kRename = 5,
+    kRevert = 6,
+    kReorder = 7,
+};
+
+// Looks the path up in a private context, performs the action and stages it in the delta area; the
+// file itself changes with the commit. Deleting what is not there is done already. 0 or -1, logged.
+int uci_do_section(UciAction action, const char* path);
+
+}  // namespace tq
