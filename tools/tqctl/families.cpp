@@ -1,0 +1,21 @@
+// families.cpp - the table's index: a new family of commands is one more line here.
+#include "families.h"
+
+namespace tqctl {
+
+namespace {
+
+constexpr const Family* kFamilies[] = {
+    &kUci,
+    &kHelp,
+    &kMan,
+    &kCompletion,
+};
+
+}  // namespace
+
+std::span<const Family* const> families() {
+    return kFamilies;
+}
+
+}  // namespace tqctl

@@ -1,0 +1,16 @@
+// families.h - the families of commands, each defined beside its handlers.
+#pragma once
+
+#include "command.h"
+
+namespace tqctl {
+
+// Constants, each initialized where it is defined.
+// NOLINTBEGIN(bugprone-dynamic-static-initializers)
+extern const Family kUci;
+extern const Family kHelp;
+extern const Family kMan;
+extern const Family kCompletion;
+// NOLINTEND(bugprone-dynamic-static-initializers)
+
+}  // namespace tqctl

@@ -1,0 +1,144 @@
+#include "uci_store.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <syslog.h>
+#include <tq/uci_path.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <optional>
+
+namespace tqctl {
+
+namespace {
+
+constexpr char kConfigDirectory[] = "/etc/config";
+constexpr char kDeltaDirectory[] = "/tmp/.uci";
+
+// What a change adds to a file at most: a path with its value.
+constexpr size_t kLongestChange = 1024;
+
+// Where most values fit, whatever the files' sizes are.
+constexpr size_t kUsualRoom = 65536;
+
+class UniqueFd {
+  public:
+    explicit UniqueFd(int fd) : fd_(fd) {}
+    ~UniqueFd() {
+        if (fd_ >= 0) close(fd_);
+    }
+    UniqueFd(const UniqueFd&) = delete;
+    UniqueFd& operator=(const UniqueFd&) = delete;
+
+    [[nodiscard]] int get() const { return fd_; }
+
+  private:
+    int fd_;
+};
+
+class FilePath {
+  public:
+    FilePath(const char* directory, const char* file) {
+        snprintf(text_, sizeof(text_), "%s/%s", directory, file);
+    }
+    [[nodiscard]] const char* c_str() const { return text_; }
+
+  private:
+    char text_[PATH_MAX];
+};
+
+size_t size_of(const FilePath& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 ? static_cast<size_t>(status.st_size) : 0;
+}
+
+// While it lives, what the library says at LOG_ERR goes to memory instead of the terminal.
+class ErrorCapture {
+  public:
+    ErrorCapture()
+        : memory_(memfd_create("log", MFD_CLOEXEC)),
+          terminal_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0)),
+          mask_(setlogmask(LOG_UPTO(LOG_ERR))) {
+        dup2(memory_.get(), STDERR_FILENO);
+    }
+    ~ErrorCapture() {
+        dup2(terminal_.get(), STDERR_FILENO);
+        setlogmask(mask_);
+    }
+    ErrorCapture(const ErrorCapture&) = delete;
+    ErrorCapture& operator=(const ErrorCapture&) = delete;
+
+    [[nodiscard]] bool is_empty() const { return lseek(memory_.get(), 0, SEEK_END) <= 0; }
+
+  private:
+    UniqueFd memory_;
+    UniqueFd terminal_;
+    int mask_;
+};
+
+// To the library a value that is not there is news, a file that cannot be loaded is an error.
+bool loads(const char* file) {
+    const ErrorCapture errors;
+    char value[2];
+    (void)uci_get_str_option_by_name(file, "tqctl", "probe", value, sizeof(value));
+    return errors.is_empty();
+}
+
+Cause cause_of_error(int error) {
+    return {exit_code_of(error), strerror(error)};
+}
+
+std::optional<Cause> obstacle_to_reading(const char* file) {
+    const FilePath path(kConfigDirectory, file);
+    const UniqueFd fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    char byte = 0;
+    if (fd.get() < 0 || read(fd.get(), &byte, 1) < 0) return cause_of_error(errno);
+    return std::nullopt;
+}
+
+// A file system of no stated size, a ramfs for one, has no end.
+bool is_full(const char* directory, size_t needed) {
+    struct statvfs space {};
+    if (statvfs(directory, &space) != 0 || space.f_blocks == 0) return false;
+    return uint64_t{space.f_bavail} * space.f_frsize < needed;
+}
+
+std::optional<Cause> obstacle_to_new_file(const char* directory, size_t size) {
+    if (eaccess(directory, W_OK | X_OK) != 0) return cause_of_error(errno);
+    if (is_full(directory, size)) return cause_of_error(ENOSPC);
+    return std::nullopt;
+}
+
+}  // namespace
+
+Cause cause_of_failure(const char* file, const char* otherwise) {
+    if (const auto obstacle = obstacle_to_reading(file)) return *obstacle;
+    if (!loads(file)) return {ExitCode::kDamaged, "the configuration file has a syntax error"};
+    return {ExitCode::kRefused, otherwise};
+}
+
+// The change is staged in its directory, then a new file takes the place of the old one.
+std::optional<Cause> obstacle_to_change(const char* file) {
+    if (const auto obstacle = obstacle_to_reading(file)) return obstacle;
+    const FilePath path(kConfigDirectory, file);
+    if (eaccess(path.c_str(), W_OK) != 0) return cause_of_error(errno);
+    const char* delta = eaccess(kDeltaDirectory, F_OK) == 0 ? kDeltaDirectory : "/tmp";
+    if (const auto obstacle = obstacle_to_new_file(delta, kLongestChange)) return obstacle;
+    return obstacle_to_new_file(kConfigDirectory, size_of(path) + kLongestChange);
+}
+
+// A value is shorter than the file and the staged changes that it comes from.
+size_t value_room(const char* file) {
+    const size_t sum = size_of({kConfigDirectory, file}) + size_of({kDeltaDirectory, file});
+    return std::min<size_t>(kUsualRoom + sum, INT_MAX);
+}
+
+}  // namespace tqctl

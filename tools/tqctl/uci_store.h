@@ -1,0 +1,29 @@
+// uci_store.h - what can be learnt of a UCI file beside the library's calls, whose only answers are
+// 0 and -1.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+
+#include "command.h"
+
+namespace tqctl {
+
+struct Cause {
+    ExitCode code;
+    const char* text;
+};
+
+// Why a call on the file failed: it cannot be read, it is damaged, or else what the caller asked
+// for is not to be had.
+Cause cause_of_failure(const char* file, const char* otherwise);
+
+// What would keep a change from being written. Asked before the change: one that cannot be written
+// would stay staged and come into force with a later one, and where there is no room for the new
+// file, a libuci that does not notice loses the old one.
+std::optional<Cause> obstacle_to_change(const char* file);
+
+// Room for any value of the file, its terminator included.
+size_t value_room(const char* file);
+
+}  // namespace tqctl
