@@ -1,0 +1,58 @@
+#!/bin/sh
+# object_test.sh LIBRARY HEADER_DIRECTORY SONAME NEEDED... - what the finished shared object is, whatever machine it is for:
+# what it needs, what leaves it, and how it is laid out.
+set -eu
+
+library=$1 headers=$2 soname=$3
+shift 3
+failures=0
+
+# check NAME EXPECTED ACTUAL
+check() {
+    if [ "$2" = "$3" ]; then
+        echo "ok: $1"
+        return
+    fi
+    failures=$((failures + 1))
+    echo "FAILED: $1"
+    printf '%s\n' "$2" >"$scratch/expected"
+    printf '%s\n' "$3" >"$scratch/actual"
+    diff -u "$scratch/expected" "$scratch/actual" | sed 1,2d
+}
+
+dynamic() {
+    readelf -dW "$library" | sed -n "s/.*($1).*\[\(.*\)\]/\1/p"
+}
+
+# The identifier that a declaration marked TQ_API declares: what stands before its parameters or array bounds, or last.
+declared() {
+    sed '/^[[:space:]]*#/d' "$headers"/*.h | tr '\n' ' ' |
+        sed -e 's|/\*[^*]*\*\**\([^/*][^*]*\*\**\)*/| |g' -e 's/[;{}]/\n/g' |
+        sed -n 's/.*TQ_API //p' | sed -e 's/ *[[(].*//' -e 's/ *$//' -e 's/.*[^A-Za-z0-9_]//' | sort
+}
+
+exported() {
+    readelf -W --dyn-syms "$library" |
+        awk '($5 == "GLOBAL" || $5 == "WEAK") && $7 != "UND" && !($7 == "ABS" && $8 ~ /^TQ_1/) { print $8 }' | sort
+}
+
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+
+check "its name is $soname" "$soname" "$(dynamic SONAME)"
+check "it needs the C library and the named dependencies" \
+    "$(for name in "$@"; do echo "$name"; done | sort)" "$(dynamic NEEDED | grep -v '^ld' | sort)"
+check "the headers declare something" yes "$([ -n "$(declared)" ] && echo yes)"
+check "what the headers mark TQ_API leaves it, in version TQ_1, and nothing else" \
+    "$(declared | sed 's/$/@@TQ_1/')" "$(exported)"
+check "no constructor of ours runs when it is loaded" "" \
+    "$(readelf -sW "$library" | grep -E '_GLOBAL__(sub_)?[ID]_|__static_initialization' || true)"
+pointer=$(readelf -hW "$library" | awk '/Class:/ { print ($2 == "ELF64") ? 8 : 4 }')
+check "the toolchain's constructor is the only one" "$pointer" \
+    "$(($(readelf -SW "$library" | sed -n 's/.* \.init_array *INIT_ARRAY *[0-9a-f]* [0-9a-f]* \([0-9a-f]*\).*/0x\1/p')))"
+check "its code is shared between processes (no text relocations)" "" \
+    "$(readelf -dW "$library" | grep -E 'TEXTREL' || true)"
+check "its relocations are done, and read-only, once it is loaded" "NOW RELRO" \
+    "$(readelf -dW "$library" | grep -qE 'BIND_NOW|FLAGS.*NOW' && echo NOW) $(readelf -lW "$library" | grep -o RELRO | head -n 1)"
+
+[ "$failures" -eq 0 ]

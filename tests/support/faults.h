@@ -1,0 +1,42 @@
+// faults.h - makes a call into the C library fail.
+//
+// faults.cpp defines the C library's entry points and forwards them, so what the library under test
+// calls, fails without a hook in it. Only calls of the thread that armed a fault fail and count.
+#pragma once
+
+#include <cerrno>
+#include <functional>
+#include <string_view>
+
+// In a test that lets the allocator fail: a sanitizer's allocator is out of reach.
+#ifdef TQ_SANITIZED
+#define TQ_NEEDS_FAILING_ALLOCATOR() \
+    GTEST_SKIP() << "the sanitizer's allocator cannot be made to fail"
+#else
+#define TQ_NEEDS_FAILING_ALLOCATOR() static_cast<void>(0)
+#endif
+
+namespace tq_test::faults {
+
+// The nth call of `name` from here on fails with `error`, once. One at a time for a name.
+class Fail {
+  public:
+    explicit Fail(std::string_view name, unsigned nth = 1, int error = EIO);
+    ~Fail();
+    Fail(const Fail&) = delete;
+    Fail& operator=(const Fail&) = delete;
+
+    bool fired() const;
+
+  private:
+    std::size_t call_;
+};
+
+void reset();
+unsigned count(std::string_view name);
+
+// Runs `body` with the first call of `name` failing, then the second, until a run makes no further
+// call. Returns the number of failures.
+unsigned each_failure(std::string_view name, int error, const std::function<void()>& body);
+
+}  // namespace tq_test::faults
