@@ -12,6 +12,10 @@ bool is_space(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
+bool is_blank(char c) {
+    return c == ' ' || c == '\t';
+}
+
 bool ends_word(char c) {
     return c == '\0' || c == '#' || c == ';' || is_space(c);
 }
@@ -78,8 +82,13 @@ void Lexer::skip_line() {
 }
 
 Lexer::Word Lexer::peek_command() const {
-    const size_t offset = position_ + strspn(buffer_ + position_, " \t");
-    return {offset, strcspn(buffer_ + offset, " \t")};
+    size_t begin = position_;
+    while (is_blank(buffer_[begin]))
+        ++begin;
+    size_t end = begin;
+    while (buffer_[end] != '\0' && !is_blank(buffer_[end]))
+        ++end;
+    return {begin, end - begin};
 }
 
 void Lexer::skip_command(Word command) {

@@ -39,9 +39,13 @@ bool parse_index(const char* bracket, int* index) {
     return strcmp(end, "]") == 0;
 }
 
+// Called for every section that an index passes: types are short, and a call would cost more.
 bool type_matches(const uci_section* section, const char* type, size_t length) {
-    return length == 0 ||
-           (strncmp(section->type, type, length) == 0 && section->type[length] == '\0');
+    if (length == 0) return true;
+    for (size_t i = 0; i < length; ++i) {
+        if (section->type[i] != type[i]) return false;
+    }
+    return section->type[length] == '\0';
 }
 
 uci_section* nth_of_type(uci_package* package, const char* type, size_t length, int index) {

@@ -8,9 +8,14 @@
 set -u
 
 [ $# -ge 2 ] || { echo "usage: $0 UCI_A UCI_B [CORPUS]" >&2; exit 2; }
-uci_a=$1
-uci_b=$2
-corpus=${3:-$(dirname "$0")/../data/uci}
+
+# The commands run in directories of their own.
+absolute() {
+    echo "$(cd "$(dirname "$1")" && pwd)/$(basename "$1")"
+}
+uci_a=$(absolute "$1")
+uci_b=$(absolute "$2")
+corpus=$(absolute "${3:-$(dirname "$0")/../data/uci}")
 work=$(mktemp -d) || exit 2
 trap 'rm -rf "$work"' EXIT
 checks=0

@@ -12,25 +12,17 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <functional>
 #include <memory>
-#include <optional>
+#include <ostream>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "support/device.h"
 #include "support/faults.h"
-
-// What this library does better than the firmware's, which the suite also runs with.
-#ifdef UCI_EXPORT
-#define TQ_NEEDS_OWN_LIBUCI() static_cast<void>(0)
-#else
-#define TQ_NEEDS_OWN_LIBUCI() GTEST_SKIP() << "the firmware's libuci does not promise this"
-#endif
 
 namespace {
 
@@ -269,8 +261,16 @@ TEST_F(UciTest, ReadsLongNames) {
 }
 
 // Hostile files: a megabyte each, whose shape would cost a careless reader a quadratic time.
-class UciHugeFile : public UciTest,
-                    public testing::WithParamInterface<std::pair<const char*, std::string>> {};
+struct HugeFile {
+    const char* name;
+    std::function<std::string()> content;
+};
+
+void PrintTo(const HugeFile& file, std::ostream* stream) {
+    *stream << file.name;
+}
+
+class UciHugeFile : public UciTest, public testing::WithParamInterface<HugeFile> {};
 
 std::string repeated(std::string_view text, size_t count) {
     std::string result;
@@ -287,31 +287,29 @@ std::string numbered(std::string_view before, std::string_view after, size_t cou
     return result;
 }
 
-TEST_P(UciHugeFile, IsReadInNoTime) {
-    TQ_NEEDS_OWN_LIBUCI();
-    write_config(GetParam().second);
-    Context context;
-    const auto start = std::chrono::steady_clock::now();
+// What is linear takes some 40 ms; what is quadratic, minutes, and runs into the program's time
+// limit.
+TEST_P(UciHugeFile, IsRead) {
+    write_config(GetParam().content());
+    const Context context;
     EXPECT_NE(context.load(), nullptr) << context.error_text();
-    const auto spent = std::chrono::steady_clock::now() - start;
-    // What is linear takes some 40 ms; what is quadratic, minutes. An emulator is slower.
-    EXPECT_LT(spent, std::chrono::seconds(5));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Megabyte, UciHugeFile,
-    testing::Values(
-        std::pair("options", "config a\n" + numbered("\toption o", " 1\n", 60000)),
-        std::pair("sections", numbered("config a s", "\n", 70000)),
-        std::pair("anonymous_sections", repeated("config a\n", 110000)),
-        std::pair("items", "config a\n" + repeated("\tlist l x\n", 100000)),
-        std::pair("line_breaks", "config a\n\toption o '" + std::string(1000000, '\n') + "'\n"),
-        std::pair("continuations", "config a\n\toption o " + repeated("\\\n", 500000) + "x\n"),
-        std::pair("statements", "config a\n" + repeated("option o \"1\";", 80000) + "#\n"),
-        std::pair("quotes", "config a\n\toption o " + repeated("''", 500000) + "x\n"),
-        std::pair("nuls", "config a\n" + repeated(std::string_view("\0\n", 2), 500000) + "\n"),
-        std::pair("blanks", "config a\n" + std::string(1000000, ' ') + "option o 1\n")),
-    [](const auto& test) { return test.param.first; });
+const HugeFile kHugeFiles[] = {
+    {"options", [] { return "config a\n" + numbered("\toption o", " 1\n", 60000); }},
+    {"sections", [] { return numbered("config a s", "\n", 70000); }},
+    {"anonymous_sections", [] { return repeated("config a\n", 110000); }},
+    {"items", [] { return "config a\n" + repeated("\tlist l x\n", 100000); }},
+    {"line_breaks", [] { return "config a\n\toption o '" + std::string(1000000, '\n') + "'\n"; }},
+    {"continuations", [] { return "config a\n\toption o " + repeated("\\\n", 500000) + "x\n"; }},
+    {"statements", [] { return "config a\n" + repeated("option o \"1\";", 80000) + "#\n"; }},
+    {"quotes", [] { return "config a\n\toption o " + repeated("''", 500000) + "x\n"; }},
+    {"nuls", [] { return "config a\n" + repeated(std::string_view("\0\n", 2), 500000) + "\n"; }},
+    {"blanks", [] { return "config a\n" + std::string(1000000, ' ') + "option o 1\n"; }},
+};
+
+INSTANTIATE_TEST_SUITE_P(Megabyte, UciHugeFile, testing::ValuesIn(kHugeFiles),
+                         [](const auto& test) { return test.param.name; });
 
 TEST_F(UciTest, HidesWhatFollowsANulByteInItsLine) {
     write_config(std::string_view("config a 'b'\n\toption o x\0y\n\n\toption p 1\n", 39));
@@ -337,7 +335,6 @@ TEST_F(UciTest, NamesAnonymousSectionsByPositionAndType) {
 }
 
 TEST_F(UciTest, QuotesATypeThatWouldBeReadOtherwise) {
-    TQ_NEEDS_OWN_LIBUCI();
     const std::string text =
         "\nconfig 'a'\\''b' 'c'\n\nconfig '#'\n\nconfig 'x;y'\n\nconfig a-b\n\n";
     write_config(text);
@@ -595,7 +592,6 @@ TEST_F(UciChange, StagesNothingThatIsEqual) {
 }
 
 TEST_F(UciChange, PointsToWhatItSets) {
-    TQ_NEEDS_OWN_LIBUCI();
     Path created(context_, "x.b.new=1"), section(context_, "x.n=t");
     ASSERT_EQ(uci_set(context_.get(), &created.ptr), UCI_OK);
     ASSERT_EQ(uci_set(context_.get(), &section.ptr), UCI_OK);
@@ -605,7 +601,6 @@ TEST_F(UciChange, PointsToWhatItSets) {
 }
 
 TEST_F(UciChange, KeepsAnOptionsAddressWhenItsValueChanges) {
-    TQ_NEEDS_OWN_LIBUCI();
     const Path path(context_, "x.b.o");
     ASSERT_EQ(change(context_, uci_set, "x.b.o=something longer"), UCI_OK);
     ASSERT_EQ(change(context_, uci_add_list, "x.b.o=item"), UCI_OK);
@@ -856,7 +851,6 @@ TEST_F(UciCommit, WritesAnImportedPackageAsANewFile) {
 }
 
 TEST_F(UciCommit, KeepsTheFilesModeAndOwner) {
-    TQ_NEEDS_OWN_LIBUCI();
     ASSERT_EQ(chmod(config_path("x").c_str(), 0640), 0);
     ASSERT_EQ(chown(config_path("x").c_str(), 1, 2), 0);
     uci_package* package = context_.load();
@@ -915,7 +909,6 @@ class UciFailure : public UciLookup {
 class UciFailingCommit : public UciFailure, public testing::WithParamInterface<const char*> {};
 
 TEST_P(UciFailingCommit, LosesNothing) {
-    TQ_NEEDS_OWN_LIBUCI();
     {
         const Fail fail(GetParam(), 1, EIO);
         EXPECT_EQ(uci_commit(context_.get(), &package_, false), UCI_ERR_IO);
@@ -930,7 +923,6 @@ INSTANTIATE_TEST_SUITE_P(Call, UciFailingCommit,
                          [](const auto& test) { return std::string(test.param); });
 
 TEST_F(UciFailure, FullDiskLosesNothing) {
-    TQ_NEEDS_OWN_LIBUCI();
     {
         const FullDisk full(kConfig);
         EXPECT_EQ(uci_commit(context_.get(), &package_, false), UCI_ERR_IO);
@@ -949,7 +941,6 @@ TEST_F(UciFailure, ReadOnlyDirectoryLosesNothing) {
 }
 
 TEST_F(UciFailure, FileSizeLimitLosesNothing) {
-    TQ_NEEDS_OWN_LIBUCI();
     rlimit old = {};
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
     const auto old_handler = signal(SIGXFSZ, SIG_IGN);
@@ -964,7 +955,6 @@ TEST_F(UciFailure, FileSizeLimitLosesNothing) {
 }
 
 TEST_F(UciFailure, FailedImportLeavesNoEmptyFile) {
-    TQ_NEEDS_OWN_LIBUCI();
     uci_package* package = nullptr;
     ASSERT_EQ(import_text(context_, "config a 'b'\n", "new", &package, true), UCI_OK);
     {
@@ -977,7 +967,6 @@ TEST_F(UciFailure, FailedImportLeavesNoEmptyFile) {
 }
 
 TEST_F(UciFailure, FailedSaveKeepsTheChangesInMemory) {
-    TQ_NEEDS_OWN_LIBUCI();
     const std::string value(65536, 'v');
     ASSERT_EQ(change(context_, uci_set, "x.b.p=" + value), UCI_OK);
     {
@@ -1019,7 +1008,6 @@ int look_up_change_and_commit() {
 class UciAllocation : public UciFailure, public testing::WithParamInterface<const char*> {};
 
 TEST_P(UciAllocation, ThatFailsIsToldAndLosesNothing) {
-    TQ_NEEDS_OWN_LIBUCI();
     TQ_NEEDS_FAILING_ALLOCATOR();
     ASSERT_EQ(look_up_change_and_commit(), UCI_OK);
     const std::string after = read_file(config_path("x"));
@@ -1049,7 +1037,6 @@ INSTANTIATE_TEST_SUITE_P(Call, UciAllocation, testing::Values("malloc", "calloc"
                          [](const auto& test) { return std::string(test.param); });
 
 TEST_F(UciTest, RefusesNullArguments) {
-    TQ_NEEDS_OWN_LIBUCI();
     Context context;
     uci_context* ctx = context.get();
     uci_package* package = nullptr;
@@ -1081,7 +1068,6 @@ TEST_F(UciTest, DescribesErrors) {
 }
 
 TEST_F(UciTest, ForgetsTheLastErrorsPlace) {
-    TQ_NEEDS_OWN_LIBUCI();
     write_config("bad\n");
     Context context;
     EXPECT_EQ(context.load(), nullptr);
@@ -1104,7 +1090,6 @@ bool ended_well(pid_t child) {
 }
 
 TEST_F(UciCommit, LosesNoChangeOfConcurrentProcesses) {
-    TQ_NEEDS_OWN_LIBUCI();
     constexpr int kRounds = 60;
     const auto writer = [](const std::string& option) {
         for (int i = 0; i < kRounds; ++i) {
@@ -1133,7 +1118,6 @@ TEST_F(UciCommit, LosesNoChangeOfConcurrentProcesses) {
 }
 
 TEST_F(UciCommit, NeverShowsAPartOfAFile) {
-    TQ_NEEDS_OWN_LIBUCI();
     const std::string tail = "\nconfig end 'end'\n\toption o 'end'\n\n";
     write_config(numbered("config t s", "\n\toption o 1\n", 300) + tail);
     const pid_t writer = in_child([] {
@@ -1174,7 +1158,6 @@ TEST_F(UciCommit, WaitsForWhoeverHoldsTheFile) {
 
 // Who waits for a file that is replaced meanwhile reads the new one.
 TEST_F(UciCommit, ReadsTheReplacementOfWhatItWaitedFor) {
-    TQ_NEEDS_OWN_LIBUCI();
     const int fd = open(config_path("x").c_str(), O_RDWR | O_CLOEXEC);
     ASSERT_EQ(flock(fd, LOCK_EX), 0);
     const pid_t child = in_child([] {
@@ -1192,7 +1175,6 @@ TEST_F(UciCommit, ReadsTheReplacementOfWhatItWaitedFor) {
 }
 
 TEST_F(UciCommit, SurvivesAKillAtAnyTime) {
-    TQ_NEEDS_OWN_LIBUCI();
     for (int delay = 0; delay < 40; ++delay) {
         const pid_t child = in_child([] {
             for (int i = 0;; ++i) {
@@ -1253,7 +1235,6 @@ TEST_F(UciCommand, ChangesAndCommits) {
 }
 
 TEST_F(UciCommand, HasTheFirmwaresSecondCommit) {
-    TQ_NEEDS_OWN_LIBUCI();
     ASSERT_EQ(run("set x.b.o=new").status, 0);
     EXPECT_EQ(run("commit2 x").status, 0);
     EXPECT_THAT(read_file(config_path("x")), HasSubstr("\toption o 'new'\n"));
