@@ -56,9 +56,9 @@ TQ_API char *tq_hal_get_file_line(FILE *fp);
 
 /* Reads lines of fp into buf until one contains needle; without a needle the next line will do.
  * Every line read is traced at LOG_DEBUG as "%s".
- * 0 with the line in buf; -1 when there is no line at all ("fgets fail"), the file ends first
- * ("don't find key word '%s'") or 500 lines went by ("fgets %d times, don't find '%s'"; a 501st has
- * then been read). A null buf or fp gives -1 without a log line. */
+ * 0 with the line in buf; -1 when nothing can be read, also for a size of zero or less ("fgets
+ * fail"), the file ends first ("don't find key word '%s'") or 500 lines went by ("fgets %d times,
+ * don't find '%s'"; a 501st has then been read). A null buf or fp gives -1 without a log line. */
 TQ_API int nucleus_fgets(char *buf, int size, FILE *fp, const char *needle);
 
 TQ_END_DECLS

@@ -3,16 +3,17 @@
  * A section is named, or it is the n-th of its type: "id" counts the sections of one type in file
  * order from 0, and a negative one from the end, except that -1 means "no index" and is rejected.
  * Every setter applies its change in a private libuci context and commits the file before it
- * returns; two processes are serialised by libuci's file lock only. Many changes at once are the
- * business of uci_session.h.
+ * returns; two processes are serialised by libuci's file lock only.
  *
  * Results are 0 or -1. A failure is logged at LOG_ERR by each step that it passes through, a value
  * that is not there at LOG_INFO. Rejected arguments are logged with their values as
- * "invalid parameter, filename = ...", by the getters as "invalid parameters". When the change was
+ * "invalid parameter, filename = ...", by the getters as "invalid parameters" (a null buf and a len
+ * of zero or less by "uci_get_value", with "uci get %s fail" behind it). When the change was
  * staged but the commit failed, it stays in the delta area ("/tmp/.uci") and the next commit of the
  * file takes it along. Whether a commit notices that its disk is full is libuci's affair.
  *
- * Paths are texts of at most 1023 bytes, value included. uci_cmd_format cuts a longer one silently;
+ * Names go into the path as they are: a "." or "=" in one has its meaning there. Paths are texts of
+ * at most 1023 bytes, value included. uci_cmd_format cuts a longer one silently;
  * all other functions refuse it with their usual failure and change nothing, because a cut path
  * means another option or another value.
  */
@@ -37,7 +38,8 @@ TQ_BEGIN_DECLS
 TQ_API int uci_cmd_format(char *buf, size_t size, const char *file, const char *type,
                           const char *name, int index, const char *option, const char *value);
 
-/* Setters of an option. A missing option is created; its section must exist. The integer forms
+/* Setters of an option. A missing option is created, an empty value deletes the option; the section
+ * must exist. The integer forms
  * store value as unsigned decimal text (-1 becomes 4294967295) and commit the file twice.
  * Failures: "uci_do_section fail, uci set %s" and "uci set %s fail" with the path, then nothing is
  * changed; "uci commit %s fail" with the file. */
@@ -58,7 +60,8 @@ TQ_API int uci_add_list_by_name(const char *filename, const char *config_name, c
 TQ_API int uci_add_list_by_id(const char *filename, const char *config_type, int id,
                               const char *option, const char *value);
 
-/* Removes every item of a list option that equals value; that there is none is a success. The
+/* Removes every item of a list option that equals value; that there is none is a success, but the
+ * section must exist. The
  * attempt is logged at LOG_INFO as "uci del_list %s".
  * Failures: "uci_do_section fail, uci del_list %s", "del_list fail", "uci commit %s fail". */
 TQ_API int uci_del_list_by_name(const char *filename, const char *config_name, const char *option,
@@ -67,7 +70,7 @@ TQ_API int uci_del_list_by_id(const char *filename, const char *config_type, int
                               const char *option, const char *value);
 
 /* Defines the named section of that type, empty; a section that exists keeps its options and takes
- * the type. Failures as of the setters. */
+ * the type. An empty type is a rejected argument. Failures as of the setters. */
 TQ_API int uci_add_secition_by_name(const char *filename, const char *config_type,
                                     const char *config_name);
 

@@ -115,7 +115,7 @@ int read_line(const char* path, const char* needle, char* out, int out_size) {
 char* tq_hal_file_gets(char* buf, int size, FILE* fp) {
     if (!buf || !fp || size < 1) return nullptr;
     memset(buf, 0, static_cast<size_t>(size));
-    for (int i = 0;; i++) {
+    for (size_t i = 0;; i++) {
         // A byte 0xff is EOF once it is a signed character.
         const auto byte = static_cast<signed char>(next_byte(fp));
         if (byte == EOF) {
@@ -123,7 +123,7 @@ char* tq_hal_file_gets(char* buf, int size, FILE* fp) {
             return i == 0 ? nullptr : buf;
         }
         buf[i] = static_cast<char>(byte);
-        if (byte == '\n' || byte == '\r' || i == size) {
+        if (byte == '\n' || byte == '\r' || i == static_cast<size_t>(size)) {
             buf[i + 1] = '\0';
             return buf;
         }

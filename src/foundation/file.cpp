@@ -14,12 +14,13 @@ ssize_t read_some(int fd, void* buffer, size_t size) {
     return got;
 }
 
-// Moves what is left to the front and reads behind it; false at the end of the input.
+// Moves what is left, less than a piece, to the front and reads behind it; false at the end of the
+// input.
 bool LineReader::refill() {
     memmove(buffer_, &buffer_[begin_], end_ - begin_);
     end_ -= begin_;
     begin_ = 0;
-    const ssize_t got = read_some(fd_, &buffer_[end_], sizeof(buffer_) - 1 - end_);
+    const ssize_t got = read_some(fd_, &buffer_[end_], kReadSize);
     if (got <= 0) return false;
     end_ += static_cast<size_t>(got);
     return true;

@@ -71,6 +71,7 @@ class LineReader {
 
   private:
     static constexpr size_t kPiece = 1023;
+    static constexpr size_t kReadSize = 8192;
 
     void step_over_piece();
     [[nodiscard]] size_t complete_piece() const;
@@ -81,7 +82,7 @@ class LineReader {
     size_t end_ = 0;
     size_t piece_ = 0;
     char after_piece_ = '\0';
-    char buffer_[4096 + 1];
+    char buffer_[kPiece + kReadSize + 1];
 };
 
 }  // namespace tq

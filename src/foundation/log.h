@@ -23,7 +23,7 @@ struct LogSite {
 #define TQ_LOG_AT(number, priority, format, ...) \
     TQ_LOG_AS((::tq::LogSite{__func__, number}), priority, format __VA_OPT__(, ) __VA_ARGS__)
 #define TQ_LOG(priority, format, ...) \
-    TQ_LOG_AS(TQ_HERE, priority, format __VA_OPT__(, ) __VA_ARGS__)
+    TQ_LOG_AT(__LINE__, priority, format __VA_OPT__(, ) __VA_ARGS__)
 
 // Logs a failure and is the result -1 of the function that noticed it.
 #define TQ_FAIL_AS(site, ...) (TQ_LOG_AS(site, LOG_ERR, __VA_ARGS__), -1)

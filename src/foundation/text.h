@@ -17,7 +17,6 @@ class TextWriter {
     __attribute__((format(printf, 2, 3))) void append(const char* format, ...);
 
     [[nodiscard]] bool cut() const { return cut_; }
-    [[nodiscard]] size_t size() const { return used_; }
 
   private:
     std::span<char> buffer_;

@@ -316,7 +316,8 @@ int uci_del_list_by_id(const char* filename, const char* config_type, int id, co
 
 int uci_add_secition_by_name(const char* filename, const char* config_type,
                              const char* config_name) {
-    if (!filename || !config_type || !config_name) {
+    // An empty type would delete the section.
+    if (!filename || !config_type || !*config_type || !config_name) {
         return TQ_FAIL("invalid parameter, filename = %s, cfg_type = %s, cfg_name = %s\n",
                        printable(filename), printable(config_type), printable(config_name));
     }

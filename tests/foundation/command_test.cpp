@@ -2,6 +2,7 @@
 // nothing stays open behind a call.
 #include "tq/command.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,9 +15,12 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <future>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -28,6 +32,20 @@
 #include "support/device.h"
 #include "support/faults.h"
 #include "support/log_capture.h"
+
+namespace {
+
+thread_local int fgetc_calls = 0;
+
+}  // namespace
+
+extern "C" int counted_fgetc(FILE* fp) asm("fgetc");
+
+int counted_fgetc(FILE* fp) {
+    static const auto next = reinterpret_cast<int (*)(FILE*)>(dlsym(RTLD_NEXT, "fgetc"));
+    fgetc_calls++;
+    return next(fp);
+}
 
 namespace {
 
@@ -181,6 +199,48 @@ TEST_F(CommandTest, RunsFromSeveralThreadsAtOnce) {
     EXPECT_THAT(log_.take(), IsEmpty());
 }
 
+// What a child that is started now inherits.
+std::vector<int> inherited_descriptors() {
+    std::vector<int> inherited;
+    for (const int fd : open_descriptors()) {
+        if ((fcntl(fd, F_GETFD, 0) & FD_CLOEXEC) == 0) inherited.push_back(fd);
+    }
+    return inherited;
+}
+
+// Until the condition holds, or for so long that it never will.
+bool wait_for(const std::function<bool()>& condition) {
+    for (int i = 0; i < 5000; i++) {
+        if (condition()) return true;
+        usleep(1000);
+    }
+    return false;
+}
+
+constexpr const char* kFifo = "/tmp/fifo";
+
+// The call reads the text from a FIFO. While it waits for that, a child would inherit nothing of
+// what it has open.
+void expect_nothing_inherited(const std::string& text, const std::function<int()>& call) {
+    ASSERT_EQ(mkfifo(kFifo, 0600), 0);
+    const size_t open_before = open_descriptors().size();
+    const std::vector<int> before = inherited_descriptors();
+    std::vector<int> meanwhile;
+    bool both_open = false;
+    std::jthread writer([&] {
+        int fifo = -1;
+        wait_for([&] { return (fifo = open(kFifo, O_WRONLY | O_NONBLOCK | O_CLOEXEC)) >= 0; });
+        both_open = wait_for([&] { return open_descriptors().size() == open_before + 2; });
+        meanwhile = inherited_descriptors();
+        EXPECT_EQ(write(fifo, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+        close(fifo);
+    });
+    EXPECT_EQ(call(), 0);
+    writer.join();
+    EXPECT_TRUE(both_open);
+    EXPECT_EQ(meanwhile, before);
+}
+
 // my_system
 
 TEST_F(MySystem, RunsTheCommandAndWaitsForIt) {
@@ -284,6 +344,13 @@ TEST_F(RunCmd, ThrowsTheRestOfAnEndlessOutputAway) {
     Buffer out(10);
     EXPECT_EQ(run_cmd("yes line", out.data(), out.size()), 0);
     EXPECT_EQ(out.text(), "line");
+}
+
+TEST_F(RunCmd, LetsNoChildInheritThePipe) {
+    Buffer out(10);
+    expect_nothing_inherited("abc\n",
+                             [&] { return run_cmd("cat /tmp/fifo", out.data(), out.size()); });
+    EXPECT_EQ(out.text(), "abc");
 }
 
 TEST_F(RunCmd, IgnoresTheExitStatus) {
@@ -561,6 +628,12 @@ TEST_F(GetKeyVlaue, NeverFindsAKeyThatIsLongerThanAPiece) {
     EXPECT_EQ(value, kNoValue);
 }
 
+TEST_F(GetKeyVlaue, LetsNoChildInheritThePipe) {
+    int value = kNoValue;
+    expect_nothing_inherited("a=1\n", [&] { return get_key_vlaue("cat /tmp/fifo", "a", &value); });
+    EXPECT_EQ(value, 1);
+}
+
 TEST_F(GetKeyVlaue, FailsWithoutAPipe) {
     const Fail fail("popen", 1, ENOMEM);
     int value = kNoValue;
@@ -718,6 +791,13 @@ TEST_F(ReadLine, FindsNothingWhereTheFileCannotBeRead) {
     EXPECT_TRUE(fail.fired());
     EXPECT_EQ(out.text(), "");
     EXPECT_THAT(log_.take(), Failed("read_line", "not find bar\n"));
+}
+
+TEST_F(ReadLine, LetsNoChildInheritTheFile) {
+    Buffer out(10);
+    expect_nothing_inherited("abc\n",
+                             [&] { return read_line(kFifo, "b", out.data(), out.size()); });
+    EXPECT_EQ(out.text(), "bc\n");
 }
 
 TEST_F(ReadLine, ReadsAKernelFile) {
@@ -914,6 +994,44 @@ TEST_F(FileGets, ClearsTheSizeFirst) {
     FileGetsBuffer buf(8);
     EXPECT_EQ(tq_hal_file_gets(buf.data(), 8, fp.get()), buf.data());
     EXPECT_EQ(buf.all(), std::string("a\n\0\0\0\0\0\0", 8) + std::string(2, kUntouched));
+}
+
+TEST_F(FileGets, WaitsForTheLockOfTheStream) {
+    const File fp = open_file("line\n");
+    FileGetsBuffer buf(10);
+    flockfile(fp.get());
+    auto line =
+        std::async(std::launch::async, [&] { return tq_hal_file_gets(buf.data(), 10, fp.get()); });
+    EXPECT_EQ(line.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    funlockfile(fp.get());
+    EXPECT_EQ(line.get(), buf.data());
+    EXPECT_EQ(buf.text(), "line\n");
+}
+
+TEST_F(FileGets, LeavesTheLockToTheCallerWhoManagesIt) {
+    const File fp = open_file("line\n");
+    FileGetsBuffer buf(10);
+    __fsetlocking(fp.get(), FSETLOCKING_BYCALLER);
+    flockfile(fp.get());
+    auto line =
+        std::async(std::launch::async, [&] { return tq_hal_file_gets(buf.data(), 10, fp.get()); });
+    EXPECT_EQ(line.wait_for(std::chrono::seconds(5)), std::future_status::ready);
+    funlockfile(fp.get());
+    EXPECT_EQ(line.get(), buf.data());
+    EXPECT_EQ(buf.text(), "line\n");
+}
+
+// The locking call of the C library may see by itself that there is nothing to lock.
+TEST_F(FileGets, MakesNoLockingCallWhereTheCallerManagesTheLock) {
+    const File fp = open_file("one\ntwo\n");
+    FileGetsBuffer buf(10);
+    fgetc_calls = 0;
+    EXPECT_EQ(tq_hal_file_gets(buf.data(), 10, fp.get()), buf.data());
+    EXPECT_EQ(fgetc_calls, 4);
+    __fsetlocking(fp.get(), FSETLOCKING_BYCALLER);
+    EXPECT_EQ(tq_hal_file_gets(buf.data(), 10, fp.get()), buf.data());
+    EXPECT_EQ(buf.text(), "two\n");
+    EXPECT_EQ(fgetc_calls, 4);
 }
 
 TEST_F(FileGets, RejectsBadArgumentsSilently) {
@@ -1217,7 +1335,7 @@ TEST_F(NucleusFgets, RejectsMissingArgumentsSilently) {
 }
 
 TEST_F(NucleusFgets, ReadsNothingIntoABufferWithoutSize) {
-    for (const int size : {0, -1}) {
+    for (const int size : {0, -1, INT_MIN}) {
         const File fp = open_file("line\n");
         Buffer buf(20);
         EXPECT_EQ(nucleus_fgets(buf.data(), size, fp.get(), "line"), -1);
@@ -1231,6 +1349,8 @@ TEST_F(NucleusFgets, EndsThoughABufferOfOneByteTakesNoLine) {
     const File fp = open_file("line\n");
     Buffer buf(1);
     EXPECT_EQ(nucleus_fgets(buf.data(), 1, fp.get(), "line"), -1);
+    EXPECT_EQ(buf.all(), std::string(1, '\0'));
+    EXPECT_TRUE(buf.guard_holds());
     std::vector<testing::Matcher<LogLine>> expected(500, Line(LOG_DEBUG, "nucleus_fgets", "\n"));
     expected.emplace_back(Line(LOG_ERR, "nucleus_fgets", "fgets 500 times, don't find 'line'\n"));
     EXPECT_THAT(log_.take(), testing::ElementsAreArray(expected));

@@ -2,6 +2,7 @@
 // functions use four, and what it refuses.
 #include "uci/uci_apply.h"
 
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <uci.h>
@@ -12,6 +13,14 @@
 
 #include "support/device.h"
 #include "support/log_capture.h"
+
+// Not every libuci looks at the section that it is given.
+extern "C" int uci_reorder_section(uci_context* ctx, uci_section* s, int pos) {
+    using Reorder = int (*)(uci_context*, uci_section*, int);
+    static const auto next = reinterpret_cast<Reorder>(dlsym(RTLD_NEXT, "uci_reorder_section"));
+    EXPECT_NE(s, nullptr);
+    return s ? next(ctx, s, pos) : UCI_ERR_INVAL;
+}
 
 namespace {
 
@@ -177,6 +186,18 @@ TEST_F(UciDoSection, ReordersASectionToTheFrontAndToTheEnd) {
     EXPECT_THAT(log_.take(), IsEmpty());
 }
 
+TEST_F(UciDoSection, ReadsThePositionAsADecimalNumber) {
+    const auto sections = [](int first, int last) {
+        std::string text;
+        for (int i = first; i <= last; i++)
+            text += "config s 's" + std::to_string(i) + "'\n\n";
+        return text;
+    };
+    write_file(kFile, sections(0, 11));
+    EXPECT_EQ(uci_do_section(UciAction::kReorder, "store.s0=010"), 0);
+    EXPECT_EQ(after_commit(), "\n" + sections(1, 10) + sections(0, 0) + sections(11, 11));
+}
+
 TEST_F(UciDoSection, TakesWhatIsNotThereForDeleted) {
     for (const char* path :
          {"store.one.none", "store.none", "store.none.a", "store.@beta[7]", "store.one.none=0"}) {
@@ -204,6 +225,7 @@ TEST_F(UciDoSection, FailsWhereLibuciFindsNothingToChange) {
     expect_refused(UciAction::kRename, "store.none=x");
     expect_refused(UciAction::kRename, "store.one.none=x");
     expect_refused(UciAction::kReorder, "store.none=1");
+    expect_refused(UciAction::kReorder, "store.@beta[7]=1");
     expect_refused(UciAction::kReorder, "store=1");
     expect_refused(UciAction::kDelete, "store");
 }

@@ -37,6 +37,7 @@ using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
 using testing::Matcher;
+using testing::Not;
 using tq_test::as_nobody;
 using tq_test::CommandResult;
 using tq_test::DeviceTest;
@@ -134,6 +135,9 @@ struct LibuciCounter {
 
 thread_local std::array<LibuciCounter, static_cast<size_t>(LibuciCall::kLast) + 1>
     libuci_counters{};
+
+// How the library has committed in this test, one argument after the other.
+thread_local std::vector<bool> overwrites;
 
 // Contexts that are allocated and not freed.
 std::atomic<int> live_contexts = 0;
@@ -255,8 +259,14 @@ FORWARD(uci_set, kSet, (uci_context * ctx, uci_ptr* ptr), (ctx, ptr))
 FORWARD(uci_del_list, kDeleteItem, (uci_context * ctx, uci_ptr* ptr), (ctx, ptr))
 FORWARD(uci_delete, kDelete, (uci_context * ctx, uci_ptr* ptr), (ctx, ptr))
 FORWARD(uci_save, kSave, (uci_context * ctx, uci_package* p), (ctx, p))
-FORWARD(uci_commit, kCommit, (uci_context * ctx, uci_package** p, bool overwrite),
-        (ctx, p, overwrite))
+
+int uci_commit(uci_context* ctx, uci_package** p, bool overwrite) {
+    static const auto next =
+        next_definition<int (*)(uci_context*, uci_package**, bool)>("uci_commit");
+    if (!in_libuci) overwrites.push_back(overwrite);
+    return forward(LibuciCall::kCommit, counter_of(LibuciCall::kCommit).error,
+                   [&] { return next(ctx, p, overwrite); });
+}
 }
 
 namespace {
@@ -321,7 +331,10 @@ std::vector<std::string> hidden_files(const char* directory) {
 // file of its work.
 class UciPathTest : public DeviceTest {
   protected:
-    UciPathTest() { write_file(kFile, kStore); }
+    UciPathTest() {
+        write_file(kFile, kStore);
+        overwrites.clear();
+    }
     ~UciPathTest() override { EXPECT_EQ(live_contexts, contexts_); }
     UciPathTest(const UciPathTest&) = delete;
     UciPathTest& operator=(const UciPathTest&) = delete;
@@ -738,6 +751,11 @@ TEST_P(UciChange, CommitsTwiceWhereItSetsANumber) {
     }
 }
 
+TEST_P(UciChange, IsMergedIntoTheFileAsItIsByThen) {
+    EXPECT_EQ(GetParam().apply("store"), 0);
+    EXPECT_THAT(overwrites, testing::AllOf(Not(IsEmpty()), testing::Each(false)));
+}
+
 TEST_P(UciChange, FailsWithoutMemoryForThePath) {
     TQ_NEEDS_FAILING_ALLOCATOR();
     const Change& change = GetParam();
@@ -766,6 +784,37 @@ class UciSet : public UciPathTest {};
 TEST_F(UciSet, CreatesAMissingOption) {
     EXPECT_EQ(uci_set_str_option_by_name("store", "two", "fresh", "v"), 0);
     expect_committed(replaced(kStore, "a '-9'\n", "a '-9'\n\toption fresh 'v'\n"));
+}
+
+TEST_F(UciSet, DeletesTheOptionWithAnEmptyValue) {
+    EXPECT_EQ(uci_set_str_option_by_name("store", "one", "b", ""), 0);
+    EXPECT_EQ(uci_set_str_option_by_name("store", "one", "l", ""), 0);
+    EXPECT_EQ(uci_set_str_option_by_id("store", "beta", 1, "k", ""), 0);
+    const std::string without_b = replaced(kStore, "\toption b 'two words'\n", "");
+    const std::string without_l = replaced(without_b, "\tlist l 'x'\n\tlist l 'y'\n", "");
+    expect_committed(replaced(without_l, "\toption k 'v1'\n", ""));
+    EXPECT_THAT(log_.take(), IsEmpty());
+}
+
+TEST_F(UciSet, CreatesNothingWithAnEmptyValue) {
+    EXPECT_EQ(uci_set_str_option_by_name("store", "one", "fresh", ""), 0);
+    EXPECT_EQ(uci_set_str_option_by_id("store", "beta", 0, "fresh", ""), 0);
+    EXPECT_THAT(log_.take(), IsEmpty());
+    EXPECT_EQ(uci_set_str_option_by_name("store", "none", "a", ""), -1);
+    EXPECT_EQ(uci_set_str_option_by_id("store", "beta", 2, "k", ""), -1);
+    expect_committed(kStore);
+}
+
+TEST_F(UciSet, TakesNamesIntoThePathAsTheyAre) {
+    EXPECT_EQ(uci_set_str_option_by_name("store", "@beta[-1]", "k", "last"), 0);
+    EXPECT_EQ(uci_set_str_option_by_name("store", "one", "a=x", "y"), 0);
+    EXPECT_EQ(del_uci_section_by_name("store", "one.b"), 0);
+    Buffer buf(20);
+    EXPECT_EQ(uci_get_str_option_by_name("store.two", "a", nullptr, buf.data(), buf.size()), -1);
+    EXPECT_EQ(uci_get_str_option_by_id("store", "alpha[1]", 0, "a", buf.data(), buf.size()), -1);
+    const std::string changed =
+        replaced(replaced(kStore, "k 'v1'", "k 'last'"), "a '1'", "a 'x=y'");
+    expect_committed(replaced(changed, "\toption b 'two words'\n", ""));
 }
 
 TEST_F(UciSet, TurnsAListIntoAnOption) {
@@ -1123,6 +1172,11 @@ TEST_F(AddUciSection, GivesTheIndexAmongTheSectionsOfTheType) {
     expect_committed(std::string(kStore) +
                      "config beta\n\nconfig beta\n\nconfig alpha\n\nconfig fresh\n\n");
     EXPECT_THAT(log_.take(), IsEmpty());
+}
+
+TEST_F(AddUciSection, WritesTheFileAsItHasLoadedIt) {
+    EXPECT_EQ(add_uci_section("store", "beta"), 2);
+    EXPECT_THAT(overwrites, ElementsAre(true));
 }
 
 TEST_F(AddUciSection, GivesAnIndexThatTheOtherFunctionsTake) {
@@ -1798,6 +1852,14 @@ TEST_F(InContext, ReportsAMissingElementOnlyWhereAskedTo) {
     EXPECT_THAT(log_.take(), IsEmpty());
 }
 
+TEST_F(InContext, SavesWhereAMissingElementIsASuccess) {
+    const LibuciFail none(LibuciCall::kSave, 0);
+    EXPECT_EQ(del_uci_element(context_.get(), "store.one.none", 1), UCI_ERR_NOTFOUND);
+    EXPECT_EQ(none.calls(), 0);
+    EXPECT_EQ(del_uci_element(context_.get(), "store.one.none", 0), 0);
+    EXPECT_EQ(none.calls(), 1);
+}
+
 TEST_F(InContext, GivesAnyOtherErrorOfLibuciAsItIs) {
     // A whole file is nothing that can be deleted.
     EXPECT_EQ(del_uci_element(context_.get(), "store", 0), UCI_ERR_INVAL);
@@ -2029,6 +2091,9 @@ TEST_F(UciRejects, MissingArgumentsOfTheSectionAdders) {
         {"uci_add_secition_by_name",
          "invalid parameter, filename = store, cfg_type = (null), cfg_name = n\n",
          [] { return uci_add_secition_by_name("store", kNull, "n"); }},
+        {"uci_add_secition_by_name",
+         "invalid parameter, filename = store, cfg_type = , cfg_name = one\n",
+         [] { return uci_add_secition_by_name("store", "", "one"); }},
         {"uci_add_secition_by_name",
          "invalid parameter, filename = store, cfg_type = t, cfg_name = (null)\n",
          [] { return uci_add_secition_by_name("store", "t", kNull); }},
