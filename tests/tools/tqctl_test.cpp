@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <json-c/json.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
@@ -125,6 +126,26 @@ TEST_F(TqctlTest, GetOfASectionByIndexPrintsItsName) {
     EXPECT_TRUE(succeeds(tqctl("uci get sample.@thing[0]"), "named\n"));
 }
 
+TEST_F(TqctlTest, GetOfTheLastSectionPrintsItsName) {
+    EXPECT_TRUE(succeeds(tqctl("uci get sample.@other[-1]"), "last\n"));
+    std::string sections;
+    for (int i = 0; i < 9; i++) {
+        const std::string name = "s" + std::to_string(i);
+        sections += "config thing '" + name + "'\n\nconfig other\n\n";
+        write_file("/etc/config/many", sections);
+        EXPECT_TRUE(succeeds(tqctl("uci get many.@thing[-1]"), name + "\n"));
+    }
+    EXPECT_TRUE(succeeds(tqctl("-j uci get many.@thing[-1]"), "{\"many.@thing[-1]\":\"s8\"}\n"));
+}
+
+TEST_F(TqctlTest, GetOfTheLastSectionReportsTheFileOnce) {
+    EXPECT_TRUE(fails(tqctl("uci get sample.@nothing[-1]"), kRefused,
+                      "tqctl: uci get: sample.@nothing[-1]: not found\n"));
+    const CommandResult result = tqctl("uci get nothing.@thing[-1]");
+    EXPECT_TRUE(fails(result, kRefused, "No such file or directory"));
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 2);
+}
+
 TEST_F(TqctlTest, GetOfSeveralPathsPrintsAssignments) {
     EXPECT_TRUE(succeeds(tqctl("uci get sample.named.text sample.@thing[1].text"),
                          "sample.named.text=some text\nsample.@thing[1].text=second\n"));
@@ -228,6 +249,14 @@ TEST_F(TqctlTest, SetInASectionThatIsMissingIsRefused) {
 TEST_F(TqctlTest, SetOfANameThatIsNotValidIsRefused) {
     EXPECT_TRUE(
         fails(tqctl("uci set 'sample.named.te xt=1'"), kRefused, "a name that is not valid"));
+}
+
+TEST_F(TqctlTest, SetDeletesTheOptionWithAnEmptyValue) {
+    EXPECT_TRUE(succeeds(tqctl("uci set sample.named.text="), ""));
+    EXPECT_TRUE(succeeds(tqctl("uci set sample.named.items="), ""));
+    EXPECT_TRUE(succeeds(tqctl("uci set sample.named.fresh="), ""));
+    EXPECT_THAT(read_file("/etc/config/sample"), StartsWith("\nconfig thing 'named'\n\nconfig"));
+    EXPECT_THAT(tqctl("uci set --help").out, HasSubstr("An empty VALUE\n  deletes the option."));
 }
 
 // add
@@ -364,6 +393,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Misuse{"uci set sample.named", "the option is missing"},
                     Misuse{"uci set sample.named=", "type is missing"},
                     Misuse{"uci set sample.@thing[0]=other", "the option is missing"},
+                    Misuse{"uci set sample.@thing[-1]=other", "the option is missing"},
                     Misuse{"uci add sample", "an argument is missing"},
                     Misuse{"uci add a b c d", "too many arguments"},
                     Misuse{"uci del sample", "the section is missing"},
@@ -408,10 +438,21 @@ TEST_F(TqctlTest, ASyntaxErrorEndsWithFiveAndTheFileStays) {
     EXPECT_EQ(read_file("/etc/config/sample"), broken);
 }
 
-TEST_F(TqctlTest, ADirectoryInPlaceOfTheFileEndsWithSix) {
-    run_command("mkdir /etc/config/directory");
-    EXPECT_TRUE(fails(tqctl("uci get directory.a.b"), kInputOutput, "Is a directory"));
-    EXPECT_TRUE(fails(tqctl("uci set directory.a.b=c"), kInputOutput, "Is a directory"));
+TEST_F(TqctlTest, AnythingElseInPlaceOfTheFileEndsWithOne) {
+    for (const char* command :
+         {"mkdir /etc/config/odd", "mkfifo /etc/config/odd", "ln -s /dev/null /etc/config/odd"}) {
+        SCOPED_TRACE(command);
+        ASSERT_EQ(run_command(command).status, 0);
+        for (const char* call :
+             {"get odd.a.b", "get odd.@a[-1]", "set odd.a.b=c", "add odd a", "add odd a b",
+              "del odd.a", "add-list odd.a.b=c", "del-list odd.a.b=c"}) {
+            const CommandResult result = tqctl(std::string("uci ") + call);
+            EXPECT_TRUE(fails(result, kRefused, ": not a regular file\n")) << call;
+            EXPECT_THAT(result.err, Not(HasSubstr("syntax error"))) << call;
+        }
+        run_command("rm -r /etc/config/odd");
+    }
+    EXPECT_FALSE(exists("/tmp/.uci/odd"));
 }
 
 TEST_F(TqctlTest, AReadOnlyFileSystemEndsWithSix) {

@@ -2,6 +2,7 @@
 #include <tq/uci_path.h>
 
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -32,6 +33,7 @@ class UciPath {
 
     [[nodiscard]] const char* file() const { return text_; }
     [[nodiscard]] const char* name() const { return name_; }
+    [[nodiscard]] bool is_last_of_type() const { return name_ && *name_ == '@'; }
     [[nodiscard]] const char* type() const { return type_; }
     [[nodiscard]] int index() const { return index_; }
     [[nodiscard]] const char* option() const { return option_; }
@@ -114,11 +116,32 @@ ExitCode parse_readable(const Context& context, const char* spelling, UciPath& p
     const ExitCode code = path.parse(context, spelling);
     if (code != ExitCode::kDone) return code;
     if (path.value()) return context.misuse("%s: nothing can be set here", spelling);
-    if (path.name() && !path.option()) return context.misuse("%s: the option is missing", spelling);
+    if (path.name() && !path.is_last_of_type() && !path.option()) {
+        return context.misuse("%s: the option is missing", spelling);
+    }
     return ExitCode::kDone;
 }
 
+// By its spelling a section has options only; its own name goes by the index, so that of the last
+// one is looked for.
+int read_last_name(const UciPath& path, char* buffer, int size) {
+    char type[kLongestPath + 1];
+    const char* start = path.name() + 1;
+    snprintf(type, sizeof(type), "%.*s", static_cast<int>(strcspn(start, "[")), start);
+    const auto read = [&](int index) {
+        return uci_get_str_option_by_id(path.file(), type, index, nullptr, buffer, size);
+    };
+    if (read(0) != 0) return -1;
+    int last = 0;
+    for (int end = INT_MAX; end - last > 1;) {
+        const int middle = last + (end - last) / 2;
+        (read(middle) == 0 ? last : end) = middle;
+    }
+    return read(last);
+}
+
 int read_value(const UciPath& path, char* buffer, int size) {
+    if (path.is_last_of_type() && !path.option()) return read_last_name(path, buffer, size);
     if (path.name()) {
         return uci_get_str_option_by_name(path.file(), path.name(), path.option(), buffer, size);
     }
@@ -184,7 +207,7 @@ ExitCode set(Context& context, Arguments arguments) {
     UciPath path;
     const ExitCode code = path.parse(context, arguments[0]);
     if (code != ExitCode::kDone) return code;
-    if (!path.option() && path.name() && path.value()) {
+    if (!path.option() && path.name() && !path.is_last_of_type() && path.value()) {
         return define_section(context, path.file(), path.name(), path.value());
     }
     return change_option(context, path, uci_set_str_option_by_name, uci_set_str_option_by_id);
@@ -259,8 +282,8 @@ constexpr Command kCommands[] = {
      "alone the section's name. JSON is an object with the PATHs as its keys.",
      "tqctl uci get system.@system[0].hostname", get},
     {"set", "PATH=VALUE", 1, 1, "sets an option, or defines a named section",
-     "An option that is missing is created; its section must exist. FILE.NAME=TYPE\n"
-     "defines the named section of that type.",
+     "An option that is missing is created; its section must exist. An empty VALUE\n"
+     "deletes the option. FILE.NAME=TYPE defines the named section of that type.",
      "tqctl uci set wireless.radio0.channel=36", set},
     {"add", "FILE TYPE [NAME]", 2, 3, "adds a section",
      "Without a NAME the section is anonymous, and its index among those of its TYPE\n"

@@ -96,8 +96,12 @@ Cause cause_of_error(int error) {
     return {exit_code_of(error), strerror(error)};
 }
 
+// A device or a FIFO is not even opened: that alone can do something.
 std::optional<Cause> obstacle_to_reading(const char* file) {
     const FilePath path(kConfigDirectory, file);
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0) return cause_of_error(errno);
+    if (!S_ISREG(status.st_mode)) return Cause{ExitCode::kRefused, "not a regular file"};
     const UniqueFd fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     char byte = 0;
     if (fd.get() < 0 || read(fd.get(), &byte, 1) < 0) return cause_of_error(errno);
