@@ -1,5 +1,6 @@
 // Makes one public call a given number of times, so that a tracer can count its system calls.
 #include <tq/tq.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -15,6 +16,14 @@ struct Call {
 char text[64];
 int number;
 
+// Other numbers in each process, so that no write finds its value there already.
+unsigned serial = static_cast<unsigned>(getpid()) * 100;
+
+const char* next_value() {
+    snprintf(text, sizeof(text), "tq%u", ++serial);
+    return text;
+}
+
 constexpr Call kCalls[] = {
     {"read_line", [] { read_line("/etc/config/system", "hostname", text, sizeof(text)); }},
     {"run_cmd", [] { run_cmd("echo eth0", text, sizeof(text)); }},
@@ -22,9 +31,9 @@ constexpr Call kCalls[] = {
     {"uci_get_str_option_by_id",
      [] { uci_get_str_option_by_id("system", "system", 0, "hostname", text, sizeof(text)); }},
     {"uci_set_str_option_by_id",
-     [] { uci_set_str_option_by_id("system", "system", 0, "hostname", "tq"); }},
+     [] { uci_set_str_option_by_id("system", "system", 0, "hostname", next_value()); }},
     {"uci_set_int_option_by_id",
-     [] { uci_set_int_option_by_id("system", "system", 0, "ttylogin", 1); }},
+     [] { uci_set_int_option_by_id("system", "system", 0, "ttylogin", ++serial); }},
     {"add_uci_section", [] { add_uci_section("system", "timeserver"); }},
 };
 

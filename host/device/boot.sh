@@ -38,11 +38,12 @@ lay_overlay() {
     mount -t tmpfs -o mode=0755 tqdevice "$scratch"
     mkdir "$root" "$scratch/layers"
     overlay / root "$root"
-    # Other file systems of the machine (a separate /usr or /home) get an overlay each.
+    # Other file systems of the machine (a separate /usr or /home) get an overlay each, but for a mount point
+    # that the options of mount(8) cannot tell.
     number=0
     while read -r _ point type _; do
         case $type in ext[234] | xfs | btrfs | f2fs | overlay | 9p | virtiofs | nfs*) ;; *) continue ;; esac
-        case $point in / | *\\*) continue ;; esac
+        case $point in / | *[\\,:]*) continue ;; esac
         if [ ! -d "$point" ] || [ ! -d "$root$point" ]; then continue; fi
         number=$((number + 1))
         overlay "$point" "$number" "$root$point"
@@ -64,15 +65,19 @@ mount_fresh() {
     mkdir "$root/run/lock" "$state" "$state/old"
 }
 
-# share PATHS ro|rw
+# share PATHS ro|rw: for reading without what is mounted below, which a remount would leave writable.
 share() {
     old_ifs=$IFS
     IFS='
 '
     for path in $1; do
         mkdir -p "$root$path"
-        mount --rbind "$path" "$root$path"
-        if [ "$2" = ro ]; then mount -o remount,bind,ro "$root$path"; fi
+        if [ "$2" = rw ]; then
+            mount --rbind "$path" "$root$path"
+        else
+            mount --bind "$path" "$root$path"
+            mount -o remount,bind,ro "$root$path"
+        fi
     done
     IFS=$old_ifs
 }

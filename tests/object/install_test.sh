@@ -27,7 +27,7 @@ cat >"$scratch/package/CMakeLists.txt" <<END
 cmake_minimum_required(VERSION 3.25)
 project(user LANGUAGES C)
 find_package(tq 1.0 REQUIRED)
-add_executable(example $example)
+add_executable(example "$example")
 target_link_libraries(example PRIVATE tq::tq)
 END
 "$cmake" -S "$scratch/package" -B "$scratch/package/build" -G "$generator" -DCMAKE_C_COMPILER="$compiler" \
