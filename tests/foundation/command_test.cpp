@@ -29,6 +29,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/buffer.h"
 #include "support/device.h"
 #include "support/faults.h"
 #include "support/log_capture.h"
@@ -52,8 +53,10 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 using tq_test::as_nobody;
+using tq_test::Buffer;
 using tq_test::DeviceTest;
 using tq_test::exists;
+using tq_test::kUntouched;
 using tq_test::Line;
 using tq_test::LogCapture;
 using tq_test::LogLine;
@@ -67,7 +70,6 @@ std::mt19937 seeded(unsigned seed) {
     return std::mt19937(seed);
 }
 
-constexpr char kUntouched = '\x5a';
 constexpr const char* kFile = "/tmp/file";
 
 // What the text functions split longer lines at.
@@ -84,27 +86,6 @@ std::vector<int> open_descriptors() {
 bool has_children() {
     return waitpid(-1, nullptr, WNOHANG) != -1 || errno != ECHILD;
 }
-
-// A buffer of the caller's with a guard behind it, filled with what no function writes.
-class Buffer {
-  public:
-    explicit Buffer(int size) : size_(size), bytes_(static_cast<size_t>(size) + 16, kUntouched) {}
-
-    char* data() { return bytes_.data(); }
-    [[nodiscard]] int size() const { return size_; }
-    [[nodiscard]] std::string text() const { return bytes_.substr(0, bytes_.find('\0')); }
-    [[nodiscard]] std::string all() const { return bytes_.substr(0, static_cast<size_t>(size_)); }
-    [[nodiscard]] bool untouched() const {
-        return bytes_ == std::string(bytes_.size(), kUntouched);
-    }
-    [[nodiscard]] bool guard_holds() const {
-        return bytes_.substr(static_cast<size_t>(size_)) == std::string(16, kUntouched);
-    }
-
-  private:
-    int size_;
-    std::string bytes_;
-};
 
 auto Rejected(const char* function) {
     return ElementsAre(Line(LOG_ERR, function, "invalid parameters\n"));

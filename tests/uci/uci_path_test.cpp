@@ -27,6 +27,7 @@
 #include <tuple>
 #include <vector>
 
+#include "support/buffer.h"
 #include "support/device.h"
 #include "support/faults.h"
 #include "support/log_capture.h"
@@ -39,6 +40,7 @@ using testing::IsEmpty;
 using testing::Matcher;
 using testing::Not;
 using tq_test::as_nobody;
+using tq_test::Buffer;
 using tq_test::CommandResult;
 using tq_test::DeviceTest;
 using tq_test::exists;
@@ -59,7 +61,6 @@ std::mt19937 seeded(unsigned seed) {
     return std::mt19937(seed);
 }
 
-constexpr char kUntouched = '\x5a';
 constexpr int kNoValue = 4711;
 constexpr size_t kLongestPath = 1023;
 
@@ -279,26 +280,6 @@ using Context = std::unique_ptr<uci_context, ContextFreer>;
 Context new_context() {
     return Context(uci_alloc_context());
 }
-
-// A buffer of the caller's with a guard behind it, filled with what no function writes.
-class Buffer {
-  public:
-    explicit Buffer(int size) : size_(size), bytes_(static_cast<size_t>(size) + 16, kUntouched) {}
-
-    char* data() { return bytes_.data(); }
-    [[nodiscard]] int size() const { return size_; }
-    [[nodiscard]] std::string text() const { return bytes_.substr(0, bytes_.find('\0')); }
-    [[nodiscard]] bool untouched() const {
-        return bytes_ == std::string(bytes_.size(), kUntouched);
-    }
-    [[nodiscard]] bool guard_holds() const {
-        return bytes_.substr(static_cast<size_t>(size_)) == std::string(16, kUntouched);
-    }
-
-  private:
-    int size_;
-    std::string bytes_;
-};
 
 auto Error(const std::string& function, const std::string& text) {
     return Line(LOG_ERR, function, text);
