@@ -274,7 +274,7 @@ COMMANDS
 
 batches_alike() {
     while IFS= read -r line; do
-        file=batch
+        file='batch'
         fresh
         printf '%s\n' 'config a' 'config t b' ' option o val' |
             tee "$work/a/config/corpus" >"$work/b/config/corpus"
