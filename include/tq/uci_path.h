@@ -13,9 +13,9 @@
  * file takes it along. Whether a commit notices that its disk is full is libuci's affair.
  *
  * Names go into the path as they are: a "." or "=" in one has its meaning there. Paths are texts of
- * at most 1023 bytes, value included. uci_cmd_format cuts a longer one silently;
- * all other functions refuse it with their usual failure and change nothing, because a cut path
- * means another option or another value.
+ * at most 1023 bytes, value included. uci_cmd_format cuts a longer one silently; all other
+ * functions refuse it with their usual failure and change nothing, because a cut path means another
+ * option or another value.
  */
 #ifndef TQ_UCI_PATH_H
 #define TQ_UCI_PATH_H
@@ -39,8 +39,8 @@ TQ_API int uci_cmd_format(char *buf, size_t size, const char *file, const char *
                           const char *name, int index, const char *option, const char *value);
 
 /* Setters of an option. A missing option is created, an empty value deletes the option; the section
- * must exist. The integer forms
- * store value as unsigned decimal text (-1 becomes 4294967295) and commit the file twice.
+ * must exist. The integer forms store value as unsigned decimal text (-1 becomes 4294967295) and
+ * commit the file twice.
  * Failures: "uci_do_section fail, uci set %s" and "uci set %s fail" with the path, then nothing is
  * changed; "uci commit %s fail" with the file. */
 TQ_API int uci_set_str_option_by_id(const char *filename, const char *config_type, int id,
@@ -61,8 +61,7 @@ TQ_API int uci_add_list_by_id(const char *filename, const char *config_type, int
                               const char *option, const char *value);
 
 /* Removes every item of a list option that equals value; that there is none is a success, but the
- * section must exist. The
- * attempt is logged at LOG_INFO as "uci del_list %s".
+ * section must exist. The attempt is logged at LOG_INFO as "uci del_list %s".
  * Failures: "uci_do_section fail, uci del_list %s", "del_list fail", "uci commit %s fail". */
 TQ_API int uci_del_list_by_name(const char *filename, const char *config_name, const char *option,
                                 const char *value);

@@ -55,8 +55,13 @@ class Number : public tq::Text<kNumberSize> {
     explicit Number(unsigned value) { append("%u", value); }
 };
 
+// A cut path means another option or another value.
+bool apply(UciAction action, const Path& path) {
+    return !path.cut() && tq::uci_do_section(action, path.c_str()) == 0;
+}
+
 int set_uci(const Path& path) {
-    if (path.cut() || tq::uci_do_section(UciAction::kSet, path.c_str()) != 0) {
+    if (!apply(UciAction::kSet, path)) {
         return TQ_FAIL("uci_do_section fail, uci set %s\n", path.c_str());
     }
     return 0;
@@ -64,7 +69,7 @@ int set_uci(const Path& path) {
 
 int add_list(const Path& path) {
     TQ_LOG(LOG_INFO, "uci add_list %s\n", path.c_str());
-    if (path.cut() || tq::uci_do_section(UciAction::kAddListItem, path.c_str()) != 0) {
+    if (!apply(UciAction::kAddListItem, path)) {
         return TQ_FAIL("uci_do_section fail, uci add_list %s\n", path.c_str());
     }
     return 0;
@@ -72,7 +77,7 @@ int add_list(const Path& path) {
 
 int del_list(const Path& path) {
     TQ_LOG(LOG_INFO, "uci del_list %s\n", path.c_str());
-    if (path.cut() || tq::uci_do_section(UciAction::kDeleteListItem, path.c_str()) != 0) {
+    if (!apply(UciAction::kDeleteListItem, path)) {
         return TQ_FAIL("uci_do_section fail, uci del_list %s\n", path.c_str());
     }
     return 0;
@@ -80,7 +85,7 @@ int del_list(const Path& path) {
 
 int del_uci(const Path& path) {
     TQ_LOG(LOG_INFO, "uci del %s\n", path.c_str());
-    if (path.cut() || tq::uci_do_section(UciAction::kDelete, path.c_str()) != 0) {
+    if (!apply(UciAction::kDelete, path)) {
         return TQ_FAIL("uci_do_section fail, uci del %s\n", path.c_str());
     }
     return 0;
