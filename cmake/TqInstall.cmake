@@ -18,11 +18,6 @@ else()
     set_target_properties(tq PROPERTIES INSTALL_RPATH "$ORIGIN/tq")
 endif()
 
-if(TARGET tqctl AND NOT TQ_USE_SYSTEM)
-    file(RELATIVE_PATH to_libraries ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
-    set_target_properties(tqctl PROPERTIES INSTALL_RPATH "$ORIGIN/${to_libraries}")
-endif()
-
 install(EXPORT tqTargets NAMESPACE tq:: DESTINATION ${package_dir})
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/tqConfig.cmake.in ${PROJECT_BINARY_DIR}/tqConfig.cmake
     INSTALL_DESTINATION ${package_dir})

@@ -81,6 +81,8 @@ void Lexer::skip_line() {
     buffer_[position_] = '\0';
 }
 
+// Byte by byte: a string function may be checked against the whole rest of the line at each call,
+// and a line can hold any number of statements.
 Lexer::Word Lexer::peek_command() const {
     size_t begin = position_;
     while (is_blank(buffer_[begin]))
