@@ -1,5 +1,5 @@
-# What is installed of the library: headers, libraries, and how pkg-config and find_package() find them. The workstation's libuci
-# goes beside libtq, in a directory of its own, where no other program finds it by accident.
+# What is installed of the library: headers, libraries, and how pkg-config and find_package() find them. The workstation's
+# libuci and its companions go beside libtq, in a directory of their own, where no other program finds them by accident.
 include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/tq)
@@ -9,12 +9,14 @@ install(TARGETS tq EXPORT tqTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(TARGETS tq_static ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 
-if(TQ_USE_SYSTEM)
-    set(TQ_PC_PRIVATE "-luci")
-else()
-    install(TARGETS uci EXPORT tqTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/tq)
-    install(FILES ${PROJECT_SOURCE_DIR}/host/uci/include/uci.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tq/host)
-    set(TQ_PC_PRIVATE "-L\${libdir}/tq -luci")
+list(JOIN TQ_DEPENDENCY_LIBRARIES " " TQ_PC_PRIVATE)
+if(NOT TQ_USE_SYSTEM)
+    install(TARGETS ${TQ_DEPENDENCIES} EXPORT tqTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/tq)
+    set_target_properties(${TQ_DEPENDENCIES} PROPERTIES INSTALL_RPATH "$ORIGIN")
+    foreach(name IN LISTS TQ_DEPENDENCIES)
+        install(DIRECTORY ${PROJECT_SOURCE_DIR}/host/${name}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tq/host)
+    endforeach()
+    set(TQ_PC_PRIVATE "-L\${libdir}/tq ${TQ_PC_PRIVATE}")
     set_target_properties(tq PROPERTIES INSTALL_RPATH "$ORIGIN/tq")
 endif()
 

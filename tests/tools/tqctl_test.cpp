@@ -1,93 +1,22 @@
 // tqctl_test.cpp - the companion command as a script meets it: its arguments in, its output and
 // exit code out.
 #include <gmock/gmock.h>
-#include <json-c/json.h>
 
 #include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "support/device.h"
+#include "tools/tqctl.h"
 
 namespace {
 
+using namespace tq_test;  // NOLINT(google-build-using-namespace)
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
-using tq_test::CommandResult;
-using tq_test::exists;
-using tq_test::FullDisk;
-using tq_test::read_file;
-using tq_test::ReadOnly;
-using tq_test::run_command;
-using tq_test::write_file;
-
-// The documented exit codes.
-enum Code { kDone, kRefused, kUsage, kBusy, kNotPermitted, kDamaged, kInputOutput };
-
-// Coverage data of a program without privileges goes where it may write.
-const std::string kNobody =
-    "GCOV_PREFIX=/tmp setpriv --reuid=65534 --regid=65534 --clear-groups -- ";
-
-std::string quote(const std::string& text) {
-    std::string quoted = "'";
-    for (const char c : text) {
-        if (c == '\'') {
-            quoted += "'\\''";
-        } else {
-            quoted += c;
-        }
-    }
-    return quoted + "'";
-}
-
-CommandResult tqctl(const std::string& arguments) {
-    return run_command("tqctl " + arguments);
-}
-
-struct Put {
-    void operator()(json_object* object) const { json_object_put(object); }
-};
-using Json = std::unique_ptr<json_object, Put>;
-
-// Null where the text is anything but one JSON document in valid UTF-8 and a line feed.
-Json parse(const std::string& text) {
-    if (text.empty() || text.back() != '\n') return nullptr;
-    json_tokener* tokener = json_tokener_new();
-    json_tokener_set_flags(tokener, JSON_TOKENER_STRICT | JSON_TOKENER_VALIDATE_UTF8);
-    Json json(json_tokener_parse_ex(tokener, text.c_str(), static_cast<int>(text.size())));
-    const bool whole = json_tokener_get_error(tokener) == json_tokener_success &&
-                       json_tokener_get_parse_end(tokener) >= text.size() - 1;
-    json_tokener_free(tokener);
-    return whole ? std::move(json) : nullptr;
-}
-
-std::string member(const Json& json, const std::string& key) {
-    json_object* value = nullptr;
-    if (!json || !json_object_object_get_ex(json.get(), key.c_str(), &value))
-        return "(no " + key + ")";
-    return json_object_get_string(value);
-}
-
-testing::AssertionResult succeeds(const CommandResult& result, const std::string& out) {
-    if (result.status == kDone && result.out == out && result.err.empty())
-        return testing::AssertionSuccess();
-    return testing::AssertionFailure() << "exit code " << result.status << ", output \""
-                                       << result.out << "\", diagnostics \"" << result.err << "\"";
-}
-
-testing::AssertionResult fails(const CommandResult& result, Code code,
-                               const std::string& diagnostic) {
-    if (result.status == code && result.out.empty() &&
-        result.err.find(diagnostic) != std::string::npos) {
-        return testing::AssertionSuccess();
-    }
-    return testing::AssertionFailure() << "exit code " << result.status << ", output \""
-                                       << result.out << "\", diagnostics \"" << result.err << "\"";
-}
 
 class TqctlTest : public tq_test::DeviceTest {
   protected:
