@@ -33,8 +33,8 @@ class Fail {
     std::size_t call_;
 };
 
-// Sees each ioctl of this thread before the kernel does, and may answer in its place: with -1, errno
-// is what it sets. Without an answer the kernel is asked. One at a time.
+// Sees each ioctl of this thread before the kernel does, and may answer in its place: with -1,
+// errno is what it sets. Without an answer the kernel is asked. One at a time.
 class AnswerIoctl {
   public:
     using Answer = std::function<std::optional<int>(unsigned long operation, void* argument)>;

@@ -7,6 +7,10 @@ namespace {
 
 constexpr const Family* kFamilies[] = {
     &kUci,
+    &kIf,
+    &kArp,
+    &kRoute,
+    &kResolve,
     &kHelp,
     &kMan,
     &kCompletion,
