@@ -111,6 +111,10 @@ std::string neighbours_of(const std::string& ifname) {
     return run_command("ip -j neigh show dev " + ifname).out;
 }
 
+std::string name_in(const ifreq& request) {
+    return {request.ifr_name, IFNAMSIZ};
+}
+
 std::vector<int> open_descriptors() {
     std::vector<int> open;
     for (int fd = 0; fd < 256; fd++) {
@@ -386,7 +390,7 @@ TEST_F(Netif, PutsAtMostSixteenBytesOfANameIntoARequest) {
     get_if_mtu("a", &mtu);
     std::vector<std::string> names;
     for (const auto& entry : recorder.entries())
-        names.emplace_back(entry.record.ifr_name, IFNAMSIZ);
+        names.push_back(name_in(entry.record));
     EXPECT_THAT(names, ElementsAre(std::string("abcdefghijklmno\0", 16), "abcdefghijklmnop",
                                    "abcdefghijklmnop", "a" + std::string(15, '\0')));
 }
@@ -464,7 +468,7 @@ TEST_F(Flags, WritesBackAllSixteenBitsButTheOne) {
     const AnswerIoctl kernel([&](unsigned long operation, void* argument) -> std::optional<int> {
         auto* request = static_cast<ifreq*>(argument);
         if (operation == SIOCGIFFLAGS) request->ifr_flags = static_cast<short>(0xffff);
-        if (operation == SIOCSIFFLAGS) written.push_back(request->ifr_flags & 0xffffU);
+        if (operation == SIOCSIFFLAGS) written.push_back(static_cast<uint16_t>(request->ifr_flags));
         return 0;
     });
     EXPECT_EQ(set_if_flag(kIf, 0), 0);
@@ -579,13 +583,14 @@ TEST_F(Addresses, RequestsHoldTheNameTheFamilyAndTheAddress) {
     EXPECT_THAT(recorder.operations(), ElementsAre(SIOCSIFADDR, SIOCSIFNETMASK, SIOCSIFBRDADDR));
     const std::array<uint32_t, 3> addresses = {kAddress, kMask, kBroadcast};
     for (size_t i = 0; i < addresses.size(); i++) {
-        ifreq expected{};
-        memcpy(expected.ifr_name, kIf, strlen(kIf));
+        const ifreq& request = recorder.entries()[i].record;
+        EXPECT_EQ(name_in(request), kIf + std::string(13, '\0'));
         sockaddr_in inet{};
-        inet.sin_family = AF_INET;
-        inet.sin_addr.s_addr = addresses[i];
-        memcpy(&expected.ifr_addr, &inet, sizeof(inet));
-        EXPECT_EQ(memcmp(&recorder.entries()[i].record, &expected, sizeof(expected)), 0) << i;
+        memcpy(&inet, &request.ifr_addr, sizeof(inet));
+        EXPECT_EQ(inet.sin_family, AF_INET);
+        EXPECT_EQ(inet.sin_port, 0);
+        EXPECT_EQ(inet.sin_addr.s_addr, addresses[i]);
+        EXPECT_THAT(inet.sin_zero, Each(0));
     }
 }
 
@@ -900,6 +905,7 @@ TEST_F(Gateway, AnEmptyTableHasNone) {
 
 TEST_F(Gateway, ARowWithoutElevenFieldsEndsTheSearch) {
     const std::string good = route_row("eth0", "00000001", "0003");
+    const std::string table = kRouteHeader + good;
     const std::vector<std::string> bad = {
         "eth1\n",
         "eth1\t00000000\t00000000\t0003\t0\t0\t0\t00000000\t0\t0\n",
@@ -908,8 +914,8 @@ TEST_F(Gateway, ARowWithoutElevenFieldsEndsTheSearch) {
         "eth1\t00000000\t00000000\t0003\t0\t0\t0\t00000000\t0\t0\tx\n",
     };
     for (const std::string& row : bad) {
-        EXPECT_EQ(gateway_in(kRouteHeader + row + good), kNone) << row;
-        EXPECT_EQ(gateway_in(kRouteHeader + good + row), (Found{0, 1})) << row;
+        EXPECT_EQ(gateway_in(std::string(kRouteHeader).append(row).append(good)), kNone) << row;
+        EXPECT_EQ(gateway_in(table + row), (Found{0, 1})) << row;
     }
 }
 

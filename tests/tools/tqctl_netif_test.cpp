@@ -95,9 +95,9 @@ TEST_F(TqctlNetif, WithoutPrivilegesAChangeEndsWithFour) {
         "arp add tq0 192.0.2.7 02:00:00:00:00:08",
         "arp del tq0 192.0.2.7",
     };
+    const std::string prefix = kNobody + "$(command -v tqctl) ";
     for (const std::string& command : commands) {
-        EXPECT_TRUE(fails(run_command(kNobody + "$(command -v tqctl) " + command), kNotPermitted,
-                          "Operation not permitted"))
+        EXPECT_TRUE(fails(run_command(prefix + command), kNotPermitted, "Operation not permitted"))
             << command;
     }
     EXPECT_EQ(sys("mtu"), "1500");

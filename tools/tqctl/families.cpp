@@ -5,8 +5,11 @@ namespace tqctl {
 
 namespace {
 
+// clang-format off
 constexpr const Family* kFamilies[] = {
     &kUci,
+    &kStatus,
+    &kUpgrade,
     &kIf,
     &kArp,
     &kRoute,
@@ -15,6 +18,7 @@ constexpr const Family* kFamilies[] = {
     &kMan,
     &kCompletion,
 };
+// clang-format on
 
 }  // namespace
 

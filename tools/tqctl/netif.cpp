@@ -20,12 +20,17 @@ namespace tqctl {
 
 namespace {
 
+using Ip = std::array<uint8_t, 4>;
 using Mac = std::array<uint8_t, 6>;
 
 // The forms that values have on the command line.
 
 bool parse_address(const char* text, uint32_t& address) {
     return inet_pton(AF_INET, text, &address) == 1;
+}
+
+bool parse_ip(const char* text, Ip& ip) {
+    return inet_pton(AF_INET, text, ip.data()) == 1;
 }
 
 bool parse_octet(const char* text, uint8_t& octet) {
@@ -279,49 +284,40 @@ ExitCode set(Context& context, Arguments arguments) {
 
 // arp
 
-struct Neighbour {
-    const char* ifname;
-    uint8_t ip[4];
-};
-
-ExitCode parse_neighbour(const Context& context, Arguments arguments, Neighbour& neighbour) {
-    uint32_t address = 0;
-    if (!parse_address(arguments[1], address)) {
-        return context.misuse("'%s' is not an IPv4 address", arguments[1]);
-    }
-    neighbour.ifname = arguments[0];
-    memcpy(neighbour.ip, &address, sizeof(neighbour.ip));
-    return ExitCode::kDone;
+ExitCode refuse_address(const Context& context, const char* text) {
+    return context.misuse("'%s' is not an IPv4 address", text);
 }
 
 ExitCode add_neighbour(Context& context, Arguments arguments) {
+    const char* ifname = arguments[0];
+    const char* address = arguments[1];
     const bool is_permanent = arguments.size() == 4;
-    Neighbour neighbour{};
+    Ip ip{};
     Mac mac{};
-    ExitCode code = parse_neighbour(context, arguments, neighbour);
-    if (code != ExitCode::kDone) return code;
+    if (!parse_ip(address, ip)) return refuse_address(context, address);
     if (!parse_mac(arguments[2], mac)) {
         return context.misuse("'%s' is not a hardware address", arguments[2]);
     }
     if (is_permanent && strcmp(arguments[3], "permanent") != 0) {
         return context.misuse("'%s' is not 'permanent'", arguments[3]);
     }
-    code = find_interface(context, neighbour.ifname);
+    const ExitCode code = find_interface(context, ifname);
     if (code != ExitCode::kDone) return code;
     const uint32_t flags = is_permanent ? ATF_PERM : 0;
-    if (add_arp(neighbour.ifname, neighbour.ip, mac.data(), flags) == 0) return ExitCode::kDone;
-    return refuse(context, arguments[1]);
+    const int result = add_arp(ifname, ip.data(), mac.data(), flags);
+    return result == 0 ? ExitCode::kDone : refuse(context, address);
 }
 
 ExitCode del_neighbour(Context& context, Arguments arguments) {
-    Neighbour neighbour{};
-    ExitCode code = parse_neighbour(context, arguments, neighbour);
+    const char* ifname = arguments[0];
+    const char* address = arguments[1];
+    Ip ip{};
+    if (!parse_ip(address, ip)) return refuse_address(context, address);
+    const ExitCode code = find_interface(context, ifname);
     if (code != ExitCode::kDone) return code;
-    code = find_interface(context, neighbour.ifname);
-    if (code != ExitCode::kDone) return code;
-    if (del_arp_by_ip(neighbour.ifname, neighbour.ip) == 0) return ExitCode::kDone;
-    if (errno == ENXIO) return context.fail(ExitCode::kRefused, "%s: no such entry", arguments[1]);
-    return refuse(context, arguments[1]);
+    if (del_arp_by_ip(ifname, ip.data()) == 0) return ExitCode::kDone;
+    if (errno == ENXIO) return context.fail(ExitCode::kRefused, "%s: no such entry", address);
+    return refuse(context, address);
 }
 
 // route
