@@ -77,6 +77,12 @@ constexpr Mac kMac = {0x02, 0x11, 0x22, 0x33, 0x44, 0x55};
 constexpr Ip kNeighbour = {192, 0, 2, 77};
 constexpr uint32_t kUntouched = 0x5a5a5a5a;
 
+// The kernel notices a link in its own time.
+constexpr const char* kUntilTheLinkIsUp =
+    "until grep -qx up /sys/class/net/tq0/operstate; do sleep 0.01; done";
+constexpr const char* kUntilTheLinkIsDown =
+    "while grep -qx up /sys/class/net/tq0/operstate; do sleep 0.01; done";
+
 uint32_t inet(const char* text) {
     return inet_addr(text);
 }
@@ -174,6 +180,7 @@ class Netif : public DeviceTest {
         must_run(
             "ip link add tq0 address 02:00:00:00:00:01 type veth peer name tq1 && "
             "ip link set tq0 up && ip link set tq1 up");
+        must_run(kUntilTheLinkIsUp);
         tq_test::faults::reset();
         descriptors_ = open_descriptors();
     }
@@ -431,6 +438,7 @@ TEST_F(Flags, TellsWhetherAnInterfaceIsUp) {
 TEST_F(Flags, RunsOnlyWhereTheLinkIsThere) {
     EXPECT_EQ(if_is_running(kIf), 1);
     must_run("ip link set tq1 down");
+    must_run(kUntilTheLinkIsDown);
     EXPECT_EQ(if_is_up(kIf), 1);
     EXPECT_EQ(if_is_running(kIf), 0);
 }
