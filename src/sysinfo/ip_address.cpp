@@ -132,10 +132,24 @@ void copy_octets(uint8_t* out, const Octets& octets) {
         out[i] = static_cast<uint8_t>(octets[i]);
 }
 
+// Below 256. Optimized for size, a division would be the machine's slow one.
+constexpr uint32_t by_ten(uint32_t number) {
+    return number * 205 >> 11;
+}
+
+static_assert([] {
+    for (uint32_t number = 0; number < 256; number++) {
+        if (by_ten(number) != number / 10) return false;
+    }
+    return true;
+}());
+
 char* put_number(char* out, uint32_t number) {
-    if (number >= 100) *out++ = static_cast<char>('0' + number / 100);
-    if (number >= 10) *out++ = static_cast<char>('0' + number / 10 % 10);
-    *out++ = static_cast<char>('0' + number % 10);
+    const uint32_t tens = by_ten(number);
+    const uint32_t hundreds = by_ten(tens);
+    if (hundreds > 0) *out++ = static_cast<char>('0' + hundreds);
+    if (tens > 0) *out++ = static_cast<char>('0' + tens - hundreds * 10);
+    *out++ = static_cast<char>('0' + number - tens * 10);
     return out;
 }
 

@@ -8,6 +8,7 @@ namespace tqctl {
 // Constants, each initialized where it is defined.
 // NOLINTBEGIN(bugprone-dynamic-static-initializers)
 extern const Family kUci;
+extern const Family kIp;
 extern const Family kStatus;
 extern const Family kUpgrade;
 extern const Family kHelp;
