@@ -970,12 +970,16 @@ TEST_F(Gateway, SearchEndsInGarbageOfAnySize) {
 }
 
 // A fixed seed, so that a failure can be repeated.
+std::mt19937 seeded(unsigned seed) {
+    return std::mt19937(seed);
+}
+
 TEST_F(Gateway, SearchEndsInAnyDamagedTable) {
     const ScopedProc proc({{"net/route", std::string()}});
     const std::string table = kRouteHeader + route_row("eth1", "00000001", "0003") +
                               route_row("eth0", "00000002", "0001") +
                               route_row("eth0", "00000003", "0003");
-    std::mt19937 random(17);
+    std::mt19937 random = seeded(17);
     int found = 0;
     for (int round = 0; round < 500; round++) {
         std::string damaged = table;

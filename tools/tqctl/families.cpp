@@ -15,8 +15,6 @@ constexpr const Family* kFamilies[] = {
     &kRoute,
     &kResolve,
     &kIp,
-    &kStatus,
-    &kUpgrade,
     &kHelp,
     &kMan,
     &kCompletion,
