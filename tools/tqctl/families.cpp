@@ -8,13 +8,13 @@ namespace {
 // clang-format off
 constexpr const Family* kFamilies[] = {
     &kUci,
-    &kStatus,
-    &kUpgrade,
     &kIf,
     &kArp,
     &kRoute,
     &kResolve,
     &kIp,
+    &kStatus,
+    &kUpgrade,
     &kHelp,
     &kMan,
     &kCompletion,
