@@ -5,9 +5,17 @@ namespace tqctl {
 
 namespace {
 
+// clang-format off
 constexpr const Family* kFamilies[] = {
-    &kUci, &kStatus, &kUpgrade, &kHelp, &kMan, &kCompletion,
+    &kUci,
+    &kBoard,
+    &kStatus,
+    &kUpgrade,
+    &kHelp,
+    &kMan,
+    &kCompletion,
 };
+// clang-format on
 
 }  // namespace
 
