@@ -106,6 +106,7 @@ using tq_test::kUntouched;
 using tq_test::Line;
 using tq_test::LogCapture;
 using tq_test::LogLine;
+using tq_test::use_board;
 using tq_test::write_file;
 
 class BoardTest : public tq_test::DeviceTest {
@@ -140,11 +141,6 @@ auto Traced(const char* function, const std::string& text) {
     return ElementsAre(Line(LOG_DEBUG, function, text));
 }
 
-// The one-radio, dual-radio or tri-radio sample.
-void use_sample(const std::string& name) {
-    write_file(kBoard, tq_test::read_file(TQ_BOARDS "/" + name + "-radio.conf"));
-}
-
 std::string bytes_of(int number) {
     return {reinterpret_cast<const char*>(&number), sizeof(number)};
 }
@@ -175,7 +171,7 @@ Answer prefix(const std::string& text) {
 TEST_F(BoardRadio, CountsTheRadios) {
     for (const auto& [sample, radios] :
          std::map<std::string, int>{{"one", 1}, {"dual", 2}, {"tri", 3}}) {
-        use_sample(sample);
+        use_board(sample + "-radio");
         int count = -5;
         EXPECT_EQ(bbi_radio_count(&count), 0);
         EXPECT_EQ(count, radios);
@@ -558,7 +554,7 @@ std::string vap_ifname(int mode, int radio, int vap) {
 }
 
 TEST_F(BoardVap, NumbersInterfacesByTheMode) {
-    use_sample("tri");
+    use_board("tri-radio");
     EXPECT_EQ(vap_ifname(1, 1, 3), "ath19");
     for (const int mode : {0, 2})
         EXPECT_EQ(vap_ifname(mode, 1, 3), "ath3");
@@ -570,7 +566,7 @@ TEST_F(BoardVap, NumbersInterfacesByTheMode) {
 }
 
 TEST_F(BoardVap, TakesAnyNumberOfAVap) {
-    use_sample("tri");
+    use_board("tri-radio");
     EXPECT_EQ(vap_ifname(0, 1, -1), "ath-1");
     EXPECT_EQ(vap_ifname(1, 1, -1), "ath15");
     EXPECT_EQ(vap_ifname(1, 1, 100), "ath116");
@@ -633,7 +629,7 @@ TEST_F(BoardVap, NamesByTheModeOfTheBoard) {
     Buffer buf(64);
     EXPECT_EQ(get_vap_name(1, 3, buf.data(), 64), 0);
     EXPECT_EQ(buf.text(), "wlan3");
-    use_sample("tri");
+    use_board("tri-radio");
     EXPECT_EQ(get_vap_name(1, 3, buf.data(), 64), 0);
     EXPECT_EQ(buf.text(), "ath19");
     answers[{"common", AP_TYPE_VAP_NAME_MODE, 0}] = {2, {}};
@@ -657,7 +653,7 @@ Id wifi_id(const char* ifname) {
 }
 
 TEST_F(BoardVap, ReadsNamesAcrossRadios) {
-    use_sample("tri");
+    use_board("tri-radio");
     EXPECT_EQ(wifi_id("ath19"), Id(1, 3));
     EXPECT_EQ(wifi_id("ath0"), Id(0, 0));
     EXPECT_EQ(wifi_id("ath15"), Id(0, 15));
@@ -672,7 +668,7 @@ TEST_F(BoardVap, ReadsNamesAcrossRadios) {
 }
 
 TEST_F(BoardVap, ReadsARadioThatTheBoardDoesNotHave) {
-    use_sample("tri");
+    use_board("tri-radio");
     EXPECT_EQ(wifi_id("ath163"), Id(10, 3));
     EXPECT_EQ(wifi_id("ath2147483647"), Id(INT_MAX / 16, 15));
 }
@@ -761,7 +757,7 @@ TEST_F(BoardVap, FindsNoneOnABoardWithoutRadios) {
 
 TEST_F(BoardVap, ReadsBackEveryNameThatItGives) {
     for (const char* sample : {"one", "dual", "tri"}) {
-        use_sample(sample);
+        use_board(std::string(sample) + "-radio");
         for (int radio = 0; radio < bbi_radio_count_ret(); radio++) {
             for (int vap = 0; vap < 16; vap++) {
                 char name[32];
@@ -829,15 +825,15 @@ TEST_F(BoardVap, HandsTheNameOfADeviceOnUnchanged) {
 // ---- ports ----
 
 TEST_F(BoardPorts, CountsPortsAndRadios) {
-    use_sample("tri");
+    use_board("tri-radio");
     EXPECT_EQ(tq_get_dev_if_count(), 3);
     EXPECT_EQ(tq_get_dev_all_count(), 6);
     EXPECT_EQ(tq_get_dev_lan_count(), 2);
-    use_sample("dual");
+    use_board("dual-radio");
     EXPECT_EQ(tq_get_dev_if_count(), 2);
     EXPECT_EQ(tq_get_dev_all_count(), 4);
     EXPECT_EQ(tq_get_dev_lan_count(), 1);
-    use_sample("one");
+    use_board("one-radio");
     EXPECT_EQ(tq_get_dev_if_count(), 1);
     EXPECT_EQ(tq_get_dev_all_count(), 2);
     EXPECT_EQ(tq_get_dev_lan_count(), 0);
@@ -887,7 +883,7 @@ TEST_F(BoardPorts, TellsGigabitPortsByTheirNumber) {
 }
 
 TEST_F(BoardPorts, ReadsTheSpeedThatAPortIsAbleTo) {
-    use_sample("tri");
+    use_board("tri-radio");
     EXPECT_EQ(tq_get_eth_ability_of_speed(0), 1000);
     EXPECT_EQ(tq_get_eth_ability_of_speed(2), 100);
     for (const int port : {3, -1, INT_MIN, INT_MAX})
@@ -998,7 +994,7 @@ constexpr WanGetter kWanGetters[] = {
 };
 
 TEST_F(BoardWanLan, ReadsTheWanPort) {
-    use_sample("tri");
+    use_board("tri-radio");
     for (const WanGetter& getter : kWanGetters) {
         Buffer buf(32);
         EXPECT_EQ(getter.get(buf.data()), 0) << getter.function;
@@ -1042,7 +1038,7 @@ constexpr LanGetter kLanGetters[] = {
 };
 
 TEST_F(BoardWanLan, ReadsALanPort) {
-    use_sample("tri");
+    use_board("tri-radio");
     for (const LanGetter& getter : kLanGetters) {
         Buffer buf(32);
         EXPECT_EQ(getter.get(1, buf.data()), 0) << getter.function;

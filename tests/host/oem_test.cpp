@@ -20,10 +20,12 @@ namespace {
 using testing::ElementsAre;
 using testing::Field;
 using testing::IsEmpty;
+using tq_test::board_file;
 using tq_test::Buffer;
 using tq_test::LogCapture;
 using tq_test::LogLine;
 using tq_test::run_command;
+using tq_test::use_board;
 using tq_test::write_file;
 using tq_test::faults::Fail;
 
@@ -33,14 +35,6 @@ class OemTest : public tq_test::DeviceTest {
   protected:
     LogCapture log_;
 };
-
-std::string sample(const std::string& name) {
-    return TQ_BOARDS "/" + name + "-radio.conf";
-}
-
-void use_sample(const std::string& name) {
-    write_file(kBoard, tq_test::read_file(sample(name)));
-}
 
 // What a call writes; a failed one writes nothing.
 template <typename Call>
@@ -92,7 +86,7 @@ int bss_of(int radio) {
 }
 
 TEST_F(OemTest, AnswersEverySelectorFromTheDescription) {
-    use_sample("tri");
+    use_board("tri-radio");
     EXPECT_EQ(tq_get_oem_ap_type_common(AP_TYPE_VAP_NAME_MODE), 1);
     EXPECT_EQ(tq_get_oem_ap_type_common(AP_TYPE_GE_PORT_NUM), 3);
     EXPECT_EQ(tq_get_oem_ap_type_common(AP_TYPE_FE_PORT_NUM), 0);
@@ -346,7 +340,7 @@ TEST_F(OemTest, SaysInTheLogWhatIsWrongWithADescriptionAndWhere) {
 }
 
 TEST_F(OemTest, AnswersNothingFromABadDescription) {
-    write_file(kBoard, tq_test::read_file(sample("tri")) + "bad\n");
+    write_file(kBoard, tq_test::read_file(board_file("tri-radio")) + "bad\n");
     EXPECT_EQ(radio_text(AP_TYPE_RADIO_DEVICE, 0), "(failed)");
     EXPECT_EQ(gigabit_text(AP_TYPE_ETH_IF_NAME, 0), "(failed)");
     EXPECT_EQ(fast_text(AP_TYPE_ETH_IF_NAME, 0), "(failed)");
@@ -395,7 +389,7 @@ TEST_F(OemTest, SaysThatADescriptionCannotBeRead) {
 
 TEST_F(OemTest, CallsTheSamplesComplete) {
     for (const char* name : {"one", "dual", "tri"}) {
-        const auto result = run_command("board_check " + sample(name));
+        const auto result = run_command("board_check " + board_file(std::string(name) + "-radio"));
         EXPECT_EQ(result.status, 0);
         EXPECT_EQ(result.out + result.err, "");
     }
@@ -435,14 +429,16 @@ TEST_F(OemTest, NamesWhatADescriptionLeavesOut) {
 TEST_F(OemTest, ChecksSeveralDescriptions) {
     write_file("/tmp/bad", "[x]\n");
     const auto result =
-        run_command("board_check /tmp/bad " + sample("one") + " /tmp/missing /tmp/bad");
+        run_command("board_check /tmp/bad " + board_file("one-radio") + " /tmp/missing /tmp/bad");
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.err,
               "/tmp/bad:1: [x] is no section of a board\n"
               "/tmp/missing: No such file or directory\n"
               "/tmp/bad:1: [x] is no section of a board\n");
-    EXPECT_EQ(run_command("board_check /tmp/bad " + sample("one")).status, 1);
-    EXPECT_EQ(run_command("board_check " + sample("one") + " " + sample("tri")).status, 0);
+    EXPECT_EQ(run_command("board_check /tmp/bad " + board_file("one-radio")).status, 1);
+    EXPECT_EQ(run_command("board_check " + board_file("one-radio") + " " + board_file("tri-radio"))
+                  .status,
+              0);
 }
 
 TEST_F(OemTest, SaysHowTheCheckIsUsed) {

@@ -12,15 +12,12 @@ using tq_test::kRefused;
 using tq_test::kUsage;
 using tq_test::succeeds;
 using tq_test::tqctl;
+using tq_test::use_board;
 using tq_test::write_file;
 
 constexpr const char* kBoard = "/etc/board.conf";
 
 class TqctlBoardTest : public tq_test::DeviceTest {};
-
-void use_sample(const std::string& name) {
-    write_file(kBoard, tq_test::read_file(TQ_BOARDS "/" + name + "-radio.conf"));
-}
 
 TEST_F(TqctlBoardTest, ShowsTheBoard) {
     write_file("/etc/config/wtp", "config capwap\n\toption mode 'fat'\n");
@@ -58,7 +55,7 @@ TEST_F(TqctlBoardTest, ListsTheRadios) {
     EXPECT_TRUE(succeeds(tqctl("board radios"),
                          "0 wifi0   ath     modes=15 bss=8 /proc/wifi0\n"
                          "1 wifi1   wlan    modes=240 bss=8 /proc/wifi1\n"));
-    use_sample("one");
+    use_board("one-radio");
     EXPECT_TRUE(succeeds(tqctl("-j board radios"),
                          "[{\"radio\":0,\"device\":\"wifi0\",\"prefix\":\"ath\",\"modes\":31,"
                          "\"bss\":8,\"proc_dir\":\"/proc/wifi0\"}]\n"));
@@ -68,7 +65,7 @@ TEST_F(TqctlBoardTest, ListsThePorts) {
     EXPECT_TRUE(succeeds(tqctl("board ports"),
                          "0 eth0    kind=1000 ability=1000 lan LAN\n"
                          "1 eth1    kind=100 ability=- wan WAN\n"));
-    use_sample("tri");
+    use_board("tri-radio");
     EXPECT_TRUE(
         succeeds(tqctl("-j board ports"),
                  "[{\"port\":0,\"name\":\"eth0\",\"kind\":1000,\"ability\":1000,\"role\":\"wan\","

@@ -11,8 +11,6 @@ constexpr const Family* kFamilies[] = {
     &kBoard,
     &kStatus,
     &kUpgrade,
-    &kStatus,
-    &kUpgrade,
     &kIf,
     &kArp,
     &kRoute,
