@@ -5,6 +5,7 @@
 #include <tq/board.h>
 #include <tq/command.h>
 #include <tq/netif.h>
+#include <tq/ip_address.h>
 #include <tq/status_file.h>
 #include <tq/types.h>
 #include <tq/uci_path.h>
