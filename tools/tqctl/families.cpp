@@ -16,8 +16,6 @@ constexpr const Family* kFamilies[] = {
     &kRoute,
     &kResolve,
     &kIp,
-    &kStatus,
-    &kUpgrade,
     &kHelp,
     &kMan,
     &kCompletion,
