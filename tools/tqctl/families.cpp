@@ -8,6 +8,9 @@ namespace {
 // clang-format off
 constexpr const Family* kFamilies[] = {
     &kUci,
+    &kBoard,
+    &kStatus,
+    &kUpgrade,
     &kIf,
     &kArp,
     &kRoute,
