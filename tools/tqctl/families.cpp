@@ -9,8 +9,6 @@ namespace {
 constexpr const Family* kFamilies[] = {
     &kUci,
     &kBoard,
-    &kStatus,
-    &kUpgrade,
     &kIf,
     &kArp,
     &kRoute,
