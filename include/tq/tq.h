@@ -5,5 +5,6 @@
 #include <tq/command.h>
 #include <tq/types.h>
 #include <tq/uci_path.h>
+#include <tq/uci_session.h>
 
 #endif /* TQ_TQ_H */
