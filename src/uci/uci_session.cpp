@@ -29,40 +29,38 @@ constexpr size_t kPathSize = 64;
 constexpr size_t kCommandSize = 64;
 
 // The name of a section that was selected; its text follows it. Sessions point to it, because what
-// is in the package goes with the next save.
+// is in the package goes with the next save. It stays for good: a session can come back at any
+// time, also on a file that was freed, and must not take a name at the same address for its own.
 struct SelectedName {
     SelectedName* next;
 
     [[nodiscard]] char* text() { return reinterpret_cast<char*>(this + 1); }
 };
 
-struct Row {
-    uci_entry entry;
-    SelectedName* names;
-};
+constinit SelectedName* selected_names = nullptr;
 
-constinit Row registry[] = {
-    {{UCI_CONFIG_DHCP, "dhcp", nullptr, nullptr}, nullptr},
-    {{UCI_CONFIG_NETWORK, "network", nullptr, nullptr}, nullptr},
-    {{UCI_CONFIG_BIND, "bind", nullptr, nullptr}, nullptr},
-    {{UCI_CONFIG_LOCATION, "location", nullptr, nullptr}, nullptr},
-    {{UCI_CONFIG_WIRELESS, "wireless", nullptr, nullptr}, nullptr},
-    {{UCI_CONFIG_SYSTEM, "system", nullptr, nullptr}, nullptr},
-    {{UCI_CONFIG_APSTATS, "apstats", nullptr, nullptr}, nullptr},
-    {{UCI_CONFIG_WTP, "wtp", nullptr, nullptr}, nullptr},
-    {{UCI_CONFIG_BOARD, "board", nullptr, nullptr}, nullptr},
-    {{UCI_CONFIG_FIREWALL, "firewall", nullptr, nullptr}, nullptr},
-    {{UCI_CONFIG_FORWARD, "forward", nullptr, nullptr}, nullptr},
-    {{UCI_CONFIG_BWCTRL, "bwctrl", nullptr, nullptr}, nullptr},
-    {{UCI_CONFIG_NAT, "nat", nullptr, nullptr}, nullptr},
-    {{UCI_CONFIG_MCSD, "mcsd", nullptr, nullptr}, nullptr},
-    {{UCI_CONFIG_TROUBLESHOOT, "troubleshoot", nullptr, nullptr}, nullptr},
-    {{UCI_CONFIG_ORDERCFG, "ordercfg", nullptr, nullptr}, nullptr},
+constinit uci_entry registry[] = {
+    {UCI_CONFIG_DHCP, "dhcp", nullptr, nullptr},
+    {UCI_CONFIG_NETWORK, "network", nullptr, nullptr},
+    {UCI_CONFIG_BIND, "bind", nullptr, nullptr},
+    {UCI_CONFIG_LOCATION, "location", nullptr, nullptr},
+    {UCI_CONFIG_WIRELESS, "wireless", nullptr, nullptr},
+    {UCI_CONFIG_SYSTEM, "system", nullptr, nullptr},
+    {UCI_CONFIG_APSTATS, "apstats", nullptr, nullptr},
+    {UCI_CONFIG_WTP, "wtp", nullptr, nullptr},
+    {UCI_CONFIG_BOARD, "board", nullptr, nullptr},
+    {UCI_CONFIG_FIREWALL, "firewall", nullptr, nullptr},
+    {UCI_CONFIG_FORWARD, "forward", nullptr, nullptr},
+    {UCI_CONFIG_BWCTRL, "bwctrl", nullptr, nullptr},
+    {UCI_CONFIG_NAT, "nat", nullptr, nullptr},
+    {UCI_CONFIG_MCSD, "mcsd", nullptr, nullptr},
+    {UCI_CONFIG_TROUBLESHOOT, "troubleshoot", nullptr, nullptr},
+    {UCI_CONFIG_ORDERCFG, "ordercfg", nullptr, nullptr},
 };
 static_assert(std::size(registry) == UCI_CONFIG_ALL);
 
 // Ids are positions.
-Row* find_row(int id) {
+uci_entry* find_row(int id) {
     return id >= 0 && id < UCI_CONFIG_ALL ? &registry[id] : nullptr;
 }
 
@@ -73,18 +71,10 @@ uci_element* uci_find_element(uci_context* context, uci_list* list, const char* 
 
 // ---- loading and freeing ----
 
-void free_names(Row& row) {
-    while (SelectedName* name = row.names) {
-        row.names = name->next;
-        free(name);
-    }
-}
-
-void clear(Row& row) {
-    free_names(row);
-    uci_free_context(row.entry.ctx);
-    row.entry.ctx = nullptr;
-    row.entry.pkg = nullptr;
+void clear(uci_entry& row) {
+    uci_free_context(row.ctx);
+    row.ctx = nullptr;
+    row.pkg = nullptr;
 }
 
 // Without truncation: another process may have created the file just now.
@@ -93,42 +83,42 @@ void create_uci_file(const char* path) {
     if (!file) TQ_LOG(LOG_ERR, "create %s fail: %s\n", path, strerror(errno));
 }
 
-int load_package(uci_entry& entry) {
+int load_package(uci_entry& row) {
     Text<kPathSize> path;
-    path.append("/etc/config/%s", entry.file);
+    path.append("/etc/config/%s", row.file);
     if (access(path.c_str(), F_OK) != 0) create_uci_file(path.c_str());
-    return uci_load(entry.ctx, entry.file, &entry.pkg);
+    return uci_load(row.ctx, row.file, &row.pkg);
+}
+
+void use_package(uci_config_ctx* session, const uci_entry& row) {
+    session->ctx = row.ctx;
+    session->pkg = row.pkg;
+    session->ptr.p = row.pkg;
+    session->ptr.package = row.pkg->e.name;
 }
 
 // ---- selecting ----
 
-// The row's own copy of the name; the section's, which goes with the next save, without memory.
-const char* keep_name(Row& row, const char* text) {
-    for (SelectedName* name = row.names; name; name = name->next) {
+// Null without memory: the session then lasts until the next save.
+const char* keep_name(const char* text) {
+    for (SelectedName* name = selected_names; name; name = name->next) {
         if (strcmp(name->text(), text) == 0) return name->text();
     }
     const size_t size = strlen(text) + 1;
     auto* name = static_cast<SelectedName*>(malloc(sizeof(SelectedName) + size));
-    if (!name) return text;
+    if (!name) return nullptr;
     memcpy(name->text(), text, size);
-    name->next = row.names;
-    row.names = name;
+    name->next = selected_names;
+    selected_names = name;
     return name->text();
 }
 
-bool is_kept(const Row& row, const char* text) {
-    for (SelectedName* name = row.names; name; name = name->next) {
-        if (name->text() == text) return true;
-    }
-    return false;
-}
-
-// Where the session's pointer ends is also where it was found: a caller that points it to another
-// section moves one and not the other.
-void select_section(Row& row, uci_config_ctx* session, uci_section* section) {
+// ptr.last is where the selection was made: a caller that points the session to another section
+// moves ptr.s alone.
+void select_section(uci_config_ctx* session, uci_section* section) {
     session->ptr.s = section;
     session->ptr.last = &section->e;
-    session->ptr.section = keep_name(row, section->e.name);
+    session->ptr.section = keep_name(section->e.name);
 }
 
 bool holds(uci_list* items, const char* value) {
@@ -155,7 +145,7 @@ bool matches(uci_context* context, uci_section* section, const char* const* matc
     return true;
 }
 
-int find_uci_section(int id, uci_config_ctx* session, const char* type, const char* const* match) {
+int find_uci_section(uci_config_ctx* session, const char* type, const char* const* match) {
     if (!session || !session->ptr.p) {
         return TQ_FAIL("incomplete param, section_type: %s, uctx->ptr.p: %p\n", type, nullptr);
     }
@@ -164,7 +154,7 @@ int find_uci_section(int id, uci_config_ctx* session, const char* type, const ch
         uci_section* section = uci_to_section(element);
         if (strcmp(section->type, type) != 0) continue;
         if (match && !matches(session->ctx, section, match)) continue;
-        select_section(*find_row(id), session, section);
+        select_section(session, section);
         return 0;
     }
     session->ptr.s = nullptr;
@@ -173,9 +163,9 @@ int find_uci_section(int id, uci_config_ctx* session, const char* type, const ch
 
 // ---- sessions ----
 
-Row* row_of(const uci_config_ctx& session) {
-    for (Row& row : registry) {
-        if (row.entry.pkg && row.entry.ctx == session.ctx) return &row;
+uci_entry* row_of(const uci_config_ctx& session) {
+    for (uci_entry& row : registry) {
+        if (row.pkg && row.ctx == session.ctx) return &row;
     }
     return nullptr;
 }
@@ -188,29 +178,23 @@ bool is_section_of(uci_package* package, const uci_section* section) {
     return false;
 }
 
-// Whether the selected section is where it was. The new package of a save can be at the old one's
-// address, with another section at the old section's: then it is the name that tells.
-bool is_current(const Row& row, const uci_config_ctx& session) {
-    const uci_ptr& ptr = session.ptr;
-    if (ptr.p != row.entry.pkg || !is_section_of(ptr.p, ptr.s)) return false;
-    return ptr.last != &ptr.s->e || !is_kept(row, ptr.section) ||
-           strcmp(ptr.section, ptr.s->e.name) == 0;
+// Whether the section is still where it was selected. A new package can be at the old one's
+// address, with another section at the old section's: it is the name that tells.
+bool is_current(const uci_entry& row, const uci_ptr& ptr) {
+    if (ptr.p != row.pkg || !is_section_of(ptr.p, ptr.s)) return false;
+    return ptr.last != &ptr.s->e || !ptr.section || strcmp(ptr.section, ptr.s->e.name) == 0;
 }
 
-// Finds the section of a session whose package a save has replaced. False where there is none, any
-// more or yet.
+// Whether the session has a section; the one that it had before a save is found again.
 bool has_section(uci_config_ctx* session) {
-    Row* row = row_of(*session);
+    uci_entry* row = row_of(*session);
     if (!row || !session->ptr.s) return false;
-    if (is_current(*row, *session)) return true;
-    if (!is_kept(*row, session->ptr.section)) return false;
-    uci_package* package = row->entry.pkg;
-    uci_element* element = uci_find_element(session->ctx, &package->sections, session->ptr.section);
+    if (is_current(*row, session->ptr)) return true;
+    if (!session->ptr.section) return false;
+    uci_element* element = uci_find_element(row->ctx, &row->pkg->sections, session->ptr.section);
     if (!element) return false;
-    session->pkg = package;
-    session->ptr.p = package;
-    session->ptr.package = package->e.name;
-    select_section(*row, session, uci_to_section(element));
+    use_package(session, *row);
+    select_section(session, uci_to_section(element));
     return true;
 }
 
@@ -281,39 +265,37 @@ bool write_and_stage(const uci_config_ctx* session, uci_ptr& target, Change chan
 // ---- saving ----
 
 // A libuci that fails half way may have freed the package by then.
-uci_package* loaded_package(const uci_entry& entry) {
-    uci_element* element = uci_find_element(entry.ctx, &entry.ctx->root, entry.file);
+uci_package* loaded_package(const uci_entry& row) {
+    uci_element* element = uci_find_element(row.ctx, &row.ctx->root, row.file);
     return element ? uci_to_package(element) : nullptr;
 }
 
-bool is_loaded(const Row& row) {
-    return row.entry.ctx && row.entry.pkg;
+bool is_loaded(const uci_entry& row) {
+    return row.ctx && row.pkg;
 }
 
-int commit(LogSite site, Row& row) {
-    uci_entry& entry = row.entry;
+int commit(LogSite site, uci_entry& row) {
     // What cannot be staged stays in the package, and the commit fails on it again.
-    (void)uci_save(entry.ctx, entry.pkg);
-    const int error = uci_commit(entry.ctx, &entry.pkg, false);
+    (void)uci_save(row.ctx, row.pkg);
+    const int error = uci_commit(row.ctx, &row.pkg, false);
     if (error == UCI_OK) return UCI_OK;
-    TQ_LOG_AS(site, LOG_ERR, "uci_commit %s fail\n", entry.file);
-    entry.pkg = loaded_package(entry);
+    TQ_LOG_AS(site, LOG_ERR, "uci_commit %s fail\n", row.file);
+    row.pkg = loaded_package(row);
     return error;
 }
 
-void run_commit2(LogSite site, const uci_entry& entry) {
+void run_commit2(LogSite site, const uci_entry& row) {
     Text<kCommandSize> command;
-    command.append("%s %s", "uci commit2", entry.file);
+    command.append("%s %s", "uci commit2", row.file);
     TQ_LOG_AS(site, LOG_INFO, "execute '%s'\n", command.c_str());
     (void)!system(command.c_str());
 }
 
-int free_row(LogSite site, Row& row) {
-    uci_entry& entry = row.entry;
-    if (entry.pkg && uci_save(entry.ctx, entry.pkg) != UCI_OK) {
-        return TQ_FAIL_AS(site, "uci_save %s fail\n", entry.file);
+int free_row(LogSite site, uci_entry& row) {
+    if (row.pkg && uci_save(row.ctx, row.pkg) != UCI_OK) {
+        return TQ_FAIL_AS(site, "uci_save %s fail\n", row.file);
     }
-    if (entry.ctx) clear(row);
+    if (row.ctx) clear(row);
     return 0;
 }
 
@@ -324,28 +306,23 @@ const struct uci_entry* get_uci_entry_by_name(const char* file) {
         TQ_LOG(LOG_ERR, "invalid parameters\n");
         return nullptr;
     }
-    for (const Row& row : registry) {
-        if (strcmp(row.entry.file, file) == 0) return &row.entry;
+    for (const uci_entry& row : registry) {
+        if (strcmp(row.file, file) == 0) return &row;
     }
     return nullptr;
 }
 
 int load_uci_config(int id, uci_config_ctx* session) {
     if (session) *session = {};
-    Row* row = find_row(id);
+    uci_entry* row = find_row(id);
     if (!row) return TQ_FAIL("unspport uci entry %d\n", id);
-    uci_entry& entry = row->entry;
-    if (!entry.ctx) entry.ctx = uci_alloc_context();
-    if (!entry.ctx) return TQ_FAIL("uci_alloc_context for config '%s' fail\n", entry.file);
-    if (!entry.pkg && load_package(entry) != UCI_OK) {
+    if (!row->ctx) row->ctx = uci_alloc_context();
+    if (!row->ctx) return TQ_FAIL("uci_alloc_context for config '%s' fail\n", row->file);
+    if (!row->pkg && load_package(*row) != UCI_OK) {
         clear(*row);
-        return TQ_FAIL("uci_load '%s' fail\n", entry.file);
+        return TQ_FAIL("uci_load '%s' fail\n", row->file);
     }
-    if (!session) return 0;
-    session->ctx = entry.ctx;
-    session->pkg = entry.pkg;
-    session->ptr.p = entry.pkg;
-    session->ptr.package = entry.pkg->e.name;
+    if (session) use_package(session, *row);
     return 0;
 }
 
@@ -358,7 +335,7 @@ int load_named_section(int id, uci_config_ctx* session, const char* name) {
         TQ_LOG(LOG_WARNING, "uci lookup '%s' section fail\n", name);
         return -1;
     }
-    select_section(*find_row(id), session, uci_to_section(element));
+    select_section(session, uci_to_section(element));
     return 0;
 }
 
@@ -370,7 +347,7 @@ int load_unnamed_section(int id, uci_config_ctx* session, const char* type) {
     uci_foreach_element(&session->pkg->sections, element) {
         session->ptr.s = uci_to_section(element);
         if (strcmp(session->ptr.s->type, type) != 0) continue;
-        select_section(*find_row(id), session, session->ptr.s);
+        select_section(session, session->ptr.s);
         return 0;
     }
     TQ_LOG(LOG_INFO, "no such type '%s' section \n", type);
@@ -380,7 +357,7 @@ int load_unnamed_section(int id, uci_config_ctx* session, const char* type) {
 int load_specific_section(int id, uci_config_ctx* session, const char* type, const char** match) {
     if (!type || !*type) return TQ_FAIL("no section type\n");
     if (load_uci_config(id, session) != 0) return -1;
-    return find_uci_section(id, session, type, match);
+    return find_uci_section(session, type, match);
 }
 
 const char* get_uci_config(uci_config_ctx* session, const char* option) {
@@ -462,26 +439,25 @@ int del_uci_list(uci_config_ctx* session, const char* option, const char* value)
 
 int save_uci_config(int id, const int* commit2, int count) {
     if (id != UCI_CONFIG_ALL) {
-        Row* row = find_row(id);
+        uci_entry* row = find_row(id);
         if (!row) return UCI_CONFIG_ALL;
         return is_loaded(*row) ? commit(TQ_HERE, *row) : id;
     }
-    for (Row& row : registry) {
+    for (uci_entry& row : registry) {
         if (!is_loaded(row)) continue;
         (void)commit(TQ_HERE, row);
-        const int position = row.entry.id;
-        if (commit2 && position < count && commit2[position]) run_commit2(TQ_HERE, row.entry);
+        if (commit2 && row.id < count && commit2[row.id]) run_commit2(TQ_HERE, row);
     }
     return UCI_CONFIG_ALL;
 }
 
 int free_uci_config(int id) {
     if (id != UCI_CONFIG_ALL) {
-        Row* row = find_row(id);
+        uci_entry* row = find_row(id);
         return row ? free_row(TQ_HERE, *row) : TQ_FAIL("unspport uci entry %d\n", id);
     }
     int result = 0;
-    for (Row& row : registry) {
+    for (uci_entry& row : registry) {
         if (free_row(TQ_HERE, row) != 0) result = -1;
     }
     return result;
