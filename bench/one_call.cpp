@@ -24,6 +24,13 @@ const char* next_value() {
     return text;
 }
 
+// A session that the first call opens.
+uci_config_ctx* open_session() {
+    static uci_config_ctx session;
+    if (!session.ctx) load_unnamed_section(UCI_CONFIG_SYSTEM, &session, "system");
+    return &session;
+}
+
 constexpr Call kCalls[] = {
     {"read_line", [] { read_line("/etc/config/system", "hostname", text, sizeof(text)); }},
     {"run_cmd", [] { run_cmd("echo eth0", text, sizeof(text)); }},
@@ -35,6 +42,19 @@ constexpr Call kCalls[] = {
     {"uci_set_int_option_by_id",
      [] { uci_set_int_option_by_id("system", "system", 0, "ttylogin", ++serial); }},
     {"add_uci_section", [] { add_uci_section("system", "timeserver"); }},
+    {"load_uci_config",
+     [] {
+         load_uci_config(UCI_CONFIG_SYSTEM, nullptr);
+         free_uci_config(UCI_CONFIG_SYSTEM);
+     }},
+    {"get_uci_config", [] { get_uci_config(open_session(), "hostname"); }},
+    {"set_uci_config", [] { set_uci_config(open_session(), "hostname", next_value()); }},
+    {"save_uci_config",
+     [] {
+         del_uci_config(open_session(), next_value());
+         add_uci_list(open_session(), "served", next_value());
+         save_uci_config(UCI_CONFIG_SYSTEM, nullptr, 0);
+     }},
 };
 
 }  // namespace
