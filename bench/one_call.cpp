@@ -51,7 +51,6 @@ constexpr Call kCalls[] = {
     {"set_uci_config", [] { set_uci_config(open_session(), "hostname", next_value()); }},
     {"save_uci_config",
      [] {
-         del_uci_config(open_session(), next_value());
          add_uci_list(open_session(), "served", next_value());
          save_uci_config(UCI_CONFIG_SYSTEM, nullptr, 0);
      }},

@@ -163,8 +163,8 @@ int find_uci_section(uci_config_ctx* session, const char* type, const char* cons
 
 // ---- sessions ----
 
-uci_entry* row_of(const uci_config_ctx& session) {
-    for (uci_entry& row : registry) {
+const uci_entry* row_of(const uci_config_ctx& session) {
+    for (const uci_entry& row : registry) {
         if (row.pkg && row.ctx == session.ctx) return &row;
     }
     return nullptr;
@@ -187,15 +187,16 @@ bool is_current(const uci_entry& row, const uci_ptr& ptr) {
 
 // Whether the session has a section; the one that it had before a save is found again.
 bool has_section(uci_config_ctx* session) {
-    uci_entry* row = row_of(*session);
+    const uci_entry* row = row_of(*session);
     if (!row || !session->ptr.s) return false;
-    if (is_current(*row, session->ptr)) return true;
-    if (!session->ptr.section) return false;
-    uci_element* element = uci_find_element(row->ctx, &row->pkg->sections, session->ptr.section);
-    if (!element) return false;
+    const bool current = is_current(*row, session->ptr);
     use_package(session, *row);
-    select_section(session, uci_to_section(element));
-    return true;
+    if (current) return true;
+    const char* name = session->ptr.section;
+    uci_element* found = name ? uci_find_element(row->ctx, &row->pkg->sections, name) : nullptr;
+    session->ptr.s = nullptr;
+    if (found) select_section(session, uci_to_section(found));
+    return found != nullptr;
 }
 
 const char* given(const char* text) {

@@ -192,7 +192,7 @@ ExitCode show(Context& context, Arguments arguments) {
     const char* wanted = arguments.size() == 2 ? arguments[1] : nullptr;
     uci_config_ctx session{};
     code = load(context, *entry, session);
-    if (code != ExitCode::kDone) return code;
+    if (code != ExitCode::kDone || !session.pkg) return code;
 
     const Json sections(json_object_new_object());
     bool found = false;
