@@ -157,7 +157,6 @@ int find_uci_section(uci_config_ctx* session, const char* type, const char* cons
         select_section(session, section);
         return 0;
     }
-    session->ptr.s = nullptr;
     return -1;
 }
 
@@ -181,7 +180,7 @@ bool is_section_of(uci_package* package, const uci_section* section) {
 // Whether the section is still where it was selected. A new package can be at the old one's
 // address, with another section at the old section's: it is the name that tells.
 bool is_current(const uci_entry& row, const uci_ptr& ptr) {
-    if (ptr.p != row.pkg || !is_section_of(ptr.p, ptr.s)) return false;
+    if (!is_section_of(row.pkg, ptr.s)) return false;
     return ptr.last != &ptr.s->e || !ptr.section || strcmp(ptr.section, ptr.s->e.name) == 0;
 }
 
@@ -228,13 +227,11 @@ uci_option* find_option(const uci_config_ctx* session, const char* option) {
     return element ? uci_to_option(element) : nullptr;
 }
 
-// The address of an option. The names are those of the section itself: the session's may be older.
+// The address of an option. The section's name is its own: a caller may have moved the session.
 uci_ptr address_of(const uci_config_ctx* session, const char* option, const char* value) {
     uci_ptr ptr{};
-    ptr.target = UCI_TYPE_OPTION;
     ptr.p = session->ptr.p;
     ptr.s = session->ptr.s;
-    ptr.package = ptr.p->e.name;
     ptr.section = ptr.s->e.name;
     ptr.option = option;
     ptr.value = value;

@@ -115,7 +115,16 @@ FORWARD(uci_add_list, (uci_context * ctx, uci_ptr* ptr), (ctx, ptr))
 FORWARD(uci_del_list, (uci_context * ctx, uci_ptr* ptr), (ctx, ptr))
 FORWARD(uci_delete, (uci_context * ctx, uci_ptr* ptr), (ctx, ptr))
 FORWARD(uci_save, (uci_context * ctx, uci_package* p), (ctx, p))
-FORWARD(uci_commit, (uci_context * ctx, uci_package** p, bool overwrite), (ctx, p, overwrite))
+
+// As a libuci does that finds out too late: the package is gone, the pointer to it is not.
+int uci_commit(uci_context* ctx, uci_package** p, bool overwrite) {
+    static const auto next =
+        next_definition<int (*)(uci_context*, uci_package**, bool)>("uci_commit");
+    if (!fails("uci_commit")) return next(ctx, p, overwrite);
+    uci_unload(ctx, *p);
+    return failing.error;
+}
+
 FORWARD(uci_add_section, (uci_context * ctx, uci_package* p, const char* type, uci_section** res),
         (ctx, p, type, res))
 }
@@ -819,6 +828,12 @@ TEST_F(GetUciConfig, FollowsACallerToAnotherSection) {
     EXPECT_EQ(text(get_uci_config(&session, "channel")), "149");
     EXPECT_EQ(set_uci_config(&session, "channel", "36"), 0);
     EXPECT_EQ(staged("wireless"), "wireless.radio1.channel='36'\n");
+    EXPECT_EQ(del_uci_config(&session, "country"), 0);
+    EXPECT_EQ(add_uci_list(&session, "basic_rate", "54000"), 0);
+    EXPECT_EQ(save_uci_config(UCI_CONFIG_WIRELESS, nullptr, 0), 0);
+    EXPECT_EQ(seen_by_uci("wireless.radio0.country"), "US\n");
+    EXPECT_EQ(seen_by_uci("wireless.radio1.country"), "");
+    EXPECT_EQ(seen_by_uci("wireless.radio1.basic_rate"), "6000 12000 24000 54000\n");
 }
 
 TEST_F(GetUciConfig, AllocatesNothingAndCallsNothing) {
@@ -1414,7 +1429,25 @@ TEST_F(SaveUciConfig, LetsASessionFindItsSectionByItsName) {
         EXPECT_EQ(save_uci_config(UCI_CONFIG_WIRELESS, nullptr, 0), 0);
         EXPECT_EQ(text(get_uci_config(&session, "ifname")), "ath02");
         EXPECT_STREQ(session.ptr.s->e.name, "office_radio0");
+        EXPECT_EQ(session.ptr.last, &session.ptr.s->e);
     }
+}
+
+TEST_F(SaveUciConfig, EndsASessionWhoseSectionIsGone) {
+    uci_config_ctx session = session_on(UCI_CONFIG_WIRELESS, "office_radio0");
+    EXPECT_EQ(uci("delete wireless.office_radio0 && uci commit wireless").status, 0);
+    EXPECT_EQ(save_uci_config(UCI_CONFIG_WIRELESS, nullptr, 0), 0);
+    EXPECT_EQ(get_uci_config(&session, "ifname"), nullptr);
+    EXPECT_EQ(session.ptr.s, nullptr);
+    // One of the same name is another one.
+    EXPECT_EQ(uci("set wireless.office_radio0=wifi-iface && uci set "
+                  "wireless.office_radio0.ifname=ath99 && uci commit wireless")
+                  .status,
+              0);
+    EXPECT_EQ(save_uci_config(UCI_CONFIG_WIRELESS, nullptr, 0), 0);
+    EXPECT_EQ(get_uci_config(&session, "ifname"), nullptr);
+    session = session_on(UCI_CONFIG_WIRELESS, "office_radio0");
+    EXPECT_EQ(text(get_uci_config(&session, "ifname")), "ath99");
 }
 
 TEST_F(SaveUciConfig, EndsASessionWhoseNameCouldNotBeKept) {
@@ -1524,6 +1557,24 @@ TEST_F(SaveUciConfig, SurvivesThatAnotherProcessRemovedOrBrokeTheFile) {
         EXPECT_THAT(seen_by_uci("wireless.radio0.channel"), testing::AnyOf("11\n", "12\n"));
         EXPECT_EQ(free_uci_config(UCI_CONFIG_WIRELESS), 0);
     }
+}
+
+TEST_F(SaveUciConfig, LoadsAgainWhatAFailedCommitHasUnloaded) {
+    uci_config_ctx session = radio0();
+    EXPECT_EQ(set_uci_config(&session, "channel", "11"), 0);
+    log_.take();
+    {
+        const CallFails fail("uci_commit", UCI_ERR_PARSE);
+        EXPECT_EQ(save_uci_config(UCI_CONFIG_WIRELESS, nullptr, 0), UCI_ERR_PARSE);
+    }
+    EXPECT_THAT(log_.take(), ElementsAre(Error("save_uci_config", "uci_commit wireless fail\n")));
+    EXPECT_EQ(get_uci_entry_by_name("wireless")->pkg, nullptr);
+    EXPECT_EQ(get_uci_config(&session, "channel"), nullptr);
+    EXPECT_EQ(save_uci_config(UCI_CONFIG_WIRELESS, nullptr, 0), UCI_CONFIG_WIRELESS);
+    EXPECT_EQ(save_uci_config(UCI_CONFIG_ALL, nullptr, 0), 16);
+    session = radio0();
+    EXPECT_EQ(text(get_uci_config(&session, "channel")), "11");
+    EXPECT_EQ(live_contexts, 1);
 }
 
 // free_uci_config
