@@ -5,13 +5,18 @@ namespace tqctl {
 
 namespace {
 
+// A family a line, however few there are.
+// clang-format off
 constexpr const Family* kFamilies[] = {
     &kUci,
     &kConfig,
+    &kStatus,
+    &kUpgrade,
     &kHelp,
     &kMan,
     &kCompletion,
 };
+// clang-format on
 
 }  // namespace
 
