@@ -10,6 +10,10 @@ namespace {
 constexpr const Family* kFamilies[] = {
     &kUci,
     &kConfig,
+// clang-format off
+constexpr const Family* kFamilies[] = {
+    &kUci,
+    &kIp,
     &kStatus,
     &kUpgrade,
     &kHelp,

@@ -9,6 +9,7 @@ namespace tqctl {
 // NOLINTBEGIN(bugprone-dynamic-static-initializers)
 extern const Family kUci;
 extern const Family kConfig;
+extern const Family kIp;
 extern const Family kStatus;
 extern const Family kUpgrade;
 extern const Family kHelp;
