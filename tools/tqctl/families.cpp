@@ -5,14 +5,10 @@ namespace tqctl {
 
 namespace {
 
-// A family a line, however few there are.
 // clang-format off
 constexpr const Family* kFamilies[] = {
     &kUci,
     &kConfig,
-// clang-format off
-constexpr const Family* kFamilies[] = {
-    &kUci,
     &kIp,
     &kStatus,
     &kUpgrade,
