@@ -2,7 +2,10 @@
 #ifndef TQ_TQ_H
 #define TQ_TQ_H
 
+#include <tq/bus.h>
+#include <tq/bwctl.h>
 #include <tq/command.h>
+#include <tq/fm.h>
 #include <tq/types.h>
 #include <tq/uci_path.h>
 
