@@ -1,8 +1,8 @@
 /* bus.h - the process's connection to the system message bus (ubus).
  *
  * One connection for the whole process, made by init_ubus_client and held until
- * destroy_ubus_client. A request names an object and a method, carries a flat list of parameters and
- * waits for the answer. The notices of tq/fm.h and the requests of tq/bwctl.h go through it.
+ * destroy_ubus_client. A request names an object and a method, carries a flat list of parameters
+ * and waits for the answer. The notices of tq/fm.h and the requests of tq/bwctl.h go through it.
  *
  * Requests from several threads are serialised by a lock that is held from the look-up of the
  * object to the answer: each waits at most its time limit and the time of those before it.
@@ -30,8 +30,8 @@ typedef struct notify_param {
     const char *str_value; /* for NOTIFY_PARAM_STRING, never null */
 } notify_param;
 
-/* Receives the reply to a request: libubus's data handler. It runs inside the request, with the lock
- * held, so it makes no request of its own. The message is valid until it returns. */
+/* Receives the reply to a request: libubus's data handler. It runs inside the request, with the
+ * lock held, so it makes no request of its own. The message is valid until it returns. */
 typedef void (*notify_reply_handler)(struct ubus_request *req, int type, struct blob_attr *msg);
 
 /* Connects to the bus at its default socket; a connection that is there is torn down first. The
@@ -69,7 +69,8 @@ TQ_API int notify_ubus_server(const char *object_path, const char *method,
  * terminator. The copy has no limit: priv needs room for whatever the service may send.
  * A reply with an integer "errorcode" other than 0, or with none of these, stores nothing and sets
  * the request's private pointer to null. A key with a value of another type counts as absent.
- * Nothing is done where the private pointer is null; a null req is logged ("invalid parameters"). */
+ * Nothing is done where the private pointer is null; a null req is logged ("invalid parameters").
+ */
 TQ_API void get_log_data(struct ubus_request *req, int type, struct blob_attr *msg);
 
 TQ_END_DECLS

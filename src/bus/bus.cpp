@@ -90,9 +90,8 @@ constexpr blobmsg_policy kStatisticsPolicy[] = {
 enum Statistic { kInFlow, kOutFlow, kMemoryUsage, kCpuUsage, kCpuCurUsage };
 
 constexpr blobmsg_policy kLogDataPolicy[] = {
-    {"level", BLOBMSG_TYPE_INT32},     {"status", BLOBMSG_TYPE_INT32},
-    {"size", BLOBMSG_TYPE_INT32},      {"ip", BLOBMSG_TYPE_STRING},
-    {"errorcode", BLOBMSG_TYPE_INT32},
+    {"level", BLOBMSG_TYPE_INT32}, {"status", BLOBMSG_TYPE_INT32},    {"size", BLOBMSG_TYPE_INT32},
+    {"ip", BLOBMSG_TYPE_STRING},   {"errorcode", BLOBMSG_TYPE_INT32},
 };
 enum LogDatum { kLevel, kStatus, kSize, kIp, kErrorCode };
 
@@ -102,7 +101,8 @@ template <size_t N>
 class Reply {
   public:
     Reply(const blobmsg_policy (&policy)[N], blob_attr* msg) {
-        if (msg) blobmsg_parse(policy, N, values_, blob_data(msg), static_cast<unsigned>(blob_len(msg)));
+        if (msg)
+            blobmsg_parse(policy, N, values_, blob_data(msg), static_cast<unsigned>(blob_len(msg)));
     }
 
     [[nodiscard]] blob_attr* operator[](size_t place) const { return values_[place]; }

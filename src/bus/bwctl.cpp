@@ -28,8 +28,7 @@ struct Rates {
 
 // The macaddr of a station limit is null for the others.
 int send_limit(BandwidthClass class_type, const char* vap_name, const char* macaddr, Rates rates) {
-    notify_param params[6] = {int_param("class_type", class_type),
-                              str_param("vap_name", vap_name)};
+    notify_param params[6] = {int_param("class_type", class_type), str_param("vap_name", vap_name)};
     notify_param* next = &params[2];
     if (macaddr) *next++ = str_param("macaddr", macaddr);
     if (!rates.is_none()) {
@@ -82,8 +81,8 @@ int set_sta_bwctl(const char* vap_name, uint32_t up, uint32_t down, const unsign
 
 int set_max_sta_bwctl(const char* vap_name, uint32_t maxassoc) {
     if (!vap_name) return TQ_FAIL("invalid parameters\n");
-    const notify_param params[] = {str_param("vap_name", vap_name),
-                                   int_param("maxassoc", maxassoc), kEndOfParams};
+    const notify_param params[] = {str_param("vap_name", vap_name), int_param("maxassoc", maxassoc),
+                                   kEndOfParams};
     if (send_ubus_msg("bwctrl.maxassoc", "set", params) == 0) return 0;
     return TQ_FAIL("send_ubus_msg(BWCTRL_MAX_STA, METHOD_SET, param) fail\n");
 }

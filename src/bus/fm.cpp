@@ -19,8 +19,8 @@ constexpr size_t kSetterSize = 1024;
 constexpr size_t kNoticeSize = 128;
 
 // A value as it stands between the single quotes of a command. One of its own would end them: it
-// is written as an end, a quote by itself and a new beginning. A value that is cut here does not fit
-// into a command either.
+// is written as an end, a quote by itself and a new beginning. A value that is cut here does not
+// fit into a command either.
 class Quoted {
   public:
     explicit Quoted(const char* value) {

@@ -109,7 +109,7 @@ void Process::wait_for_output() {
 
 Broker::Broker() : process_({"ubusd"}) {
     for (int tries = 0; !can_connect(); tries++) {
-        if (tries == 5000) throw std::runtime_error("there is no bus");
+        if (tries == 1000) throw std::runtime_error("there is no bus");
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
 }
