@@ -48,7 +48,8 @@ TQ_API void destroy_ubus_client(void);
  * empty. A reply goes to handler, where there is one, with priv as the request's private pointer;
  * it may come in several parts, or not at all.
  * The look-up of the object before that has no limit: it ends with the broker's answer, or with
- * the broker.
+ * the broker. Nor need the broker tell that a service died in the middle of a call: then the limit
+ * ends it.
  * 0 when the method ran and succeeded.
  * -1 for a null object_path or method ("invalid parameters"); without a connection ("ubus client
  * should be initialized"); for an object that is not on the bus, and when the broker is gone

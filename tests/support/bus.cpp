@@ -128,6 +128,11 @@ std::vector<std::string> BusService::take() {
     return calls;
 }
 
+void BusService::wait_for_call() const {
+    while (std::filesystem::file_size(record_) == 0)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
 int bus_connections() {
     int connections = 0;
     for (int fd = 0; fd < 256; fd++) {

@@ -45,6 +45,8 @@ class BusService {
 
     // The calls since the last take(), a line each.
     std::vector<std::string> take();
+    // Until one has come.
+    void wait_for_call() const;
     void kill() { process_.kill(); }
 
   private:
