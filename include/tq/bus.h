@@ -55,9 +55,11 @@ TQ_API void destroy_ubus_client(void);
  * should be initialized"); for an object that is not on the bus, and when the broker is gone
  * ("Failed to look up %s object"); and, nothing having been sent, for a string parameter without a
  * string ("invalid parameter name[%s]"), a parameter of another type ("invalid parameter name[%s]
- * type[%d]") and when memory runs out ("no memory for a message to %s").
+ * type[%d]"), and when memory runs out or the parameters come to more than libubox puts into one
+ * message, 16 MiB ("cannot build a message to %s").
  * Otherwise the status that libubus gives, not logged: UBUS_STATUS_METHOD_NOT_FOUND,
- * UBUS_STATUS_TIMEOUT and so on, or the method's own.
+ * UBUS_STATUS_TIMEOUT, UBUS_STATUS_INVALID_ARGUMENT for a message beyond the bus's 1 MiB and so on,
+ * or the method's own.
  * The connection outlives every failure. After the end of the broker all requests fail until
  * init_ubus_client has connected anew. */
 TQ_API int notify_ubus_server(const char *object_path, const char *method,

@@ -41,20 +41,20 @@ class Message {
     Message& operator=(const Message&) = delete;
 
     void add(const char* name, uint32_t value) {
-        if (!lacks_memory_) note(blobmsg_add_u32(&buffer_, name, value));
+        if (!is_broken_) note(blobmsg_add_u32(&buffer_, name, value));
     }
     void add(const char* name, const char* value) {
-        if (!lacks_memory_) note(blobmsg_add_string(&buffer_, name, value));
+        if (!is_broken_) note(blobmsg_add_string(&buffer_, name, value));
     }
 
-    [[nodiscard]] bool lacks_memory() const { return lacks_memory_; }
+    [[nodiscard]] bool is_broken() const { return is_broken_; }
     [[nodiscard]] blob_attr* content() const { return buffer_.head; }
 
   private:
-    void note(int result) { lacks_memory_ = result != 0; }
+    void note(int result) { is_broken_ = result != 0; }
 
     blob_buf buffer_ = {};
-    bool lacks_memory_ = false;
+    bool is_broken_ = false;
 };
 
 int add_param(Message& message, const notify_param& param, LogSite site) {
@@ -169,7 +169,7 @@ int notify_ubus_server(const char* object_path, const char* method, const notify
     }
     Message message;
     if (add_params(message, params, TQ_HERE) != 0) return -1;
-    if (message.lacks_memory()) return TQ_FAIL("no memory for a message to %s\n", object_path);
+    if (message.is_broken()) return TQ_FAIL("cannot build a message to %s\n", object_path);
     return ubus_invoke(context, object, method, message.content(), handler, priv, timeout_ms);
 }
 

@@ -270,6 +270,20 @@ TEST_F(Request, SendsALongString) {
     EXPECT_THAT(service.take(), ElementsAre("object set long=\"" + text + "\""));
 }
 
+TEST_F(Request, OutlivesAMessageThatIsTooLong) {
+    BusService service({"object"});
+    const std::string two_mib(2 << 20, 'x');
+    const notify_param beyond_the_bus[] = {{"long", 1, 0, two_mib.c_str()}, {}};
+    EXPECT_GT(request("object", "set", beyond_the_bus), 0);
+    EXPECT_THAT(log_.take(), IsEmpty());
+    EXPECT_EQ(request("object", "get"), 0);
+    const std::string seventeen_mib(17 << 20, 'x');
+    const notify_param beyond_a_blob[] = {{"long", 1, 0, seventeen_mib.c_str()}, {}};
+    EXPECT_EQ(request("object", "set", beyond_a_blob), -1);
+    EXPECT_THAT(log_.take(), Failed("cannot build a message to object\n"));
+    EXPECT_THAT(service.take(), ElementsAre("object get"));
+}
+
 TEST_F(Request, RefusesAStringThatIsNone) {
     BusService service({"object"});
     const notify_param params[] = {{"first", 0, 1, nullptr}, {"second", 1, 2, nullptr}, {}};
@@ -310,7 +324,7 @@ TEST_F(Request, SendsNothingWhenMemoryRunsOut) {
         }
         EXPECT_EQ(result, -1);
         EXPECT_THAT(calls, IsEmpty());
-        EXPECT_THAT(lines, Failed("no memory for a message to object\n"));
+        EXPECT_THAT(lines, Failed("cannot build a message to object\n"));
         refused++;
     });
     EXPECT_GE(refused, 1U);

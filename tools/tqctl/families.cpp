@@ -5,12 +5,18 @@ namespace tqctl {
 
 namespace {
 
+// clang-format off
 constexpr const Family* kFamilies[] = {
     &kUci,
+    &kBus,
+    &kFm,
+    &kBw,
+    &kFlow,
     &kHelp,
     &kMan,
     &kCompletion,
 };
+// clang-format on
 
 }  // namespace
 

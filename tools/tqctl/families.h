@@ -8,6 +8,10 @@ namespace tqctl {
 // Constants, each initialized where it is defined.
 // NOLINTBEGIN(bugprone-dynamic-static-initializers)
 extern const Family kUci;
+extern const Family kBus;
+extern const Family kFm;
+extern const Family kBw;
+extern const Family kFlow;
 extern const Family kHelp;
 extern const Family kMan;
 extern const Family kCompletion;
