@@ -15,6 +15,7 @@ constexpr const Family* kFamilies[] = {
     &kHelp,
     &kMan,
     &kCompletion,
+    &kUci, &kStatus, &kUpgrade, &kHelp, &kMan, &kCompletion,
 };
 // clang-format on
 
