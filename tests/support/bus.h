@@ -48,6 +48,7 @@ class BusService {
     // Until one has come.
     void wait_for_call() const;
     void kill() { process_.kill(); }
+    void signal(int number) const { process_.signal(number); }
 
   private:
     std::string record_;

@@ -12,10 +12,11 @@ constexpr const Family* kFamilies[] = {
     &kFm,
     &kBw,
     &kFlow,
+    &kStatus,
+    &kUpgrade,
     &kHelp,
     &kMan,
     &kCompletion,
-    &kUci, &kStatus, &kUpgrade, &kHelp, &kMan, &kCompletion,
 };
 // clang-format on
 
