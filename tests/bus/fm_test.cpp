@@ -578,7 +578,7 @@ TEST_F(ByCommand, NoValueEverStartsAnotherProcess) {
     std::mt19937 random(4);  // NOLINT(cert-msc51-cpp)
     const pid_t harmless = processes_of([] { set_fm_url("http://192.0.2.3/"); });
     ubus.take();
-    for (int round = 0; round < 150; round++) {
+    for (int round = 0; round < 100; round++) {
         const std::string value = hostile_value(random);
         SCOPED_TRACE(testing::PrintToString(value));
         ASSERT_EQ(processes_of([&value] { set_fm_url(value.c_str()); }), harmless);
@@ -592,7 +592,7 @@ TEST_F(ByCommand, NoValueEverStartsAnotherProcess) {
                                                  "\",\"probable_cause\":\"" + other + "\"}",
                                              "quietly"));
     }
-    for (int round = 0; round < 50; round++) {
+    for (int round = 0; round < 30; round++) {
         const std::string value = hostile_value(random).substr(0, 12);
         SCOPED_TRACE(testing::PrintToString(value));
         ASSERT_EQ(processes_of([&] { EXPECT_EQ(notify_fm_ism_upload(value.c_str(), 1), 0); }),
