@@ -24,7 +24,7 @@ constexpr size_t kNoticeSize = 128;
 class Quoted {
   public:
     explicit Quoted(const char* value) {
-        for (; *value && !text_.cut(); value++) {
+        for (; *value; value++) {
             if (*value == '\'') {
                 text_.append("'\\''");
             } else {

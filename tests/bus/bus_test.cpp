@@ -106,9 +106,9 @@ TEST_F(Connection, IsMadeOnce) {
 }
 
 TEST_F(Connection, IsRegisteredWithTheLoopForBlockingReads) {
-    BusCalls calls;
+    const BusCalls watch;
     ASSERT_EQ(init_ubus_client(), 0);
-    const std::vector<BusCall> made = calls.take();
+    const std::vector<BusCall> made = BusCalls::take();
     ASSERT_THAT(made, SizeIs(testing::Ge(2U)));
     EXPECT_EQ(made[made.size() - 2].name, "uloop_init");
     EXPECT_EQ(made.back().name, "uloop_fd_add");
@@ -117,18 +117,18 @@ TEST_F(Connection, IsRegisteredWithTheLoopForBlockingReads) {
 
 TEST_F(Connection, IsTornDownBeforeItIsMadeAnew) {
     ASSERT_EQ(init_ubus_client(), 0);
-    BusCalls calls;
+    const BusCalls watch;
     ASSERT_EQ(init_ubus_client(), 0);
-    EXPECT_EQ(calls.take_names().front(), "uloop_done");
+    EXPECT_EQ(BusCalls::take_names().front(), "uloop_done");
 }
 
 TEST_F(Connection, EndsWithAllThatItHeld) {
     const std::vector<int> before = open_descriptors();
     ASSERT_EQ(init_ubus_client(), 0);
-    BusCalls calls;
+    const BusCalls watch;
     destroy_ubus_client();
     destroy_ubus_client();
-    EXPECT_THAT(calls.take_names(), ElementsAre("uloop_done"));
+    EXPECT_THAT(BusCalls::take_names(), ElementsAre("uloop_done"));
     EXPECT_EQ(bus_connections(), 0);
     EXPECT_EQ(open_descriptors(), before);
     EXPECT_EQ(request("object", "get"), -1);
@@ -148,7 +148,7 @@ TEST_F(Connection, CanBeMadeAndEndedAgainAndAgain) {
 TEST_F(Connection, FailsWhereThereIsNoBus) {
     broker_.reset();
     const std::vector<int> before = open_descriptors();
-    BusCalls calls;
+    const BusCalls watch;
     EXPECT_EQ(init_ubus_client(), -1);
     EXPECT_THAT(log_.take(),
                 ElementsAre(Line(LOG_ERR, "init_ubus_client", "Failed to connect to ubus\n\n")));
@@ -259,7 +259,8 @@ TEST_F(Request, SendsEveryByteOfAString) {
     const std::vector<std::string> calls = service.take();
     ASSERT_THAT(calls, SizeIs(1));
     EXPECT_EQ(calls[0].substr(0, 37), "object set empty=\"\" all=\"\\x01\\x02\\x03");
-    EXPECT_EQ(calls[0].size(), std::string("object set empty=\"\" all=\"\"").size() + 93 + 162 * 4);
+    EXPECT_EQ(calls[0].size(),
+              std::string("object set empty=\"\" all=\"\"").size() + 93 + size_t{162} * 4);
 }
 
 TEST_F(Request, SendsALongString) {
@@ -395,10 +396,10 @@ TEST_F(Request, WaitsNoLongerThanItsLimit) {
 
 TEST_F(Request, PassesItsLimitOn) {
     BusService service({"object"});
-    BusCalls calls;
+    const BusCalls watch;
     EXPECT_EQ(notify_ubus_server("object", "get", nullptr, nullptr, nullptr, 1234), 0);
-    EXPECT_THAT(calls.take(), Contains(testing::AllOf(Field(&BusCall::name, "ubus_invoke"),
-                                                      Field(&BusCall::argument, 1234))));
+    EXPECT_THAT(BusCalls::take(), Contains(testing::AllOf(Field(&BusCall::name, "ubus_invoke"),
+                                                          Field(&BusCall::argument, 1234))));
 }
 
 TEST_F(Request, WaitsForEverWithoutALimit) {
@@ -420,8 +421,8 @@ void wait_until_gone(const char* object) {
 TEST_F(Request, FailsWhenTheObjectVanishesAfterTheLookUp) {
     BusService gone({"object"});
     BusService other({"other"});
-    BusCalls calls;
-    calls.before_invoke([&gone] {
+    const BusCalls watch;
+    BusCalls::before_invoke([&gone] {
         gone.kill();
         wait_until_gone("object");
     });
@@ -443,8 +444,8 @@ TEST_F(Request, FailsWhenTheServiceDiesInTheMiddle) {
 
 TEST_F(Request, FailsWhenTheBrokerDiesAfterTheLookUp) {
     BusService service({"object"});
-    BusCalls calls;
-    calls.before_invoke([this] { broker_->kill(); });
+    const BusCalls watch;
+    BusCalls::before_invoke([this] { broker_->kill(); });
     EXPECT_GT(request("object", "set"), 0);
     EXPECT_THAT(log_.take(), IsEmpty());
     EXPECT_THAT(service.take(), IsEmpty());
@@ -500,10 +501,11 @@ TEST_F(Request, RunsOnSeveralThreadsOneAtATime) {
     constexpr int kThreads = 8;
     constexpr int kRequests = 50;
     std::vector<std::string> objects;
+    objects.reserve(kThreads);
     for (int i = 0; i < kThreads; i++)
         objects.push_back("object" + std::to_string(i) + "=int:level:" + std::to_string(i + 1));
     BusService service(objects);
-    BusCalls calls;
+    const BusCalls watch;
     std::vector<std::thread> threads;
     std::vector<int> wrong(kThreads);
     for (unsigned i = 0; i < kThreads; i++) {
@@ -526,7 +528,7 @@ TEST_F(Request, RunsOnSeveralThreadsOneAtATime) {
     EXPECT_THAT(service.take(), SizeIs(kThreads * kRequests));
 
     // From the look-up to the answer no other thread comes between.
-    const std::vector<BusCall> seen_calls = calls.take();
+    const std::vector<BusCall> seen_calls = BusCalls::take();
     ASSERT_THAT(seen_calls, SizeIs(3 * kThreads * kRequests));
     for (size_t i = 0; i < seen_calls.size(); i += 3) {
         ASSERT_EQ(seen_calls[i].name, "ubus_lookup_id");
@@ -558,7 +560,7 @@ class Message {
         blob_put_raw(&buffer_, bytes.data(), static_cast<unsigned>(bytes.size()));
         return *this;
     }
-    blob_attr* get() { return buffer_.head; }
+    [[nodiscard]] blob_attr* get() const { return buffer_.head; }
 
   private:
     blob_buf buffer_{};

@@ -306,10 +306,10 @@ TEST_F(Connected, FailsWhereTheServiceRefuses) {
 TEST_F(Connected, WaitsThreeSecondsForEachAnswer) {
     BusService service({"bwctrl", "bwctrl.maxassoc", "statistics"});
     for (const Named& request : all_requests()) {
-        BusCalls calls;
+        const BusCalls watch;
         EXPECT_EQ(request.call(), 0);
-        EXPECT_THAT(calls.take(), Contains(testing::AllOf(Field(&BusCall::name, "ubus_invoke"),
-                                                          Field(&BusCall::argument, 3000))))
+        EXPECT_THAT(BusCalls::take(), Contains(testing::AllOf(Field(&BusCall::name, "ubus_invoke"),
+                                                              Field(&BusCall::argument, 3000))))
             << request.function;
     }
 }

@@ -49,6 +49,7 @@ bool can_connect() {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     dup2(output, STDOUT_FILENO);
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (const std::string& word : command)
         arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
@@ -102,7 +103,7 @@ void Process::signal(int number) const {
     ::kill(pid_, number);
 }
 
-void Process::wait_for_output() {
+void Process::wait_for_output() const {
     char byte = 0;
     if (read(output_, &byte, 1) != 1) throw std::runtime_error("a program did not start");
 }

@@ -19,7 +19,7 @@ class Process {
     // Ends it at once; it is gone when this returns.
     void kill();
     void signal(int number) const;
-    void wait_for_output();
+    void wait_for_output() const;
 
   private:
     pid_t pid_;

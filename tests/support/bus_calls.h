@@ -25,10 +25,10 @@ class BusCalls {
     BusCalls& operator=(const BusCalls&) = delete;
 
     // Runs, once, between the look-up of an object and the call of its method.
-    void before_invoke(std::function<void()> action);
+    static void before_invoke(std::function<void()> action);
 
-    std::vector<BusCall> take();
-    std::vector<std::string> take_names();
+    static std::vector<BusCall> take();
+    static std::vector<std::string> take_names();
 };
 
 }  // namespace tq_test

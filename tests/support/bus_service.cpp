@@ -113,7 +113,7 @@ class Reply {
         wanted_ = true;
     }
 
-    void send(ubus_context* context, ubus_request_data* request) {
+    void send(ubus_context* context, ubus_request_data* request) const {
         if (wanted_) ubus_send_reply(context, request, buffer_.head);
     }
 

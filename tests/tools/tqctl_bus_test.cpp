@@ -12,12 +12,9 @@
 namespace {
 
 using namespace tq_test;  // NOLINT(google-build-using-namespace)
-using testing::AllOf;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::MatchesRegex;
-using testing::Not;
 
 class TqctlBus : public DeviceTest {
   protected:
@@ -253,9 +250,11 @@ std::string as_recorded(const std::string& shown) {
     for (std::string field; std::getline(fields, field);) {
         const size_t equals = field.find('=');
         const std::string key = field.substr(0, equals);
-        std::string value = field.substr(equals + 1);
-        if (key == "vap_name" || key == "macaddr") value = "\"" + value + "\"";
-        line += key == "object" ? value : key == "method" ? " " + value : " " + key + "=" + value;
+        const std::string value = field.substr(equals + 1);
+        const bool is_text = key == "vap_name" || key == "macaddr";
+        if (key != "object") line.append(" ");
+        if (key != "object" && key != "method") line.append(key).append("=");
+        line.append(is_text ? "\"" : "").append(value).append(is_text ? "\"" : "");
     }
     return line;
 }
