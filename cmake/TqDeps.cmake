@@ -41,6 +41,8 @@ macro(tq_dependency name header library)
 endmacro()
 
 tq_dependency(uci uci.h uci)
+tq_dependency(ubox libubox/blobmsg.h ubox)
+tq_dependency(ubus libubus.h ubus)
 
 foreach(name IN LISTS TQ_DEPENDENCIES)
     if(TQ_USE_SYSTEM)
