@@ -6,10 +6,7 @@ namespace tqctl {
 namespace {
 
 constexpr const Family* kFamilies[] = {
-    &kUci,
-    &kHelp,
-    &kMan,
-    &kCompletion,
+    &kUci, &kStatus, &kUpgrade, &kHelp, &kMan, &kCompletion,
 };
 
 }  // namespace
