@@ -85,7 +85,7 @@ BENCHMARK(memory)->Iterations(1)->Unit(benchmark::kMillisecond);
 }  // namespace
 
 int main(int argc, char** argv) {
-    tq_bench::start_bus();
+    tq_bench::start_service();
     if (init_ubus_client() != 0) return 1;
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();

@@ -1,4 +1,4 @@
-// bus_device.h - a message bus with a service on it, for the benchmarks that make requests.
+// bus_device.h - a service on the device's message bus, for the benchmarks that make requests.
 #pragma once
 
 #include <libubus.h>
@@ -7,7 +7,6 @@
 #include <tq/bus.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstring>
 
 namespace tq_bench {
@@ -53,13 +52,6 @@ inline void serve() {
     _exit(0);
 }
 
-template <typename Body>
-void run_beside(const Body& body) {
-    if (fork() != 0) return;
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    body();
-}
-
 inline bool is_there(const char* object) {
     ubus_context* context = ubus_connect(nullptr);
     if (!context) return false;
@@ -69,13 +61,12 @@ inline bool is_there(const char* object) {
     return found;
 }
 
-// Until the service can be asked; once for a program.
-inline void start_bus() {
-    run_beside([] { execlp("ubusd", "ubusd", nullptr); });
-    while (access("/var/run/ubus/ubus.sock", F_OK) != 0)
-        usleep(1000);
-    usleep(100000);
-    run_beside(serve);
+// Starts the service beside this program, and waits until it can be asked.
+inline void start_service() {
+    if (fork() == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        serve();
+    }
     while (!is_there("fm.action"))
         usleep(1000);
 }

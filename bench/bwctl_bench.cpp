@@ -38,7 +38,7 @@ BENCHMARK(get_mem_usage_by_command)->Unit(benchmark::kMicrosecond)->UseRealTime(
 }  // namespace
 
 int main(int argc, char** argv) {
-    tq_bench::start_bus();
+    tq_bench::start_service();
     if (init_ubus_client() != 0) return 1;
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();

@@ -36,7 +36,7 @@ BENCHMARK(set_action_by_hand)->Unit(benchmark::kMicrosecond)->UseRealTime();
 }  // namespace
 
 int main(int argc, char** argv) {
-    tq_bench::start_bus();
+    tq_bench::start_service();
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     destroy_ubus_client();

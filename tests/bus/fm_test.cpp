@@ -121,7 +121,10 @@ class OverTheBus : public FmTest {
 };
 
 // Without a connection of the library's.
-class ByCommand : public FmTest {};
+class ByCommand : public FmTest {
+  protected:
+    ByCommand() { tq_test::stop_bus(); }
+};
 
 // A call that goes over the bus, what the object receives and how the call names itself where it
 // fails.

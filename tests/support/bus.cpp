@@ -16,6 +16,7 @@
 #include <filesystem>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 #include <thread>
 
@@ -37,12 +38,21 @@ sockaddr_un bus_address() {
     return address;
 }
 
-bool can_connect() {
+// The broker's process, 0 where there is none.
+pid_t find_broker() {
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const sockaddr_un address = bus_address();
-    const int result = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+    ucred peer{};
+    socklen_t size = sizeof(peer);
+    if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0)
+        getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size);
     close(fd);
-    return result == 0;
+    return peer.pid;
+}
+
+const std::vector<std::string>& without_bus(const std::vector<std::string>& command) {
+    stop_bus();
+    return command;
 }
 
 [[noreturn]] void become(const std::vector<std::string>& command, int output) {
@@ -108,8 +118,13 @@ void Process::wait_for_output() const {
     if (read(output_, &byte, 1) != 1) throw std::runtime_error("a program did not start");
 }
 
-Broker::Broker() : process_({"ubusd"}) {
-    for (int tries = 0; !can_connect(); tries++) {
+void stop_bus() {
+    while (const pid_t broker = find_broker())
+        ::kill(broker, SIGKILL);
+}
+
+Broker::Broker() : process_(without_bus({"ubusd"})) {
+    for (int tries = 0; find_broker() == 0; tries++) {
         if (tries == 1000) throw std::runtime_error("there is no bus");
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
@@ -140,7 +155,8 @@ int bus_connections() {
         sockaddr_un peer{};
         socklen_t size = sizeof(peer);
         if (getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &size) == 0 &&
-            peer.sun_family == AF_UNIX && strcmp(peer.sun_path, kSocket) == 0) {
+            peer.sun_family == AF_UNIX &&
+            std::string_view(peer.sun_path).ends_with("/run/ubus/ubus.sock")) {
             connections++;
         }
     }

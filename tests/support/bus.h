@@ -26,7 +26,10 @@ class Process {
     int output_;
 };
 
-// The bus: connections can be made once it is there.
+// Ends the broker that the device has booted with, or another one.
+void stop_bus();
+
+// A broker in place of the device's; connections can be made once it is there.
 class Broker {
   public:
     Broker();

@@ -23,7 +23,10 @@ class TqctlBus : public DeviceTest {
 class TqctlFm : public TqctlBus {};
 class TqctlBw : public TqctlBus {};
 class TqctlFlow : public TqctlBus {};
-class TqctlWithoutBus : public DeviceTest {};
+class TqctlWithoutBus : public DeviceTest {
+  protected:
+    TqctlWithoutBus() { stop_bus(); }
+};
 
 // bus call
 
