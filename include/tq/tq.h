@@ -6,6 +6,7 @@
 #include <tq/bwctl.h>
 #include <tq/command.h>
 #include <tq/fm.h>
+#include <tq/ip_address.h>
 #include <tq/status_file.h>
 #include <tq/types.h>
 #include <tq/uci_path.h>

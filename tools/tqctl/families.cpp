@@ -12,6 +12,7 @@ constexpr const Family* kFamilies[] = {
     &kFm,
     &kBw,
     &kFlow,
+    &kIp,
     &kStatus,
     &kUpgrade,
     &kHelp,

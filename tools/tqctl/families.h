@@ -12,6 +12,7 @@ extern const Family kBus;
 extern const Family kFm;
 extern const Family kBw;
 extern const Family kFlow;
+extern const Family kIp;
 extern const Family kStatus;
 extern const Family kUpgrade;
 extern const Family kHelp;
