@@ -24,10 +24,23 @@ const char* next_value() {
     return text;
 }
 
+// The connection is made once, so that it does not count for the calls.
+bool connect_once() {
+    static const bool connected = init_ubus_client() == 0;
+    return connected;
+}
+
 constexpr Call kCalls[] = {
     {"read_line", [] { read_line("/etc/config/system", "hostname", text, sizeof(text)); }},
     {"run_cmd", [] { run_cmd("echo eth0", text, sizeof(text)); }},
     {"get_key_vlaue", [] { get_key_vlaue("echo Image1Stable=1", "Image1Stable", &number); }},
+    {"tq_get_mem_usage",
+     [] {
+         uint32_t usage = 0;
+         if (connect_once()) tq_get_mem_usage(&usage);
+     }},
+    {"set_fm_action over the bus", [] { (void)(connect_once() && set_fm_action(5)); }},
+    {"set_fm_action by command", [] { set_fm_action(5); }},
     {"uci_get_str_option_by_id",
      [] { uci_get_str_option_by_id("system", "system", 0, "hostname", text, sizeof(text)); }},
     {"uci_set_str_option_by_id",
