@@ -35,6 +35,12 @@ uci_config_ctx* open_session() {
     return &session;
 }
 
+// The connection is made once, so that it does not count for the calls.
+bool connect_once() {
+    static const bool connected = init_ubus_client() == 0;
+    return connected;
+}
+
 constexpr Call kCalls[] = {
     {"read_line", [] { read_line("/etc/config/system", "hostname", text, sizeof(text)); }},
     {"run_cmd", [] { run_cmd("echo eth0", text, sizeof(text)); }},
@@ -44,6 +50,13 @@ constexpr Call kCalls[] = {
     {"tq_get_eth_ifname", [] { tq_get_eth_ifname(1); }},
     {"get_wan_if_mac", [] { get_wan_if_mac(text, sizeof(text)); }},
     {"get_key_vlaue", [] { get_key_vlaue("echo Image1Stable=1", "Image1Stable", &number); }},
+    {"tq_get_mem_usage",
+     [] {
+         uint32_t usage = 0;
+         if (connect_once()) tq_get_mem_usage(&usage);
+     }},
+    {"set_fm_action over the bus", [] { (void)(connect_once() && set_fm_action(5)); }},
+    {"set_fm_action by command", [] { set_fm_action(5); }},
     {"uci_get_str_option_by_id",
      [] { uci_get_str_option_by_id("system", "system", 0, "hostname", text, sizeof(text)); }},
     {"uci_set_str_option_by_id",

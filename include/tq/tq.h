@@ -3,9 +3,12 @@
 #define TQ_TQ_H
 
 #include <tq/board.h>
+#include <tq/bus.h>
+#include <tq/bwctl.h>
 #include <tq/command.h>
-#include <tq/netif.h>
+#include <tq/fm.h>
 #include <tq/ip_address.h>
+#include <tq/netif.h>
 #include <tq/status_file.h>
 #include <tq/types.h>
 #include <tq/uci_path.h>
