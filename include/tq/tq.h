@@ -11,7 +11,9 @@
 #include <tq/netif.h>
 #include <tq/status_file.h>
 #include <tq/types.h>
+#include <tq/uci_option.h>
 #include <tq/uci_path.h>
 #include <tq/uci_session.h>
+#include <tq/wifi.h>
 
 #endif /* TQ_TQ_H */
