@@ -640,6 +640,20 @@ TEST_F(Bus, ForgetsAClientThatDiesInTheMiddleOfAMessage) {
     expect_served();
 }
 
+TEST_F(Bus, ForgetsAClientThatIsSubscribedToItself) {
+    const Service service;
+    {
+        RawPeer peer;
+        Blob pair;
+        blob_put_u32(pair.buf(), UBUS_ATTR_OBJID, peer.add_object());
+        blob_put_u32(pair.buf(), UBUS_ATTR_TARGET, peer.add_object());
+        peer.send(UBUS_MSG_SUBSCRIBE, 2, 0, &pair);
+        EXPECT_EQ(peer.next().first, UBUS_MSG_NOTIFY);
+        EXPECT_EQ(peer.status(), UBUS_STATUS_OK);
+    }
+    expect_served();
+}
+
 TEST_F(Bus, TakesAMessageByteByByte) {
     RawPeer peer;
     const std::string message = RawPeer::header(UBUS_MSG_PING, 1, 0, 4);
@@ -741,7 +755,9 @@ TEST_F(Bus, DropsAListenerThatDoesNotReadAndKeepsItsMemory) {
     for (int i = 0; i < 400; i++) {
         ASSERT_EQ(ubus_send_event(ctx_.get(), "news", event.head()), UBUS_STATUS_OK);
     }
-    EXPECT_LT(broker_kilobytes(), 16 * 1024 + 16 * 1024) << "400 events of 64 KiB are 25 MiB";
+#ifndef TQ_SANITIZED  // which keeps what was freed
+    EXPECT_LT(broker_kilobytes(), 16 * 1024) << "400 events of 64 KiB are 25 MiB";
+#endif
     expect_served();
     // It has what was sent before, and then the end.
     int events = 0;
