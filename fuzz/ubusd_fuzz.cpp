@@ -21,6 +21,7 @@ constexpr uint32_t kFirstId = 2000;
 }  // namespace
 
 // In the C library's place.
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 extern "C" ssize_t getrandom(void* buffer, size_t size, unsigned int /*flags*/) {
     last_id++;
     if (size > sizeof(last_id)) size = sizeof(last_id);

@@ -629,6 +629,22 @@ TEST_F(Bus, RefusesASignatureThatIsNone) {
     EXPECT_EQ(peer.status(), UBUS_STATUS_INVALID_ARGUMENT);
 }
 
+TEST_F(Bus, TakesNoAttributeThatSaysItHasAName) {
+    const Service service;
+    RawPeer peer;
+    for (const uint32_t object : {uint32_t{UBUS_SYSTEM_OBJECT_EVENT}, id_of("test")}) {
+        Blob message;
+        blob_put_u32(message.buf(), UBUS_ATTR_OBJID, object);
+        blob_put_string(message.buf(), UBUS_ATTR_METHOD, "send");
+        // A name length far behind the message's end.
+        blob_attr* data = blob_put(message.buf(), UBUS_ATTR_DATA, "\xff\xff\xff\xff", 4);
+        data->id_len |= cpu_to_be32(BLOB_ATTR_EXTENDED);
+        peer.send(UBUS_MSG_INVOKE, 1, object, &message);
+        EXPECT_NE(peer.status(), UBUS_STATUS_OK);
+    }
+    expect_served();
+}
+
 TEST_F(Bus, ForgetsAClientThatDiesInTheMiddleOfAMessage) {
     const Service service;
     const std::string message =
