@@ -28,6 +28,13 @@ const char* next_value() {
     return text;
 }
 
+// A session that the first call opens.
+uci_config_ctx* open_session() {
+    static uci_config_ctx session;
+    if (!session.ctx) load_unnamed_section(UCI_CONFIG_SYSTEM, &session, "system");
+    return &session;
+}
+
 constexpr Call kCalls[] = {
     {"read_line", [] { read_line("/etc/config/system", "hostname", text, sizeof(text)); }},
     {"run_cmd", [] { run_cmd("echo eth0", text, sizeof(text)); }},
@@ -63,6 +70,18 @@ constexpr Call kCalls[] = {
     {"add_arp", [] { add_arp("eth0", neighbour, mac, 0); }},
     {"delete_arp", [] { delete_arp("eth0", neighbour, mac, 0); }},
     {"del_arp_by_ip", [] { del_arp_by_ip("eth0", neighbour); }},
+    {"load_uci_config",
+     [] {
+         load_uci_config(UCI_CONFIG_SYSTEM, nullptr);
+         free_uci_config(UCI_CONFIG_SYSTEM);
+     }},
+    {"get_uci_config", [] { get_uci_config(open_session(), "hostname"); }},
+    {"set_uci_config", [] { set_uci_config(open_session(), "hostname", next_value()); }},
+    {"save_uci_config",
+     [] {
+         add_uci_list(open_session(), "served", next_value());
+         save_uci_config(UCI_CONFIG_SYSTEM, nullptr, 0);
+     }},
 };
 
 }  // namespace

@@ -98,6 +98,12 @@ does uci set system.ntp.enabled=0
 does uci commit system
 answers 0 tqctl uci get system.ntp.enabled
 
+title "uci stages a change; tqctl commits what waits for the daemons' files"
+does uci set network.guest.mtu=1400
+answers "" grep mtu.*1400 /etc/config/network
+does tqctl config save network
+answers "	option mtu '1400'" grep mtu.*1400 /etc/config/network
+
 title "what is not there is said so, and changes nothing"
 before=$(cksum </etc/config/wireless)
 fails 1 tqctl uci get wireless.radio7.channel

@@ -13,6 +13,7 @@ constexpr const Family* kFamilies[] = {
     &kArp,
     &kRoute,
     &kResolve,
+    &kConfig,
     &kIp,
     &kStatus,
     &kUpgrade,
