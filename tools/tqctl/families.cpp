@@ -8,12 +8,12 @@ namespace {
 // clang-format off
 constexpr const Family* kFamilies[] = {
     &kUci,
+    &kConfig,
     &kBoard,
     &kIf,
     &kArp,
     &kRoute,
     &kResolve,
-    &kConfig,
     &kIp,
     &kStatus,
     &kUpgrade,
