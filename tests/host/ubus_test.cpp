@@ -766,13 +766,14 @@ TEST_F(Bus, DropsAListenerThatDoesNotReadAndKeepsItsMemory) {
     sleeper.send(UBUS_MSG_INVOKE, 2, UBUS_SYSTEM_OBJECT_EVENT, &request);
     ASSERT_EQ(sleeper.status(), UBUS_STATUS_OK);
 
+    [[maybe_unused]] const long before = broker_kilobytes();
     Blob event;
     blobmsg_add_string(event.buf(), "text", std::string(65536, 'e').c_str());
     for (int i = 0; i < 400; i++) {
         ASSERT_EQ(ubus_send_event(ctx_.get(), "news", event.head()), UBUS_STATUS_OK);
     }
 #ifndef TQ_SANITIZED  // which keeps what was freed
-    EXPECT_LT(broker_kilobytes(), 16 * 1024) << "400 events of 64 KiB are 25 MiB";
+    EXPECT_LT(broker_kilobytes() - before, 10 * 1024) << "400 events of 64 KiB are 25 MiB";
 #endif
     expect_served();
     // It has what was sent before, and then the end.
@@ -920,7 +921,6 @@ TEST(DeviceBus, HasTheDevicesServicesWhereTheyAreStarted) {
     EXPECT_EQ(run_command("ubus call statistics get '{\"class_type\":9}'").status,
               256 - UBUS_STATUS_INVALID_ARGUMENT);
     EXPECT_NE(run_command("device_services").status, 0) << "they are there already";
-    EXPECT_EQ(run_command("killall device_services").status, 0);
 }
 
 }  // namespace

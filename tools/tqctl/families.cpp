@@ -5,9 +5,23 @@ namespace tqctl {
 
 namespace {
 
+// clang-format off
 constexpr const Family* kFamilies[] = {
-    &kUci, &kStatus, &kUpgrade, &kHelp, &kMan, &kCompletion,
+    &kUci,
+    &kConfig,
+    &kBoard,
+    &kIf,
+    &kArp,
+    &kRoute,
+    &kResolve,
+    &kIp,
+    &kStatus,
+    &kUpgrade,
+    &kHelp,
+    &kMan,
+    &kCompletion,
 };
+// clang-format on
 
 }  // namespace
 
