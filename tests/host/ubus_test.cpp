@@ -809,6 +809,14 @@ TEST_F(Bus, LetsOthersThanRootDoNothing) {
                   return own ? ubus_lookup_id(own.get(), "test", &id) : -1;
               }),
               UBUS_STATUS_NOT_FOUND);
+    const uint32_t id = id_of("test");
+    EXPECT_EQ(as_nobody([id] {
+                  const Context own = connect_bus();
+                  return own ? ubus_invoke(own.get(), id, "echo", nullptr, nullptr, nullptr,
+                                           kTimeLimit)
+                             : -1;
+              }),
+              UBUS_STATUS_NOT_FOUND);
     EXPECT_EQ(as_nobody([] {
                   const Context own = connect_bus();
                   Blob message;
