@@ -15,6 +15,10 @@ struct Call {
 
 char text[64];
 int number;
+uint32_t address = 0x010200c0;
+uint32_t netmask = 0x00ffffff;
+uint8_t mac[6] = {2, 0, 0, 0, 0, 1};
+uint8_t neighbour[4] = {192, 0, 2, 7};
 
 // Other numbers in each process, so that no write finds its value there already.
 unsigned serial = static_cast<unsigned>(getpid()) * 100;
@@ -28,11 +32,21 @@ const char* next_value() {
 bool connect_once() {
     static const bool connected = init_ubus_client() == 0;
     return connected;
+// A session that the first call opens.
+uci_config_ctx* open_session() {
+    static uci_config_ctx session;
+    if (!session.ctx) load_unnamed_section(UCI_CONFIG_SYSTEM, &session, "system");
+    return &session;
 }
 
 constexpr Call kCalls[] = {
     {"read_line", [] { read_line("/etc/config/system", "hostname", text, sizeof(text)); }},
     {"run_cmd", [] { run_cmd("echo eth0", text, sizeof(text)); }},
+    {"bbi_radio_device", [] { bbi_radio_device(1, text, sizeof(text)); }},
+    {"get_vap_name", [] { get_vap_name(1, 3, text, sizeof(text)); }},
+    {"get_wifi_id", [] { get_wifi_id(&number, &number, "wlan3"); }},
+    {"tq_get_eth_ifname", [] { tq_get_eth_ifname(1); }},
+    {"get_wan_if_mac", [] { get_wan_if_mac(text, sizeof(text)); }},
     {"get_key_vlaue", [] { get_key_vlaue("echo Image1Stable=1", "Image1Stable", &number); }},
     {"tq_get_mem_usage",
      [] {
@@ -48,6 +62,37 @@ constexpr Call kCalls[] = {
     {"uci_set_int_option_by_id",
      [] { uci_set_int_option_by_id("system", "system", 0, "ttylogin", ++serial); }},
     {"add_uci_section", [] { add_uci_section("system", "timeserver"); }},
+    {"if_is_up", [] { if_is_up("eth0"); }},
+    {"if_is_running", [] { if_is_running("eth0"); }},
+    {"set_if_flag", [] { set_if_flag("eth0", 1); }},
+    {"set_if_addr", [] { set_if_addr("eth0", &address); }},
+    {"get_if_addr", [] { get_if_addr("eth0", &address); }},
+    {"set_if_netmask", [] { set_if_netmask("eth0", &netmask); }},
+    {"get_if_netmask", [] { get_if_netmask("eth0", &netmask); }},
+    {"set_if_broadcast_addr", [] { set_if_broadcast_addr("eth0", &address); }},
+    {"get_if_broadcast_addr", [] { get_if_broadcast_addr("eth0", &netmask); }},
+    {"set_if_mac", [] { set_if_mac("eth0", mac); }},
+    {"get_if_mac", [] { get_if_mac("eth0", mac, sizeof(mac)); }},
+    {"get_if_index", [] { get_if_index("eth0", &netmask); }},
+    {"set_interface", [] { set_interface("eth0", &address, &netmask, mac); }},
+    {"set_if_mtu", [] { set_if_mtu("eth0", 1400); }},
+    {"get_if_mtu", [] { get_if_mtu("eth0", &netmask); }},
+    {"get_if_gateway", [] { get_if_gateway("eth0", &netmask); }},
+    {"add_arp", [] { add_arp("eth0", neighbour, mac, 0); }},
+    {"delete_arp", [] { delete_arp("eth0", neighbour, mac, 0); }},
+    {"del_arp_by_ip", [] { del_arp_by_ip("eth0", neighbour); }},
+    {"load_uci_config",
+     [] {
+         load_uci_config(UCI_CONFIG_SYSTEM, nullptr);
+         free_uci_config(UCI_CONFIG_SYSTEM);
+     }},
+    {"get_uci_config", [] { get_uci_config(open_session(), "hostname"); }},
+    {"set_uci_config", [] { set_uci_config(open_session(), "hostname", next_value()); }},
+    {"save_uci_config",
+     [] {
+         add_uci_list(open_session(), "served", next_value());
+         save_uci_config(UCI_CONFIG_SYSTEM, nullptr, 0);
+     }},
 };
 
 }  // namespace

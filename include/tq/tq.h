@@ -6,9 +6,13 @@
 #include <tq/bwctl.h>
 #include <tq/command.h>
 #include <tq/fm.h>
+#include <tq/board.h>
+#include <tq/command.h>
+#include <tq/netif.h>
 #include <tq/ip_address.h>
 #include <tq/status_file.h>
 #include <tq/types.h>
 #include <tq/uci_path.h>
+#include <tq/uci_session.h>
 
 #endif /* TQ_TQ_H */
