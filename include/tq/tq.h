@@ -3,6 +3,7 @@
 #define TQ_TQ_H
 
 #include <tq/command.h>
+#include <tq/reboot_cause.h>
 #include <tq/types.h>
 #include <tq/uci_path.h>
 

@@ -35,4 +35,13 @@
 #define TQ_API
 #endif
 
+/* Lets the compiler check the arguments of a printf format, and know what does not come back. */
+#if defined(__GNUC__)
+#define TQ_PRINTF(format, first_argument) __attribute__((format(printf, format, first_argument)))
+#define TQ_NORETURN __attribute__((noreturn))
+#else
+#define TQ_PRINTF(format, first_argument)
+#define TQ_NORETURN
+#endif
+
 #endif /* TQ_TYPES_H */

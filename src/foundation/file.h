@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 namespace tq {
 
@@ -20,6 +21,9 @@ class UniqueFd {
 
     [[nodiscard]] int get() const { return fd_; }
     explicit operator bool() const { return fd_ >= 0; }
+
+    // Hands the descriptor to the caller.
+    int release() { return std::exchange(fd_, -1); }
 
   private:
     int fd_;
