@@ -262,7 +262,8 @@ void clear_run_flags(int store) {
 
 const char* get_reboot_cause_file(void) {
     static char path[32];
-    const int result = tq_get_oem_ap_type_partion_info(AP_TYPE_PAT_REBOOT_CAUSE, path, sizeof(path));
+    const int result =
+        tq_get_oem_ap_type_partion_info(AP_TYPE_PAT_REBOOT_CAUSE, path, sizeof(path));
     return result < 0 ? nullptr : path;
 }
 
