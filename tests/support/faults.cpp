@@ -25,7 +25,7 @@ constexpr auto kCalls = std::to_array<std::string_view>(
      "fwrite",    "fflush",  "fclose", "popen", "pclose",  "system", "malloc", "calloc",  "realloc",
      "strdup",    "rename",  "unlink", "mkdir", "fsync",   "flock",  "fcntl",  "ioctl",   "mkstemp",
      "ftruncate", "lseek",   "socket", "bind",  "connect", "send",   "sendto", "sendmsg", "recv",
-     "recvfrom",  "recvmsg", "select", "pread", "pwrite"});
+     "recvfrom",  "recvmsg", "select", "pread", "pwrite",  "sleep",  "sync"});
 
 // In the place of an errno: the call is the process's last.
 constexpr int kDiesBefore = -1;
@@ -41,6 +41,7 @@ struct Counter {
 // Reached from malloc: plain data, in place before the first constructor runs.
 thread_local constinit std::array<Counter, kCalls.size()> counters{};
 thread_local constinit const AnswerIoctl* ioctl_answer = nullptr;
+thread_local constinit unsigned sleep_asked_for = 0;
 
 constexpr std::size_t index_of(std::string_view name) {
     return static_cast<std::size_t>(std::ranges::find(kCalls, name) - kCalls.begin());
@@ -117,6 +118,10 @@ void reset() {
 
 unsigned count(std::string_view name) {
     return counters[known_index_of(name)].calls;
+}
+
+unsigned slept() {
+    return sleep_asked_for;
 }
 
 unsigned each_failure(std::string_view name, int error, const std::function<void()>& body) {
@@ -222,7 +227,15 @@ TQ_FORWARD(recvfrom, -1, ssize_t,
 TQ_FORWARD(recvmsg, -1, ssize_t, (int fd, msghdr* message, int flags), (fd, message, flags))
 TQ_FORWARD(select, -1, int, (int n, fd_set* reads, fd_set* writes, fd_set* errors, timeval* timeout),
     (n, reads, writes, errors, timeout))
+TQ_FORWARD(sync, static_cast<void>(0), void, (), ())
 // clang-format on
+
+// A sleep that fails is one that a signal ends at once.
+TQ_DEFINE(sleep, unsigned, (unsigned seconds)) {
+    TQ_NEXT(sleep, unsigned, (unsigned seconds));
+    tq_test::faults::sleep_asked_for = seconds;
+    return TQ_FAILS("sleep") ? seconds : next(seconds);
+}
 
 TQ_DEFINE(ioctl, int, (int fd, unsigned long operation, void* argument)) {
     TQ_NEXT(ioctl, int, (int fd, unsigned long operation, void* argument));

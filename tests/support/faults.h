@@ -58,6 +58,9 @@ void kill_at(std::string_view name, unsigned nth, Death death = Death::kBefore);
 void reset();
 unsigned count(std::string_view name);
 
+// The seconds that this thread's last sleep() was to last.
+unsigned slept();
+
 // Runs `body` with the first call of `name` failing, then the second, until a run makes no further
 // call. Returns the number of failures.
 unsigned each_failure(std::string_view name, int error, const std::function<void()>& body);
