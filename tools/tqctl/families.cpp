@@ -7,6 +7,7 @@ namespace {
 
 constexpr const Family* kFamilies[] = {
     &kUci,
+    &kRebootLog,
     &kHelp,
     &kMan,
     &kCompletion,

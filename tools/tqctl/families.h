@@ -8,6 +8,7 @@ namespace tqctl {
 // Constants, each initialized where it is defined.
 // NOLINTBEGIN(bugprone-dynamic-static-initializers)
 extern const Family kUci;
+extern const Family kRebootLog;
 extern const Family kHelp;
 extern const Family kMan;
 extern const Family kCompletion;
