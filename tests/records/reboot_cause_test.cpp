@@ -1778,9 +1778,14 @@ class ModelRun {
     Model model_;
 };
 
+// A sanitizer or an emulator costs ten times as much.
+#if defined(TQ_SANITIZED) || defined(TQ_EMULATED)
+constexpr unsigned kSequences = 5000;
+#else
+constexpr unsigned kSequences = 100000;
+#endif
+
 TEST_F(StoreModel, HoldsOverRandomSequencesOfOperations) {
-    // A sanitizer or an emulator costs ten times as much.
-    constexpr unsigned kSequences = TQ_SLOW ? 5000 : 100000;
     constexpr unsigned kSequencesOfADevice = 25;
     const ScopedProc proc(Files{{"uptime", "4711.25 1.00\n"}});
     put(empty_store());

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <map>
 #include <string>
 
 #include "tools/tqctl.h"
@@ -187,7 +186,7 @@ TEST_F(TqctlRebootLogTest, FixTimesCorrectsWhatWasRecordedWithoutAClock) {
 }
 
 TEST_F(TqctlRebootLogTest, FixTimesNeedsTheUptime) {
-    const ScopedProc proc(std::map<std::string, std::string>{{"uptime", ""}});
+    const ScopedBind no_number("/proc/uptime", "");
     EXPECT_TRUE(fails(tqctl("reboot-log fix-times"), kInputOutput, "the uptime cannot be read"));
 }
 
