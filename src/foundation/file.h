@@ -29,6 +29,7 @@ class UniqueFd {
     int fd_;
 };
 
+// A stream of stdio, for the line readers that the interface has on one.
 class UniqueFile {
   public:
     explicit UniqueFile(FILE* stream) : stream_(stream) {}

@@ -11,6 +11,7 @@ constexpr const Family* kFamilies[] = {
     &kHelp,
     &kMan,
     &kCompletion,
+    &kUci, &kStatus, &kUpgrade, &kHelp, &kMan, &kCompletion,
 };
 
 }  // namespace

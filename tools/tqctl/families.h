@@ -9,6 +9,8 @@ namespace tqctl {
 // NOLINTBEGIN(bugprone-dynamic-static-initializers)
 extern const Family kUci;
 extern const Family kRebootLog;
+extern const Family kStatus;
+extern const Family kUpgrade;
 extern const Family kHelp;
 extern const Family kMan;
 extern const Family kCompletion;
