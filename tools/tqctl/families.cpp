@@ -5,6 +5,7 @@ namespace tqctl {
 
 namespace {
 
+// clang-format off
 constexpr const Family* kFamilies[] = {
     &kUci,
     &kRebootLog,
@@ -12,7 +13,18 @@ constexpr const Family* kFamilies[] = {
     &kMan,
     &kCompletion,
     &kUci, &kStatus, &kUpgrade, &kHelp, &kMan, &kCompletion,
+    &kBoard,
+    &kStatus,
+    &kUpgrade,
+    &kIf,
+    &kArp,
+    &kRoute,
+    &kResolve,
+    &kHelp,
+    &kMan,
+    &kCompletion,
 };
+// clang-format on
 
 }  // namespace
 
