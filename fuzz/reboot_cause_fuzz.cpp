@@ -61,10 +61,11 @@ void check_records() {
 
 void check_panics() {
     const auto panic = std::make_unique<reboot_panic_buffer>();
-    const std::string bytes = content();
+    std::string bytes = content();
+    bytes.resize(std::max(bytes.size(), sizeof(reboot_cause_header)));
     for (const size_t offset : {22U, 24U}) {
         uint16_t identifier = 0;
-        if (bytes.size() >= offset + 2) memcpy(&identifier, &bytes[offset], sizeof(identifier));
+        memcpy(&identifier, &bytes[offset], sizeof(identifier));
         panic->identifier = identifier;
         require(rb_read_panic_by_index(panic.get()) == 0, "a panic is not found");
     }

@@ -56,7 +56,8 @@ static_assert(offsetof(reboot_cause_record, location) == 80);
 static_assert(sizeof(reboot_panic_buffer) == 4 + REBOOT_PANIC_TEXT_SIZE);
 static_assert(offsetof(reboot_panic_buffer, text) == 4);
 static_assert(offsetof(StoreFront, ring) == 36);
-static_assert(sizeof(StoreFront) + 2 * REBOOT_PANIC_TEXT_SIZE == REBOOT_CAUSE_STORE_SIZE);
+static_assert(sizeof(StoreFront) + sizeof(reboot_panic_buffer::text) * 2 ==
+              REBOOT_CAUSE_STORE_SIZE);
 
 // What passes between a record and the start of the next run.
 constexpr uint32_t kBootSeconds = 10;
