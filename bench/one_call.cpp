@@ -53,6 +53,11 @@ void run_ends(void (*write)()) {
 constexpr Call kCalls[] = {
     {"read_line", [] { read_line("/etc/config/system", "hostname", text, sizeof(text)); }},
     {"run_cmd", [] { run_cmd("echo eth0", text, sizeof(text)); }},
+    {"bbi_radio_device", [] { bbi_radio_device(1, text, sizeof(text)); }},
+    {"get_vap_name", [] { get_vap_name(1, 3, text, sizeof(text)); }},
+    {"get_wifi_id", [] { get_wifi_id(&number, &number, "wlan3"); }},
+    {"tq_get_eth_ifname", [] { tq_get_eth_ifname(1); }},
+    {"get_wan_if_mac", [] { get_wan_if_mac(text, sizeof(text)); }},
     {"get_key_vlaue", [] { get_key_vlaue("echo Image1Stable=1", "Image1Stable", &number); }},
     {"rb_write_reboot_cause",
      [] { run_ends([] { rb_write_reboot_cause(1, "upgrade.c", "finish", 77, "new firmware"); }); }},
