@@ -6,6 +6,7 @@
 #include <tq/command.h>
 #include <tq/reboot_cause.h>
 #include <tq/netif.h>
+#include <tq/ip_address.h>
 #include <tq/status_file.h>
 #include <tq/types.h>
 #include <tq/uci_path.h>
