@@ -156,7 +156,7 @@ TQ_API int rb_correct_reboot_time_now(void);
  * answer 1), else cause 6, "Power down". Then both flags of the header are cleared.
  * A second call of the same process, with no other record in between, is still in the same run and
  * adds nothing. A call by another process cannot be told from the next boot's.
- * 100 when it recorded a reset, else 0, also where the store is not available. */
+ * 100 when there was a reset to record, else 0, also where the store is not available. */
 TQ_API int rb_kernel_up_check(void);
 
 /* Sets the header's time_synchronised to flag and waits until it is stored. Neither makes a store
