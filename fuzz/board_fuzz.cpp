@@ -30,7 +30,7 @@ void require(bool condition, const char* what) {
 }
 
 std::string take_text(std::string& bytes) {
-    const std::string text = bytes.substr(0, bytes.find('\0'));
+    std::string text = bytes.substr(0, bytes.find('\0'));
     bytes.erase(0, text.size() + 1);
     return text;
 }

@@ -21,8 +21,6 @@ constexpr const Family* kFamilies[] = {
     &kRoute,
     &kResolve,
     &kIp,
-    &kStatus,
-    &kUpgrade,
     &kHelp,
     &kMan,
     &kCompletion,
