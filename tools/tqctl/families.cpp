@@ -8,12 +8,8 @@ namespace {
 // clang-format off
 constexpr const Family* kFamilies[] = {
     &kUci,
-    &kRebootLog,
-    &kHelp,
-    &kMan,
-    &kCompletion,
-    &kUci, &kStatus, &kUpgrade, &kHelp, &kMan, &kCompletion,
     &kBoard,
+    &kRebootLog,
     &kStatus,
     &kUpgrade,
     &kIf,
