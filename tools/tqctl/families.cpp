@@ -17,6 +17,8 @@ constexpr const Family* kFamilies[] = {
     &kRoute,
     &kResolve,
     &kIp,
+    &kStatus,
+    &kUpgrade,
     &kHelp,
     &kMan,
     &kCompletion,

@@ -7,9 +7,9 @@ namespace tqctl {
 
 // Constants, each initialized where it is defined.
 // NOLINTBEGIN(bugprone-dynamic-static-initializers)
-extern const Family kBoard;
 extern const Family kUci;
 extern const Family kRebootLog;
+extern const Family kBoard;
 extern const Family kIf;
 extern const Family kArp;
 extern const Family kRoute;
