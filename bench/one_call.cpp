@@ -1,4 +1,5 @@
 // Makes one public call a given number of times, so that a tracer can count its system calls.
+#include <sys/mman.h>
 #include <tq/tq.h>
 #include <unistd.h>
 
@@ -33,6 +34,25 @@ uci_config_ctx* open_session() {
     static uci_config_ctx session;
     if (!session.ctx) load_unnamed_section(UCI_CONFIG_SYSTEM, &session, "system");
     return &session;
+reboot_cause_record records[REBOOT_CAUSE_RECORDS];
+reboot_cause_statistic statistic;
+reboot_cause_header header;
+
+// The store's header in memory, so that a new run begins without a system call.
+reboot_cause_header* map_store() {
+    FILE* store = rb_open_reboot_cause_file(&header);
+    if (!store) abort();
+    void* memory =
+        mmap(nullptr, sizeof(header), PROT_READ | PROT_WRITE, MAP_SHARED, fileno(store), 0);
+    fclose(store);
+    if (memory == MAP_FAILED) abort();
+    return static_cast<reboot_cause_header*>(memory);
+}
+
+void run_ends(void (*write)()) {
+    static reboot_cause_header* const store = map_store();
+    store->recorded = 0;
+    write();
 }
 
 constexpr Call kCalls[] = {
@@ -44,6 +64,13 @@ constexpr Call kCalls[] = {
     {"tq_get_eth_ifname", [] { tq_get_eth_ifname(1); }},
     {"get_wan_if_mac", [] { get_wan_if_mac(text, sizeof(text)); }},
     {"get_key_vlaue", [] { get_key_vlaue("echo Image1Stable=1", "Image1Stable", &number); }},
+    {"rb_write_reboot_cause",
+     [] { run_ends([] { rb_write_reboot_cause(1, "upgrade.c", "finish", 77, "new firmware"); }); }},
+    {"rb_write_reboot_cause_inner", [] { run_ends([] { rb_write_reboot_cause_inner(records); }); }},
+    {"rb_read_reboot_cause", [] { rb_read_reboot_cause(records, REBOOT_CAUSE_RECORDS); }},
+    {"rb_read_reboot_statistic", [] { rb_read_reboot_statistic(&statistic); }},
+    {"rb_set_ntp_sync_flag", [] { rb_set_ntp_sync_flag(1); }},
+    {"get_reboot_cause_file", [] { get_reboot_cause_file(); }},
     {"uci_get_str_option_by_id",
      [] { uci_get_str_option_by_id("system", "system", 0, "hostname", text, sizeof(text)); }},
     {"uci_set_str_option_by_id",

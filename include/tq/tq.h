@@ -4,6 +4,7 @@
 
 #include <tq/board.h>
 #include <tq/command.h>
+#include <tq/reboot_cause.h>
 #include <tq/netif.h>
 #include <tq/ip_address.h>
 #include <tq/status_file.h>

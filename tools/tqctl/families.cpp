@@ -15,6 +15,7 @@ constexpr const Family* kFamilies[] = {
     &kRoute,
     &kResolve,
     &kIp,
+    &kRebootLog,
     &kStatus,
     &kUpgrade,
     &kHelp,
