@@ -3,7 +3,9 @@
 #define TQ_TQ_H
 
 #include <tq/command.h>
+#include <tq/eloop.h>
 #include <tq/list.h>
+#include <tq/thd_eloop.h>
 #include <tq/types.h>
 #include <tq/uci_path.h>
 #include <tq/util.h>
