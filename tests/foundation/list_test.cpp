@@ -54,7 +54,6 @@ TEST_F(List, StartsEmptyWhateverWasThere) {
 }
 
 TEST(ListInit, StopsTheProcessForANullList) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_DEATH(tq_list_init(nullptr),
                  testing::ContainsRegex(
                      R"(tq_list:22: tq_list_init: Assertion `list != \(\(void \*\)0\)' failed)"));
