@@ -223,8 +223,8 @@ TEST(HexText, IsRefusedWithOddLengthsAndNullPointers) {
 
 TEST(HexText, RepeatsTheByteBeforeWhereAPairIsNoNumber) {
     std::array<uint8_t, 4> bytes = {};
-    EXPECT_EQ(tq_hexstr_to_hexnum("zz5Agh12", 8, bytes.data(), 4), 4);
-    EXPECT_THAT(bytes, testing::ElementsAre(0x00, 0x5a, 0x5a, 0x12));
+    EXPECT_EQ(tq_hexstr_to_hexnum("zz5Agh0x", 8, bytes.data(), 4), 4);
+    EXPECT_THAT(bytes, testing::ElementsAre(0x00, 0x5a, 0x5a, 0x00));
 }
 
 // Every pair of characters there is, beside the scanner that it is described by. "0x" alone is
