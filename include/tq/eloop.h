@@ -123,7 +123,7 @@ TQ_API void eloop_run(void);
 TQ_API void eloop_terminate(void);
 
 /* Frees what was registered; not for use in a handler. The loop is not usable again, or to be
- * destroyed again, until eloop_init. The library's signal handlers stay installed and do nothing. */
+ * destroyed again, until eloop_init. The library's signal handlers stay installed, idle. */
 TQ_API void eloop_destroy(void);
 
 /* Non-zero once eloop_terminate was called. */
@@ -134,7 +134,7 @@ TQ_API void *eloop_get_user_data(void);
 
 /* Tells the loop that the cmm agent is connected (non-zero) or not: while it is, the loop keeps
  * running with nothing registered, and select is told of one descriptor more than the highest
- * registered. */
+ * registered, where the set has one more. */
 TQ_API void eloop_connect_cmm_agent(int connected);
 
 TQ_END_DECLS

@@ -4,10 +4,10 @@
  * number of loops may exist, each run by a thread of its own; other threads may add and cancel its
  * timeouts while it runs; there are no signals. What is not said here is as it is there.
  *
- * Only thd_eloop_register_timeout and thd_eloop_cancel_timeout may be called from threads other than
- * the loop's own, at any time between thd_eloop_init and thd_eloop_destroy. A wait never lasts
- * longer than a second: a timeout that another thread added is noticed within that second. To stop a
- * loop from elsewhere, add a timeout of 0 whose handler calls thd_eloop_terminate.
+ * Only thd_eloop_register_timeout and thd_eloop_cancel_timeout may be called from threads other
+ * than the loop's own, at any time between thd_eloop_init and thd_eloop_destroy. A wait never lasts
+ * longer than a second: a timeout that another thread added is noticed within that second. To stop
+ * a loop from elsewhere, add a timeout of 0 whose handler calls thd_eloop_terminate.
  *
  * A timeout that was cancelled never runs after thd_eloop_cancel_timeout has returned, unless its
  * handler had begun before: then it is not among the number cancelled.
@@ -28,10 +28,9 @@ TQ_BEGIN_DECLS
 extern TQ_API pthread_mutex_t g_eloop_mutex;
 
 /* Clears the record and keeps user_data for thd_eloop_get_user_data. Must be called first; called
- * again it forgets, and leaks, all that was registered. The shared mutex is initialised by the first
- * call only, so that other loops may be running.
- * 0; -1 with the record untouched when the mutex cannot be initialised, which the next call tries
- * again. */
+ * again it forgets, and leaks, all that was registered. The shared mutex is initialised by the
+ * first call only, so that other loops may be running.
+ * 0; -1 with the record untouched when the mutex cannot be initialised; the next call tries it. */
 TQ_API int thd_eloop_init(struct eloop_state *loop, void *user_data);
 
 /* As eloop_register_read_sock; only from the loop's own thread or before the loop runs. */

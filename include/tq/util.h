@@ -39,8 +39,8 @@ TQ_API int tq_mktemp(char *path_template);
  * and out_len bytes hold. The text need not be terminated.
  *
  * Meant for text that was checked before. Of other text each pair is read as scanf's "%02x" reads
- * it: one digit alone counts (" a", "a ", "+a" and "ag" are all 0x0a, "-1" is 0xff, "0x" is 0), a pair
- * without any stores the byte of the pair before it, 0 for the first.
+ * it: one digit alone counts (" a", "a ", "+a" and "ag" are all 0x0a, "-1" is 0xff, "0x" is 0), a
+ * pair without any stores the byte of the pair before it, 0 for the first.
  *
  * The number of bytes written; 0 for a null pointer, an odd hex_len, and lengths of zero or less.
  */

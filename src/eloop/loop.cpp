@@ -1,5 +1,6 @@
 #include "eloop/loop.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstddef>
 #include <cstdio>
@@ -186,22 +187,22 @@ bool Pass::waits() const {
 
 void Pass::add_sockets(const eloop_state& loop) {
     for (int i = 0; i < loop.reader_count; i++)
-        FD_SET(loop.readers[i].sock, &readable_.set);
+        FD_SET(loop.readers[i].sock, &readable_);
 }
 
 int Pass::wait_in_select(int count) {
     timeval limit = limit_;
-    return select(count, &readable_.set, nullptr, nullptr, limited_ ? &limit : nullptr);
+    return select(count, &readable_, nullptr, nullptr, limited_ ? &limit : nullptr);
 }
 
 int Pass::wait_in_pselect(int count, const sigset_t* mask) {
     const timespec limit = {.tv_sec = limit_.tv_sec, .tv_nsec = limit_.tv_usec * 1000};
-    return pselect(count, &readable_.set, nullptr, nullptr, limited_ ? &limit : nullptr, mask);
+    return pselect(count, &readable_, nullptr, nullptr, limited_ ? &limit : nullptr, mask);
 }
 
 int Pass::wait(const eloop_state& loop, const sigset_t* mask) {
     add_sockets(loop);
-    const int count = loop.max_sock + (loop.cmm_agent_connected ? 2 : 1);
+    const int count = std::min(loop.max_sock + (loop.cmm_agent_connected ? 2 : 1), FD_SETSIZE);
     const int ready = mask ? wait_in_pselect(count, mask) : wait_in_select(count);
     // A wait that ended by itself says what time it is, without another look at the clock.
     if (ready == 0) {
@@ -222,7 +223,7 @@ void Pass::call_readers(const eloop_state& loop) const {
     // The table is read anew after each handler, which may have changed it.
     for (int i = 0; i < loop.reader_count; i++) {
         const eloop_sock& reader = loop.readers[i];
-        if (!FD_ISSET(reader.sock, &readable_.set)) continue;
+        if (!FD_ISSET(reader.sock, &readable_)) continue;
         reader.handler(reader.sock, reader.eloop_data, reader.user_data);
     }
 }

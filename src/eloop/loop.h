@@ -86,13 +86,7 @@ class Pass {
     int wait_in_select(int count);
     int wait_in_pselect(int count, const sigset_t* mask);
 
-    // The word beyond is for the one descriptor more than the highest that select may be told of.
-    struct ReadSet {
-        fd_set set;
-        unsigned long beyond;
-    };
-
-    ReadSet readable_ = {};
+    fd_set readable_ = {};
     tq_timeval now_ = {};  // an instant that is known to have passed
     timeval limit_ = {};
     bool limited_ = false;
