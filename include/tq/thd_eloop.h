@@ -25,7 +25,7 @@ TQ_BEGIN_DECLS
 
 /* Guards the timeout lists of all loops, and nothing else. No handler runs while it is held. The
  * first thd_eloop_init initialises it; whoever holds it must not call into this header. */
-extern TQ_API pthread_mutex_t g_eloop_mutex;
+extern TQ_API pthread_mutex_t g_eloop_mutex; /* NOLINT: no initialiser here */
 
 /* Clears the record and keeps user_data for thd_eloop_get_user_data. Must be called first; called
  * again it forgets, and leaks, all that was registered. The shared mutex is initialised by the

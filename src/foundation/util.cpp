@@ -50,11 +50,12 @@ int tq_hexstr_to_hexnum(const char* hex, int hex_len, uint8_t* out, int out_len)
     unsigned long value = 0;
     int written = 0;
     for (; written < hex_len / 2 && written < out_len; written++) {
-        const char pair[] = {hex[2 * written], hex[2 * written + 1], '\0'};
+        const char pair[] = {hex[0], hex[1], '\0'};
         char* end = nullptr;
         const unsigned long scanned = strtoul(pair, &end, 16);
         if (end != pair) value = scanned;
         out[written] = static_cast<uint8_t>(value);
+        hex += 2;
     }
     return written;
 }

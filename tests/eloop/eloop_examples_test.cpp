@@ -36,6 +36,7 @@ class Program {
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
         std::vector<char*> argv;
+        argv.reserve(arguments.size() + 1);
         for (std::string& argument : arguments)
             argv.push_back(argument.data());
         argv.push_back(nullptr);
@@ -85,7 +86,7 @@ std::string ask(uint16_t port, const std::string& text) {
     address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     const int sock = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    connect(sock, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+    EXPECT_EQ(connect(sock, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
     EXPECT_EQ(send(sock, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
     std::array<char, 64> answer = {};
     const ssize_t length = recv(sock, answer.data(), answer.size(), 0);

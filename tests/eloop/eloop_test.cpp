@@ -234,6 +234,19 @@ TEST_F(Signals, EndAWaitWithoutLimit) {
     EXPECT_EQ(waits::seen().at(0).count, 2);
 }
 
+TEST_F(Signals, DoNotChangeHowLongTheLoopWaits) {
+    const waits::VirtualTime time(50, 0);
+    Action signalled = note("signal");
+    Action due = note("due");
+    eloop_register_signal(SIGUSR1, on_signal, &signalled);
+    eloop_register_timeout(2, 250000, on_timeout, &due, nullptr);
+    eloop_run();
+    ASSERT_EQ(waits::seen().size(), 1U);
+    EXPECT_EQ(waits::seen()[0].limit, 2250000);
+    EXPECT_TRUE(waits::seen()[0].with_mask);
+    EXPECT_THAT(events, ElementsAre("due"));
+}
+
 TEST_F(Signals, LeaveTheSignalMaskAsItWas) {
     Action signalled = [&] {
         sigset_t mask;

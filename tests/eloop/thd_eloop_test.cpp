@@ -46,7 +46,6 @@ int watched_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attrib
 
 namespace {
 
-using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -179,6 +178,10 @@ TEST_F(ThdEloop, KeepsTheRecordAsItIsDescribed) {
     EXPECT_EQ(state.timeout->next->user_data, &a);
     EXPECT_EQ(state.timeout->next->handler, never_due);
     EXPECT_EQ(state.timeout->next->next, nullptr);
+    // A whole second is carried.
+    loop.register_timeout(0, 999995, never_due, nullptr, nullptr);
+    EXPECT_EQ(state.timeout->tv_sec, 101);
+    EXPECT_EQ(state.timeout->tv_usec, 0);
     EXPECT_EQ(state.signal_count, 0);
     EXPECT_EQ(state.signals, nullptr);
     EXPECT_EQ(state.signaled, 0);
@@ -372,7 +375,7 @@ TEST_F(ThdEloop, DoesNotRunWhatAnotherThreadCancelledWhileItWaited) {
     loop.register_timeout(0, 20000, never_due, nullptr, nullptr);
     waits::before_next([&] {
         std::thread([&] {
-            cancelled = loop.cancel_timeout(never_due, ELOOP_ALL, ELOOP_ALL);
+            cancelled = loop.cancel_timeout(never_due, tq_test::kAny, tq_test::kAny);
         }).join();
     });
     loop.run();

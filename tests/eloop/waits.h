@@ -22,7 +22,7 @@ int clock_readings();
 void reset();
 
 // Runs once, right before the next wait.
-void before_next(std::function<void()> action);
+void before_next(std::function<void()> wanted);
 
 // The next wait fails with this error.
 void fail_next(int error);
@@ -42,6 +42,6 @@ class VirtualTime {
 
 // The next reading of the monotonic clock, and what runs right before it.
 void next_reading(int64_t sec, int64_t nsec);
-void before_next_reading(std::function<void()> action);
+void before_next_reading(std::function<void()> wanted);
 
 }  // namespace tq_test::waits
