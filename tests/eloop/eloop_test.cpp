@@ -247,6 +247,30 @@ TEST_F(Signals, DoNotChangeHowLongTheLoopWaits) {
     EXPECT_THAT(events, ElementsAre("due"));
 }
 
+TEST_F(Signals, AreForgottenOnceTheyAreHandled) {
+    const waits::VirtualTime time(50, 0);
+    Action signalled = note("signal");
+    Action due = note("due");
+    eloop_register_signal(SIGUSR1, on_signal, &signalled);
+    eloop_register_timeout(2, 0, on_timeout, &due, nullptr);
+    raise(SIGUSR1);
+    eloop_run();
+    ASSERT_EQ(waits::seen().size(), 2U);
+    EXPECT_EQ(waits::seen()[0].limit, 0);
+    EXPECT_EQ(waits::seen()[1].limit, 2000000);
+    EXPECT_THAT(events, ElementsAre("signal", "due"));
+}
+
+TEST_F(Signals, AreNotHeldWhereTheLoopDoesNotWait) {
+    Action signalled = note("signal");
+    Action due = note("due");
+    eloop_register_signal(SIGUSR1, on_signal, &signalled);
+    eloop_register_timeout(0, 0, on_timeout, &due, nullptr);
+    eloop_run();
+    ASSERT_EQ(waits::seen().size(), 1U);
+    EXPECT_FALSE(waits::seen()[0].with_mask);
+}
+
 TEST_F(Signals, LeaveTheSignalMaskAsItWas) {
     Action signalled = [&] {
         sigset_t mask;
