@@ -6,6 +6,9 @@
 #include <tq/eloop.h>
 #include <tq/list.h>
 #include <tq/thd_eloop.h>
+#include <tq/netif.h>
+#include <tq/ip_address.h>
+#include <tq/status_file.h>
 #include <tq/types.h>
 #include <tq/uci_path.h>
 #include <tq/util.h>

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 namespace tq {
 
@@ -21,8 +22,28 @@ class UniqueFd {
     [[nodiscard]] int get() const { return fd_; }
     explicit operator bool() const { return fd_ >= 0; }
 
+    // Hands the descriptor to the caller.
+    int release() { return std::exchange(fd_, -1); }
+
   private:
     int fd_;
+};
+
+// A stream of stdio, for the line readers that the interface has on one.
+class UniqueFile {
+  public:
+    explicit UniqueFile(FILE* stream) : stream_(stream) {}
+    ~UniqueFile() {
+        if (stream_) fclose(stream_);
+    }
+    UniqueFile(const UniqueFile&) = delete;
+    UniqueFile& operator=(const UniqueFile&) = delete;
+
+    [[nodiscard]] FILE* get() const { return stream_; }
+    explicit operator bool() const { return stream_ != nullptr; }
+
+  private:
+    FILE* stream_;
 };
 
 // The reading end of a command's output. Closing it waits for the command; its status is dropped.

@@ -5,12 +5,21 @@ namespace tqctl {
 
 namespace {
 
+// clang-format off
 constexpr const Family* kFamilies[] = {
     &kUci,
+    &kStatus,
+    &kUpgrade,
+    &kIf,
+    &kArp,
+    &kRoute,
+    &kResolve,
+    &kIp,
     &kHelp,
     &kMan,
     &kCompletion,
 };
+// clang-format on
 
 }  // namespace
 

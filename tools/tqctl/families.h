@@ -8,6 +8,13 @@ namespace tqctl {
 // Constants, each initialized where it is defined.
 // NOLINTBEGIN(bugprone-dynamic-static-initializers)
 extern const Family kUci;
+extern const Family kIf;
+extern const Family kArp;
+extern const Family kRoute;
+extern const Family kResolve;
+extern const Family kIp;
+extern const Family kStatus;
+extern const Family kUpgrade;
 extern const Family kHelp;
 extern const Family kMan;
 extern const Family kCompletion;
