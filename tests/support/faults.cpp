@@ -138,8 +138,8 @@ unsigned each_failure(std::string_view name, int error, const std::function<void
 // and names for 64-bit file offsets, that differ between machines; the assembler's names are the C
 // library's. An optional last argument is forwarded always: where it was not passed, nobody looks
 // at it.
-#define TQ_DEFINE(symbol, Result, parameters)                     \
-    extern "C" Result forwarded_##symbol parameters asm(#symbol); \
+#define TQ_DEFINE(symbol, Result, parameters)                                           \
+    extern "C" Result forwarded_##symbol parameters asm(#symbol) __attribute__((weak)); \
     Result forwarded_##symbol parameters
 
 #define TQ_NEXT(symbol, Result, parameters) \
