@@ -9,13 +9,13 @@ namespace tqctl {
 // NOLINTBEGIN(bugprone-dynamic-static-initializers)
 extern const Family kUci;
 extern const Family kConfig;
-extern const Family kRebootLog;
 extern const Family kBoard;
 extern const Family kIf;
 extern const Family kArp;
 extern const Family kRoute;
 extern const Family kResolve;
 extern const Family kIp;
+extern const Family kRebootLog;
 extern const Family kStatus;
 extern const Family kUpgrade;
 extern const Family kHelp;
