@@ -3,6 +3,8 @@
 #define TQ_TQ_H
 
 #include <tq/command.h>
+#include <tq/image_switch.h>
+#include <tq/redboot.h>
 #include <tq/types.h>
 #include <tq/uci_path.h>
 
