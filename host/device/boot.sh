@@ -101,19 +101,21 @@ install_files() {
     cp -R "$home/root/." "$root"
     mkdir -p "$root/rom/etc"
     cp -R "$root/etc/config" "$root/rom/etc/config"
-    if [ -n "$board" ]; then cp "$board" "$root/etc/board.conf"; fi
+    cp "${board:-$home/../../boards/dual-radio.conf}" "$root/etc/board.conf"
+    cp "$root/etc/board.conf" "$root/rom/etc/board.conf"
     hostname tq-ap
     # The machine's own may be a link to its init system.
     rm -f "$root/sbin/reboot"
     install -m 755 "$home/reboot.sh" "$root/sbin/reboot"
 }
 
+# The name in each section [port N] of the board's description.
 ports() {
-    if [ -n "$board" ]; then
-        sed -n 's/^[[:space:]]*ports[[:space:]]*=//p' "$board"
-        return
-    fi
-    echo eth0 eth1
+    sed -n '/^[[:space:]]*\[/h
+        /^[[:space:]]*name[[:space:]]*=/ {
+            G
+            s/^[^=]*=[[:space:]]*\([^[:space:]]*\).*\n[[:space:]]*\[[[:space:]]*port[[:space:]].*/\1/p
+        }' "$root/etc/board.conf"
 }
 
 # Each port is one end of a veth pair; the other end, its cable, is plugged in.
@@ -122,7 +124,7 @@ make_network() {
         echo link set lo up
         number=0
         for port in $(ports); do
-            echo "link add $port address 02:00:5e:00:01:0$number type veth peer name cable$number"
+            echo "link add $port address 02:00:5e:00:01:$(printf %02x "$number") type veth peer name cable$number"
             echo "link set $port up"
             echo "link set cable$number up"
             number=$((number + 1))

@@ -5,6 +5,7 @@
 #include <tq/command.h>
 #include <tq/image_switch.h>
 #include <tq/redboot.h>
+#include <tq/netif.h>
 #include <tq/types.h>
 #include <tq/uci_path.h>
 

@@ -25,6 +25,22 @@ class UniqueFd {
     int fd_;
 };
 
+class UniqueFile {
+  public:
+    explicit UniqueFile(FILE* stream) : stream_(stream) {}
+    ~UniqueFile() {
+        if (stream_) fclose(stream_);
+    }
+    UniqueFile(const UniqueFile&) = delete;
+    UniqueFile& operator=(const UniqueFile&) = delete;
+
+    [[nodiscard]] FILE* get() const { return stream_; }
+    explicit operator bool() const { return stream_ != nullptr; }
+
+  private:
+    FILE* stream_;
+};
+
 // The reading end of a command's output. Closing it waits for the command; its status is dropped.
 class Pipe {
   public:

@@ -173,6 +173,7 @@ void reset_device() {
     clear_directory("/tmp");
     clear_directory("/etc/config");
     fs::copy("/rom/etc/config", "/etc/config", fs::copy_options::recursive);
+    fs::copy("/rom/etc/board.conf", "/etc/board.conf", fs::copy_options::overwrite_existing);
 }
 
 ScopedMount::ScopedMount(const std::string& source, const std::string& target, const char* type,

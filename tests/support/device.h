@@ -23,7 +23,7 @@ struct CommandResult {
 };
 CommandResult run_command(const std::string& command);
 
-// Brings back the configuration that the device booted with, and empties /tmp.
+// Brings back the configuration and the board that the device booted with, and empties /tmp.
 void reset_device();
 
 // Each test starts on a reset device.
