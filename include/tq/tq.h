@@ -4,8 +4,9 @@
 
 #include <tq/command.h>
 #include <tq/image_switch.h>
-#include <tq/redboot.h>
+#include <tq/mtd.h>
 #include <tq/netif.h>
+#include <tq/redboot.h>
 #include <tq/types.h>
 #include <tq/uci_path.h>
 

@@ -19,11 +19,11 @@ namespace tq_test::faults {
 namespace {
 
 constexpr auto kCalls = std::to_array<std::string_view>(
-    {"open",   "openat",  "read",    "write",     "close",    "fopen",   "fdopen", "fgets",
-     "fread",  "fwrite",  "fflush",  "fclose",    "popen",    "pclose",  "system", "malloc",
-     "calloc", "realloc", "strdup",  "rename",    "unlink",   "mkdir",   "fsync",  "flock",
-     "fcntl",  "ioctl",   "mkstemp", "ftruncate", "lseek",    "socket",  "bind",   "connect",
-     "send",   "sendto",  "sendmsg", "recv",      "recvfrom", "recvmsg", "select"});
+    {"open",      "openat",  "read",   "write", "close",   "fopen",  "fdopen", "fgets",   "fread",
+     "fwrite",    "fflush",  "fclose", "popen", "pclose",  "system", "malloc", "calloc",  "realloc",
+     "strdup",    "rename",  "unlink", "mkdir", "fsync",   "flock",  "fcntl",  "ioctl",   "mkstemp",
+     "ftruncate", "lseek",   "socket", "bind",  "connect", "send",   "sendto", "sendmsg", "recv",
+     "recvfrom",  "recvmsg", "select", "sleep", "sync"});
 
 struct Counter {
     unsigned calls;
@@ -173,6 +173,10 @@ TQ_FORWARD(recvfrom, -1, ssize_t,
 TQ_FORWARD(recvmsg, -1, ssize_t, (int fd, msghdr* message, int flags), (fd, message, flags))
 TQ_FORWARD(select, -1, int, (int n, fd_set* reads, fd_set* writes, fd_set* errors, timeval* timeout),
     (n, reads, writes, errors, timeout))
+
+// A sleep that fails is one that a signal ends at once.
+TQ_FORWARD(sleep, seconds, unsigned, (unsigned seconds), (seconds))
+TQ_FORWARD(sync, static_cast<void>(0), void, (), ())
 // clang-format on
 
 // The allocator is not looked up by dlsym(), which allocates. strdup() is, because it has no second
