@@ -74,6 +74,7 @@ class ImageSwitch : public DeviceTest {
         waits_ = faults::count("sleep");
         flushes_ = faults::count("sync");
         writes_ = faults::count("write");
+        EXPECT_EQ(faults::seconds_slept(), waits_) << "one second each";
         EXPECT_EQ(no_wait.fired(), waits_ > 0);
         return result;
     }

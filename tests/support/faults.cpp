@@ -34,6 +34,7 @@ struct Counter {
 
 // Reached from malloc: plain data, in place before the first constructor runs.
 thread_local constinit std::array<Counter, kCalls.size()> counters{};
+thread_local constinit unsigned seconds_asked = 0;
 
 constexpr std::size_t index_of(std::string_view name) {
     return static_cast<std::size_t>(std::ranges::find(kCalls, name) - kCalls.begin());
@@ -57,6 +58,10 @@ bool fails() {
     return true;
 }
 
+void note_sleep(unsigned seconds) {
+    seconds_asked += seconds;
+}
+
 }  // namespace
 
 Fail::Fail(std::string_view name, unsigned nth, int error) : call_(known_index_of(name)) {
@@ -77,10 +82,15 @@ bool Fail::fired() const {
 void reset() {
     for (Counter& counter : counters)
         counter.calls = 0;
+    seconds_asked = 0;
 }
 
 unsigned count(std::string_view name) {
     return counters[known_index_of(name)].calls;
+}
+
+unsigned seconds_slept() {
+    return seconds_asked;
 }
 
 unsigned each_failure(std::string_view name, int error, const std::function<void()>& body) {
@@ -174,10 +184,15 @@ TQ_FORWARD(recvmsg, -1, ssize_t, (int fd, msghdr* message, int flags), (fd, mess
 TQ_FORWARD(select, -1, int, (int n, fd_set* reads, fd_set* writes, fd_set* errors, timeval* timeout),
     (n, reads, writes, errors, timeout))
 
-// A sleep that fails is one that a signal ends at once.
-TQ_FORWARD(sleep, seconds, unsigned, (unsigned seconds), (seconds))
 TQ_FORWARD(sync, static_cast<void>(0), void, (), ())
 // clang-format on
+
+// A sleep that fails is one that a signal ends at once.
+TQ_DEFINE(sleep, unsigned, (unsigned seconds)) {
+    TQ_NEXT(sleep, unsigned, (unsigned));
+    tq_test::faults::note_sleep(seconds);
+    return TQ_FAILS("sleep") ? seconds : next(seconds);
+}
 
 // The allocator is not looked up by dlsym(), which allocates. strdup() is, because it has no second
 // name.

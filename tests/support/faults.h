@@ -35,6 +35,9 @@ class Fail {
 void reset();
 unsigned count(std::string_view name);
 
+// What sleep() was asked for since reset(), also where it failed at once.
+unsigned seconds_slept();
+
 // Runs `body` with the first call of `name` failing, then the second, until a run makes no further
 // call. Returns the number of failures.
 unsigned each_failure(std::string_view name, int error, const std::function<void()>& body);
