@@ -6,10 +6,7 @@ namespace tqctl {
 namespace {
 
 constexpr const Family* kFamilies[] = {
-    &kUci,
-    &kHelp,
-    &kMan,
-    &kCompletion,
+    &kUci, &kFlash, &kImage, &kRedboot, &kSerial, &kHelp, &kMan, &kCompletion,
 };
 
 }  // namespace

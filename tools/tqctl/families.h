@@ -8,6 +8,10 @@ namespace tqctl {
 // Constants, each initialized where it is defined.
 // NOLINTBEGIN(bugprone-dynamic-static-initializers)
 extern const Family kUci;
+extern const Family kFlash;
+extern const Family kImage;
+extern const Family kRedboot;
+extern const Family kSerial;
 extern const Family kHelp;
 extern const Family kMan;
 extern const Family kCompletion;
