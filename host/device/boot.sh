@@ -99,7 +99,7 @@ make_dev() {
 install_files() {
     rm -rf "$root/etc/config"
     cp -R "$home/root/." "$root"
-    mkdir -p "$root/rom/etc"
+    mkdir -p "$root/rom/etc" "$root/usr/config"
     cp -R "$root/etc/config" "$root/rom/etc/config"
     cp "${board:-$home/../../boards/dual-radio.conf}" "$root/etc/board.conf"
     cp "$root/etc/board.conf" "$root/rom/etc/board.conf"

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 namespace tq {
 
@@ -21,10 +22,14 @@ class UniqueFd {
     [[nodiscard]] int get() const { return fd_; }
     explicit operator bool() const { return fd_ >= 0; }
 
+    // Hands the descriptor to the caller.
+    int release() { return std::exchange(fd_, -1); }
+
   private:
     int fd_;
 };
 
+// A stream of stdio, for the line readers that the interface has on one.
 class UniqueFile {
   public:
     explicit UniqueFile(FILE* stream) : stream_(stream) {}

@@ -7,6 +7,7 @@ namespace {
 
 constexpr const Family* kFamilies[] = {
     &kUci, &kFlash, &kImage, &kRedboot, &kSerial, &kHelp, &kMan, &kCompletion,
+    &kUci, &kStatus, &kUpgrade, &kHelp, &kMan, &kCompletion,
 };
 
 }  // namespace

@@ -12,6 +12,8 @@ extern const Family kFlash;
 extern const Family kImage;
 extern const Family kRedboot;
 extern const Family kSerial;
+extern const Family kStatus;
+extern const Family kUpgrade;
 extern const Family kHelp;
 extern const Family kMan;
 extern const Family kCompletion;

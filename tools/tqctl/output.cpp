@@ -120,6 +120,12 @@ void Output::member(std::string_view key, std::string_view text) {
     print("\n");
 }
 
+void Output::member(std::string_view key, int64_t number) {
+    if (json_) return add(key, Json(json_object_new_int64(number)));
+    print(key);
+    printf("=%" PRId64 "\n", number);
+}
+
 void Output::document(const Json& json) {
     constexpr int kFlags = JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE;
     const char* text = json_object_to_json_string_ext(json.get(), kFlags);

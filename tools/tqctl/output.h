@@ -39,6 +39,7 @@ class Output {
 
     // A line "key=value".
     void member(std::string_view key, std::string_view text);
+    void member(std::string_view key, int64_t number);
 
     // A JSON document of the command's own making, printed at once.
     void document(const Json& json);

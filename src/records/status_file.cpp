@@ -1,0 +1,184 @@
+#include "tq/status_file.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "foundation/file.h"
+#include "foundation/log.h"
+#include "foundation/text.h"
+#include "tq/command.h"
+#include "tq/uci_path.h"
+
+namespace {
+
+using tq::HeapText;
+using tq::Text;
+using tq::UniqueFd;
+using tq::UniqueFile;
+
+constexpr char kOfflineReason[] = "/tmp/.offline.reason";
+constexpr char kTrafficUpload[] = "/tmp/.traffic_statistics_upload";
+constexpr char kCoredumpServer[] = "/usr/config/coredump_server";
+constexpr char kBackupScript[] = "/usr/bin/backup_log.sh";
+
+constexpr size_t kCoredumpServerSize = 16;
+
+// By code; what is not among them is shown as the first.
+constexpr int kSystemReboot = 1;
+constexpr char kReasons[][sizeof("Change Configuration")] = {
+    "",          "System Reboot", "Change AC",       "Change Configuration",
+    "WTP Crash", "WTP Lock",      "Network Timeout",
+};
+
+const char* reason_text(int code) {
+    const bool known = code >= kSystemReboot && code < static_cast<int>(std::size(kReasons));
+    return kReasons[known ? code : kSystemReboot];
+}
+
+UniqueFd create(const char* path) {
+    return UniqueFd(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+}
+
+bool write_whole(const UniqueFd& file, const char* text) {
+    const size_t length = strlen(text);
+    return write(file.get(), text, length) == static_cast<ssize_t>(length);
+}
+
+void append_local_time(Text<64>& text) {
+    const time_t now = time(nullptr);
+    tm local{};
+    localtime_r(&now, &local);
+    text.append("%d-%02d-%02d %02d:%02d:%02d\n", local.tm_year + 1900, local.tm_mon + 1,
+                local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
+}
+
+template <size_t N>
+uint32_t store(char (&out)[N], const char* text) {
+    tq::copy_text(out, N, text);
+    return static_cast<uint32_t>(strlen(out));
+}
+
+}  // namespace
+
+// Field tools match on the line numbers of these log lines.
+
+void tq_set_offline_reason(int reason) {
+    const UniqueFd file = create(kOfflineReason);
+    if (!file) {
+        TQ_LOG_AT(908, LOG_ERR, "fopen %s fail:%s\n", kOfflineReason, strerror(errno));
+        return;
+    }
+    Text<64> record;
+    record.append("%d\n", reason);
+    append_local_time(record);
+    (void)write_whole(file, record.c_str());
+}
+
+int tq_get_offline_reason(offline_reason_info* out) {
+    if (!out) return TQ_FAIL("invalid parameters\n");
+    const UniqueFile file(fopen(kOfflineReason, "re"));
+    if (!file) {
+        TQ_LOG_AT(941, LOG_ERR, "fopen %s fail:%s\n", kOfflineReason, strerror(errno));
+        return -1;
+    }
+    const HeapText code(tq_hal_get_file_line(file.get()));
+    if (!code) return -1;
+    const HeapText time(tq_hal_get_file_line(file.get()));
+    if (!time) return -1;
+    out->time_length = store(out->time, time.get());
+    out->reason_length =
+        store(out->reason, reason_text(tq::leading_int(code.get()).value_or(kSystemReboot)));
+    return 0;
+}
+
+int set_traffic_upload_status(const void* up) {
+    const UniqueFd file = create(kTrafficUpload);
+    if (!file) {
+        TQ_LOG_AT(581, LOG_ERR, "open %s fail\n", kTrafficUpload);
+        return -1;
+    }
+    (void)write_whole(file, up ? "up\n" : "down\n");
+    TQ_LOG_AT(591, LOG_DEBUG, "%s\n", up ? "up" : "down");
+    return 0;
+}
+
+int get_traffic_upload_status() {
+    const UniqueFd file(open(kTrafficUpload, O_RDONLY | O_CLOEXEC));
+    if (!file) return 0;
+    char line[32];
+    const ssize_t got = tq::read_some(file.get(), line, sizeof(line) - 1);
+    if (got <= 0) return 0;
+    line[got] = '\0';
+    if (char* feed = strchr(line, '\n')) feed[1] = '\0';
+    TQ_LOG_AT(611, LOG_DEBUG, "%s\n", line);
+    return strstr(line, "down") ? 1 : 0;
+}
+
+int set_capwap_status_file(int status) {
+    return uci_set_int_option_by_id("wtp", "capwap", 0, "status", static_cast<unsigned>(status));
+}
+
+int get_capwap_status_file() {
+    int status = -1;
+    return uci_get_int_option_by_id("wtp", "capwap", 0, "status", &status) == 0 ? status : -1;
+}
+
+int save_coredump_server(const char* server) {
+    if (!server) return TQ_FAIL("invalid parameters\n");
+    const UniqueFd file = create(kCoredumpServer);
+    return file && write_whole(file, server) ? 0 : -1;
+}
+
+int get_coredump_server(char* out) {
+    if (!out) return TQ_FAIL("invalid parameters\n");
+    const UniqueFd file(open(kCoredumpServer, O_RDONLY | O_CLOEXEC));
+    return file && tq::read_some(file.get(), out, kCoredumpServerSize) > 0 ? 0 : -1;
+}
+
+int delete_coredump_server() {
+    return unlink(kCoredumpServer);
+}
+
+int backup_all_log(const char* a, const char* b) {
+    if (access(kBackupScript, R_OK) != 0) return 0;
+    Text<64> command;
+    command.append("%s  %s  %s", kBackupScript, tq::printable(a), tq::printable(b));
+    if (!a || !b || command.cut()) {
+        TQ_LOG(LOG_ERR, "invalid parameters\n");
+        return 0;
+    }
+    (void)!system(command.c_str());
+    return 0;
+}
+
+int tq_upgrade_mutex_begin() {
+    UniqueFd lock(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!lock) return -1;
+    // The whole path is the name, the zeros behind the text too: other holders bind the same 110
+    // bytes.
+    sockaddr_un address{};
+    static_assert(sizeof(address) == 110);
+    address.sun_family = AF_UNIX;
+    constexpr char kName[] = "upgrade-img";
+    memcpy(&address.sun_path[1], kName, sizeof(kName));
+    const auto* const bound = reinterpret_cast<const sockaddr*>(&address);
+    if (bind(lock.get(), bound, sizeof(address)) != 0) return -1;
+    return lock.release();
+}
+
+int tq_is_upgrade_mutex_begin() {
+    const UniqueFd lock(tq_upgrade_mutex_begin());
+    return lock ? 0 : 1;
+}
+
+int tq_upgrade_mutex_end(int handle) {
+    const UniqueFd lock(handle);
+    return 0;
+}

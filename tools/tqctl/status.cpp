@@ -1,0 +1,120 @@
+// status.cpp - tqctl status: small pieces of state that the daemons share.
+#include <tq/status_file.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+#include "families.h"
+
+namespace tqctl {
+
+namespace {
+
+bool parse_number(const char* text, int& number) {
+    char* end = nullptr;
+    errno = 0;
+    const long value = strtol(text, &end, 10);
+    if (end == text || *end || errno != 0 || value < INT_MIN || value > INT_MAX) return false;
+    number = static_cast<int>(value);
+    return true;
+}
+
+// The result of a call that leaves its cause in errno.
+ExitCode cause(const Context& context, const char* what) {
+    return context.fail(exit_code_of(errno), "%s: %s", what, strerror(errno));
+}
+
+ExitCode set_offline(const Context& context, const char* text) {
+    int code = 0;
+    if (!parse_number(text, code) || code < 1 || code > 6)
+        return context.misuse("'%s' is not a code from 1 to 6", text);
+    errno = 0;
+    tq_set_offline_reason(code);
+    return errno == 0 ? ExitCode::kDone : cause(context, "offline reason");
+}
+
+ExitCode offline(Context& context, Arguments arguments) {
+    if (!arguments.empty()) return set_offline(context, arguments[0]);
+    offline_reason_info info{};
+    if (tq_get_offline_reason(&info) != 0)
+        return context.fail(ExitCode::kRefused, "nothing is recorded");
+    context.output.member("reason", info.reason);
+    context.output.member("time", info.time);
+    return ExitCode::kDone;
+}
+
+ExitCode set_traffic(const Context& context, const char* word) {
+    const bool up = strcmp(word, "up") == 0;
+    if (!up && strcmp(word, "down") != 0)
+        return context.misuse("'%s' is neither up nor down", word);
+    if (set_traffic_upload_status(up ? word : nullptr) != 0)
+        return cause(context, "traffic upload");
+    return ExitCode::kDone;
+}
+
+ExitCode traffic(Context& context, Arguments arguments) {
+    if (!arguments.empty()) return set_traffic(context, arguments[0]);
+    context.output.value("traffic", get_traffic_upload_status() ? "down" : "up");
+    return ExitCode::kDone;
+}
+
+ExitCode capwap(Context& context, Arguments arguments) {
+    int status = 0;
+    if (arguments.empty()) {
+        status = get_capwap_status_file();
+        if (status == -1) return context.fail(ExitCode::kRefused, "no status is stored");
+        context.output.value("capwap", status);
+        return ExitCode::kDone;
+    }
+    if (!parse_number(arguments[0], status))
+        return context.misuse("'%s' is not a number", arguments[0]);
+    if (set_capwap_status_file(status) == 0) return ExitCode::kDone;
+    return context.fail(ExitCode::kInputOutput, "the status cannot be stored");
+}
+
+constexpr size_t kServerSize = 16;
+
+ExitCode set_coredump(const Context& context, const char* server) {
+    if (!*server) {
+        if (delete_coredump_server() == 0 || errno == ENOENT) return ExitCode::kDone;
+        return cause(context, "core-dump server");
+    }
+    if (strlen(server) > kServerSize)
+        return context.fail(ExitCode::kRefused, "a server is at most %zu bytes long", kServerSize);
+    return save_coredump_server(server) == 0 ? ExitCode::kDone : cause(context, "core-dump server");
+}
+
+ExitCode coredump(Context& context, Arguments arguments) {
+    if (!arguments.empty()) return set_coredump(context, arguments[0]);
+    char server[kServerSize + 1] = "";
+    if (get_coredump_server(server) != 0)
+        return context.fail(ExitCode::kRefused, "no server is stored");
+    context.output.value("coredump", server);
+    return ExitCode::kDone;
+}
+
+constexpr Command kCommands[] = {
+    {"offline", "[CODE]", 0, 1, "shows or records why the access point went offline",
+     "CODE: 1 system reboot, 2 change of the controller, 3 change of the\n"
+     "configuration, 4 WTP crash, 5 WTP lock, 6 network timeout. The time is now.",
+     "tqctl status offline 6", offline},
+    {"traffic", "[up|down]", 0, 1, "shows or records whether traffic statistics are uploaded",
+     "What is not recorded counts as up.", "tqctl status traffic", traffic},
+    {"capwap", "[NUMBER]", 0, 1, "shows or stores the state of the controller link",
+     "The option \"status\" of the first section of type capwap in the file wtp.",
+     "tqctl status capwap", capwap},
+    {"coredump", "[SERVER]", 0, 1, "shows or stores the server that receives core dumps",
+     "SERVER is at most 16 bytes long. An empty one forgets what is stored.",
+     "tqctl status coredump 192.0.2.7", coredump},
+};
+static_assert(is_complete(kCommands));
+
+}  // namespace
+
+constinit const Family kStatus = {"status", "state that the daemons share",
+                                  "Without an argument a command shows what is recorded.",
+                                  kCommands};
+
+}  // namespace tqctl
