@@ -15,6 +15,10 @@ struct Call {
 
 char text[64];
 int number;
+uint32_t address = 0x010200c0;
+uint32_t netmask = 0x00ffffff;
+uint8_t mac[6] = {2, 0, 0, 0, 0, 1};
+uint8_t neighbour[4] = {192, 0, 2, 7};
 
 // Other numbers in each process, so that no write finds its value there already.
 unsigned serial = static_cast<unsigned>(getpid()) * 100;
@@ -35,6 +39,25 @@ constexpr Call kCalls[] = {
     {"uci_set_int_option_by_id",
      [] { uci_set_int_option_by_id("system", "system", 0, "ttylogin", ++serial); }},
     {"add_uci_section", [] { add_uci_section("system", "timeserver"); }},
+    {"if_is_up", [] { if_is_up("eth0"); }},
+    {"if_is_running", [] { if_is_running("eth0"); }},
+    {"set_if_flag", [] { set_if_flag("eth0", 1); }},
+    {"set_if_addr", [] { set_if_addr("eth0", &address); }},
+    {"get_if_addr", [] { get_if_addr("eth0", &address); }},
+    {"set_if_netmask", [] { set_if_netmask("eth0", &netmask); }},
+    {"get_if_netmask", [] { get_if_netmask("eth0", &netmask); }},
+    {"set_if_broadcast_addr", [] { set_if_broadcast_addr("eth0", &address); }},
+    {"get_if_broadcast_addr", [] { get_if_broadcast_addr("eth0", &netmask); }},
+    {"set_if_mac", [] { set_if_mac("eth0", mac); }},
+    {"get_if_mac", [] { get_if_mac("eth0", mac, sizeof(mac)); }},
+    {"get_if_index", [] { get_if_index("eth0", &netmask); }},
+    {"set_interface", [] { set_interface("eth0", &address, &netmask, mac); }},
+    {"set_if_mtu", [] { set_if_mtu("eth0", 1400); }},
+    {"get_if_mtu", [] { get_if_mtu("eth0", &netmask); }},
+    {"get_if_gateway", [] { get_if_gateway("eth0", &netmask); }},
+    {"add_arp", [] { add_arp("eth0", neighbour, mac, 0); }},
+    {"delete_arp", [] { delete_arp("eth0", neighbour, mac, 0); }},
+    {"del_arp_by_ip", [] { del_arp_by_ip("eth0", neighbour); }},
 };
 
 }  // namespace

@@ -1,6 +1,6 @@
 /* netif.h - network interfaces, the ARP table, gateways and host names, one call each.
  *
- * Each call opens a socket of its own, issues one to five ioctls and closes it; nothing is kept
+ * Each call opens a socket of its own, issues its ioctls and closes it; nothing is kept
  * between calls. None of these functions logs: a failure is the result alone, -1 where nothing else
  * is said, also for a rejected argument. errno is then left as the failing system call set it; a
  * rejected argument leaves it alone. An output is written on success only.
@@ -41,8 +41,8 @@ TQ_API int set_if_flag(const char *ifname, uint32_t up);
 /* The interface's IPv4 address, the first where it has several. -1 also when it has none. */
 TQ_API int get_if_addr(const char *ifname, uint32_t *addr);
 
-/* Gives the interface this address; the kernel then chooses the netmask and the broadcast address
- * by the address's class. */
+/* Gives the interface this address in place of the one it has; 0.0.0.0 takes that away. The kernel
+ * then chooses the netmask and the broadcast address by the address's class. */
 TQ_API int set_if_addr(const char *ifname, const uint32_t *addr);
 
 /* The netmask of the interface's address. -1 also when it has no address. */

@@ -2,6 +2,7 @@
 #ifndef TQ_TQ_H
 #define TQ_TQ_H
 
+#include <tq/board.h>
 #include <tq/command.h>
 #include <tq/image_switch.h>
 #include <tq/mtd.h>

@@ -176,6 +176,14 @@ void reset_device() {
     fs::copy("/rom/etc/board.conf", "/etc/board.conf", fs::copy_options::overwrite_existing);
 }
 
+std::string board_file(const std::string& name) {
+    return TQ_SOURCE_DIR "/boards/" + name + ".conf";
+}
+
+void use_board(const std::string& name) {
+    write_file("/etc/board.conf", read_file(board_file(name)));
+}
+
 ScopedMount::ScopedMount(const std::string& source, const std::string& target, const char* type,
                          unsigned long flags, const std::string& options)
     : target_(target) {

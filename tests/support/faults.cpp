@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace tq_test::faults {
 namespace {
@@ -35,6 +36,7 @@ struct Counter {
 // Reached from malloc: plain data, in place before the first constructor runs.
 thread_local constinit std::array<Counter, kCalls.size()> counters{};
 thread_local constinit unsigned seconds_asked = 0;
+thread_local constinit const AnswerIoctl* ioctl_answer = nullptr;
 
 constexpr std::size_t index_of(std::string_view name) {
     return static_cast<std::size_t>(std::ranges::find(kCalls, name) - kCalls.begin());
@@ -62,6 +64,10 @@ void note_sleep(unsigned seconds) {
     seconds_asked += seconds;
 }
 
+std::optional<int> answer_to_ioctl(unsigned long operation, void* argument) {
+    return ioctl_answer ? (*ioctl_answer)(operation, argument) : std::nullopt;
+}
+
 }  // namespace
 
 Fail::Fail(std::string_view name, unsigned nth, int error) : call_(known_index_of(name)) {
@@ -77,6 +83,18 @@ Fail::~Fail() {
 
 bool Fail::fired() const {
     return counters[call_].fired;
+}
+
+AnswerIoctl::AnswerIoctl(Answer answer) : answer_(std::move(answer)) {
+    ioctl_answer = this;
+}
+
+AnswerIoctl::~AnswerIoctl() {
+    ioctl_answer = nullptr;
+}
+
+std::optional<int> AnswerIoctl::operator()(unsigned long operation, void* argument) const {
+    return answer_(operation, argument);
 }
 
 void reset() {
@@ -143,7 +161,6 @@ TQ_FORWARD(write, -1, ssize_t, (int fd, const void* data, size_t size), (fd, dat
 TQ_FORWARD_CLOSE(close, (int fd), (fd))
 TQ_FORWARD(fcntl, -1, int, (int fd, int operation, void* argument), (fd, operation, argument))
 TQ_FORWARD_AS(fcntl64, "fcntl", -1, int, (int fd, int operation, void* argument), (fd, operation, argument))
-TQ_FORWARD(ioctl, -1, int, (int fd, unsigned long operation, void* argument), (fd, operation, argument))
 TQ_FORWARD(flock, -1, int, (int fd, int operation), (fd, operation))
 TQ_FORWARD(fsync, -1, int, (int fd), (fd))
 TQ_FORWARD(lseek, -1, long, (int fd, long offset, int whence), (fd, offset, whence))
@@ -192,6 +209,13 @@ TQ_DEFINE(sleep, unsigned, (unsigned seconds)) {
     TQ_NEXT(sleep, unsigned, (unsigned));
     tq_test::faults::note_sleep(seconds);
     return TQ_FAILS("sleep") ? seconds : next(seconds);
+}
+
+TQ_DEFINE(ioctl, int, (int fd, unsigned long operation, void* argument)) {
+    TQ_NEXT(ioctl, int, (int fd, unsigned long operation, void* argument));
+    if (TQ_FAILS("ioctl")) return -1;
+    const std::optional<int> answer = tq_test::faults::answer_to_ioctl(operation, argument);
+    return answer ? *answer : next(fd, operation, argument);
 }
 
 // The allocator is not looked up by dlsym(), which allocates. strdup() is, because it has no second

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <functional>
+#include <optional>
 #include <string_view>
 
 // In a test that lets the allocator fail: a sanitizer's allocator is out of reach.
@@ -30,6 +31,23 @@ class Fail {
 
   private:
     std::size_t call_;
+};
+
+// Sees each ioctl of this thread before the kernel does, and may answer in its place: with -1,
+// errno is what it sets. Without an answer the kernel is asked. One at a time.
+class AnswerIoctl {
+  public:
+    using Answer = std::function<std::optional<int>(unsigned long operation, void* argument)>;
+
+    explicit AnswerIoctl(Answer answer);
+    ~AnswerIoctl();
+    AnswerIoctl(const AnswerIoctl&) = delete;
+    AnswerIoctl& operator=(const AnswerIoctl&) = delete;
+
+    std::optional<int> operator()(unsigned long operation, void* argument) const;
+
+  private:
+    Answer answer_;
 };
 
 void reset();

@@ -5,10 +5,23 @@ namespace tqctl {
 
 namespace {
 
+// clang-format off
 constexpr const Family* kFamilies[] = {
     &kUci, &kFlash, &kImage, &kRedboot, &kSerial, &kHelp, &kMan, &kCompletion,
     &kUci, &kStatus, &kUpgrade, &kHelp, &kMan, &kCompletion,
+    &kUci,
+    &kBoard,
+    &kStatus,
+    &kUpgrade,
+    &kIf,
+    &kArp,
+    &kRoute,
+    &kResolve,
+    &kHelp,
+    &kMan,
+    &kCompletion,
 };
+// clang-format on
 
 }  // namespace
 

@@ -7,11 +7,16 @@ namespace tqctl {
 
 // Constants, each initialized where it is defined.
 // NOLINTBEGIN(bugprone-dynamic-static-initializers)
+extern const Family kBoard;
 extern const Family kUci;
 extern const Family kFlash;
 extern const Family kImage;
 extern const Family kRedboot;
 extern const Family kSerial;
+extern const Family kIf;
+extern const Family kArp;
+extern const Family kRoute;
+extern const Family kResolve;
 extern const Family kStatus;
 extern const Family kUpgrade;
 extern const Family kHelp;
