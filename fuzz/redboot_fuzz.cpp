@@ -137,7 +137,7 @@ void use(const char* key, unsigned choice) {
 void use_keys(std::string_view entries, unsigned choice) {
     use("alias/kernel", choice);
     use("", choice);
-    for (size_t offset = 4, tried = 0; offset < entries.size() && tried < 16; tried++) {
+    for (size_t offset = 4, tried = 0; offset < entries.size() && tried < 3; tried++) {
         const std::string_view rest = entries.substr(offset);
         const std::string key(rest.substr(0, rest.find('\0')));
         use(key.c_str(), choice);
