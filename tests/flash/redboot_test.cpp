@@ -78,20 +78,23 @@ Outcome add(const redboot_config_option& option) {
     return outcome([&] { return redboot_add_config(&option); });
 }
 
-// What the calls did before anything was loaded.
+// What the calls did before anything was loaded, but for a block that was refused.
 struct Unloaded {
     unsigned char* config = redboot_config;
-    std::string block;
-    Outcome get{-1, ""}, set{-1, ""}, add{-1, ""}, write{-1, ""}, show{-1, ""};
+    bool is_untouched = false;
+    Outcome load{-1, ""}, get{-1, ""}, set{-1, ""}, add{-1, ""}, write{-1, ""}, show{-1, ""};
     unsigned opened = 0;
 } unloaded;
 
 class FirstCalls : public testing::Environment {
     void SetUp() override {
-        put_block(boot_block(int_entry("key", 1)));
-        uint32_t value = 1;
-        const redboot_config_option key = option("key", REDBOOT_CONFIG_INT, 7);
         unloaded.config = config;
+        std::string damaged = boot_block(int_entry("key", 1));
+        damaged[4092] = static_cast<char>(damaged[4092] ^ 1);
+        put_block(damaged);
+        unloaded.load = load();
+        uint32_t value = 2;
+        const redboot_config_option key = option("key", REDBOOT_CONFIG_INT, 7);
         faults::reset();
         unloaded.get =
             outcome([&] { return redboot_get_config("key", &value, REDBOOT_CONFIG_INT); });
@@ -101,7 +104,7 @@ class FirstCalls : public testing::Environment {
         unloaded.write = outcome(redboot_write_config);
         unloaded.show = outcome(redboot_show_config);
         unloaded.opened = faults::count("open");
-        unloaded.block = loaded_block();
+        unloaded.is_untouched = loaded_block() == damaged;
     }
 };
 const auto* const kFirstCalls = testing::AddGlobalTestEnvironment(new FirstCalls);
@@ -164,13 +167,14 @@ TEST(RedbootObjects, HaveTheTableOfThePolynomial) {
 
 TEST(RedbootUnloaded, HasNoConfig) {
     EXPECT_EQ(unloaded.config, nullptr);
+    EXPECT_EQ(unloaded.load, (Outcome{0, kCrcError}));
 }
 
 TEST(RedbootUnloaded, FindsAndChangesNothing) {
     EXPECT_EQ(unloaded.get, (Outcome{0, ""}));
     EXPECT_EQ(unloaded.set, (Outcome{0, ""}));
     EXPECT_EQ(unloaded.add, (Outcome{0, ""}));
-    EXPECT_EQ(unloaded.block, std::string(4096, '\0'));
+    EXPECT_TRUE(unloaded.is_untouched);
 }
 
 TEST(RedbootUnloaded, WritesAndShowsNothing) {
