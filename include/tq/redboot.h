@@ -46,6 +46,8 @@ typedef struct redboot_config_option {
     uintptr_t default_value; /* the value of a bool, int or IPv4 address; else a pointer to it */
 } redboot_config_option;
 
+/* Each is initialized where it is defined. NOLINTBEGIN(bugprone-dynamic-static-initializers) */
+
 /* The block, 4096 bytes, and a pointer to it while a loaded block is in use; null before the first
  * load and after a failed one. */
 extern TQ_API unsigned char redboot_config[4096];
@@ -72,6 +74,8 @@ extern TQ_API const char redboot_bak_rootdev[];        /* "rootfs bak", quotes i
 extern TQ_API const char redboot_sn_data_key[];        /* serial_number */
 extern TQ_API const char redboot_sn_title[];           /* product serial number */
 extern TQ_API const char redboot_sn_default[1];        /* the empty text */
+
+/* NOLINTEND(bugprone-dynamic-static-initializers) */
 
 /* Reads the block from flash. It is valid where the checksum and both magic numbers are right; the
  * length word is not looked at. Pointers that redboot_get_config gave out point into the new block

@@ -231,6 +231,7 @@ bool set_value(const Entry& entry, const void* value) {
 // The entry's type may be another than the option's: what its room does not hold is cut.
 void redboot_store_default(const Entry& entry, const redboot_config_option& option) {
     unsigned char* field = entry.value();
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): a word that is a pointer for some types
     const void* source = reinterpret_cast<const void*>(option.default_value);
     const auto number = static_cast<uint32_t>(option.default_value);
     switch (option.type) {
