@@ -8,6 +8,7 @@
 #include <tq/mtd.h>
 #include <tq/netif.h>
 #include <tq/redboot.h>
+#include <tq/ip_address.h>
 #include <tq/status_file.h>
 #include <tq/types.h>
 #include <tq/uci_path.h>

@@ -17,6 +17,7 @@ extern const Family kIf;
 extern const Family kArp;
 extern const Family kRoute;
 extern const Family kResolve;
+extern const Family kIp;
 extern const Family kStatus;
 extern const Family kUpgrade;
 extern const Family kHelp;

@@ -1,0 +1,460 @@
+#include "tq/ip_address.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <span>
+
+#include "foundation/text.h"
+
+static_assert(sizeof(ip_address) == 28);
+static_assert(offsetof(ip_address, size) == 4);
+static_assert(offsetof(ip_address, form) == 8);
+static_assert(offsetof(ip_address, form.v4.prefix_length) == 12);
+static_assert(offsetof(ip_address, form.v6.prefix_length) == 24);
+
+namespace {
+
+constexpr uint32_t kMaxV4Length = 32;
+constexpr uint32_t kMaxV6Length = 128;
+
+// Longer than any address and prefix length of either version.
+constexpr size_t kTextSize = 64;
+
+using V4Bytes = std::array<uint8_t, 4>;
+
+// By prefix length.
+constexpr auto kMasks = [] {
+    std::array<V4Bytes, kMaxV4Length + 1> masks{};
+    for (uint32_t length = 1; length <= kMaxV4Length; length++) {
+        masks[length] = masks[length - 1];
+        masks[length][(length - 1) / 8] |= static_cast<uint8_t>(0x80 >> (length - 1) % 8);
+    }
+    return masks;
+}();
+
+constexpr bool is_netmask_of(const V4Bytes& mask, uint32_t length) {
+    const auto bits = uint32_t{mask[0]} << 24 | uint32_t{mask[1]} << 16 | uint32_t{mask[2]} << 8 |
+                      uint32_t{mask[3]};
+    return bits == (length == 0 ? 0 : ~uint32_t{0} << (kMaxV4Length - length));
+}
+
+static_assert([] {
+    for (uint32_t length = 0; length <= kMaxV4Length; length++) {
+        if (!is_netmask_of(kMasks[length], length)) return false;
+    }
+    return true;
+}());
+
+// Reads numbers as sscanf does where a long has 32 bits, and nothing else of its formats.
+class NumberReader {
+  public:
+    explicit NumberReader(const char* text) : next_(text) {}
+
+    // As "%u": a sign wraps around, and what 32 bits do not hold is the largest number. False where
+    // no number follows.
+    bool number(uint32_t& value) {
+        bool negative = false;
+        uint64_t magnitude = 0;
+        if (!read(negative, magnitude)) return false;
+        if (magnitude > UINT32_MAX) {
+            value = UINT32_MAX;
+        } else {
+            value = static_cast<uint32_t>(negative ? 0 - magnitude : magnitude);
+        }
+        return true;
+    }
+
+    // As "%d", where what is below zero is of no use either. False where no length up to 32
+    // follows.
+    bool prefix_length(uint32_t& value) {
+        bool negative = false;
+        uint64_t magnitude = 0;
+        if (!read(negative, magnitude) || magnitude > (negative ? 0 : kMaxV4Length)) return false;
+        value = static_cast<uint32_t>(magnitude);
+        return true;
+    }
+
+    bool literal(char wanted) {
+        if (*next_ != wanted) return false;
+        next_++;
+        return true;
+    }
+
+    void skip_blanks() {
+        while (is_blank(*next_))
+            next_++;
+    }
+
+    [[nodiscard]] const char* rest() const { return next_; }
+
+    static bool is_blank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+  private:
+    static bool is_digit(char c) { return c >= '0' && c <= '9'; }
+
+    // The sign, and a magnitude that stops at 33 bits.
+    bool read(bool& negative, uint64_t& magnitude) {
+        skip_blanks();
+        negative = *next_ == '-';
+        if (negative || *next_ == '+') next_++;
+        if (!is_digit(*next_)) return false;
+        magnitude = 0;
+        for (; is_digit(*next_); next_++)
+            magnitude =
+                std::min<uint64_t>(magnitude * 10 + static_cast<uint64_t>(*next_ - '0'), kTooLarge);
+        return true;
+    }
+
+    static constexpr uint64_t kTooLarge = uint64_t{UINT32_MAX} + 1;
+
+    const char* next_;
+};
+
+using Octets = std::array<uint32_t, 4>;
+
+bool read_octets(NumberReader& reader, Octets& octets) {
+    return reader.number(octets[0]) && reader.literal('.') && reader.number(octets[1]) &&
+           reader.literal('.') && reader.number(octets[2]) && reader.literal('.') &&
+           reader.number(octets[3]);
+}
+
+bool are_bytes(const Octets& octets) {
+    return std::ranges::all_of(octets, [](uint32_t octet) { return octet < 256; });
+}
+
+void copy_octets(uint8_t* out, const Octets& octets) {
+    for (size_t i = 0; i < octets.size(); i++)
+        out[i] = static_cast<uint8_t>(octets[i]);
+}
+
+// Below 256. Optimized for size, a division would be the machine's slow one.
+constexpr uint32_t by_ten(uint32_t number) {
+    return number * 205 >> 11;
+}
+
+static_assert([] {
+    for (uint32_t number = 0; number < 256; number++) {
+        if (by_ten(number) != number / 10) return false;
+    }
+    return true;
+}());
+
+char* put_number(char* out, uint32_t number) {
+    const uint32_t tens = by_ten(number);
+    const uint32_t hundreds = by_ten(tens);
+    if (hundreds > 0) *out++ = static_cast<char>('0' + hundreds);
+    if (tens > 0) *out++ = static_cast<char>('0' + tens - hundreds * 10);
+    *out++ = static_cast<char>('0' + number - tens * 10);
+    return out;
+}
+
+char* put_v4(char* out, const uint8_t* bytes) {
+    for (size_t i = 0; i < 4; i++) {
+        if (i > 0) *out++ = '.';
+        out = put_number(out, bytes[i]);
+    }
+    return out;
+}
+
+// Cuts the text to fit. The buffer's last byte is a terminator in any case.
+int deliver(std::span<const char> text, char* buf, uint32_t size) {
+    const size_t length = std::min<size_t>(text.size(), size - 1);
+    memcpy(buf, text.data(), length);
+    buf[length] = '\0';
+    buf[size - 1] = '\0';
+    return 0;
+}
+
+int write_v4(const uint8_t* bytes, char* buf, uint32_t size) {
+    char text[kTextSize];
+    return deliver({text, put_v4(text, bytes)}, buf, size);
+}
+
+bool is_v4(const ip_address* address) {
+    return address && address->version == IP_VERSION_4;
+}
+
+bool is_v6(const ip_address* address) {
+    return address && address->version == IP_VERSION_6;
+}
+
+bool has_v4_mask(const ip_address* address) {
+    return is_v4(address) && address->form.v4.prefix_length <= kMaxV4Length;
+}
+
+bool is_room(const char* buf, uint32_t size) {
+    return buf && size > 0;
+}
+
+int initialize(ip_address* address, int version) {
+    if (!address) return -1;
+    *address = {};
+    address->version = version;
+    address->size = sizeof(*address);
+    return 0;
+}
+
+bool all_zero(std::span<const uint8_t> bytes) {
+    return std::ranges::all_of(bytes, [](uint8_t byte) { return byte == 0; });
+}
+
+}  // namespace
+
+int ip_init_addr(ip_address* address) {
+    return initialize(address, IP_VERSION_NONE);
+}
+
+int ip_init_v4_addr(ip_address* address) {
+    return initialize(address, IP_VERSION_4);
+}
+
+int ip_init_v6_addr(ip_address* address) {
+    return initialize(address, IP_VERSION_6);
+}
+
+int ip_get_version(const ip_address* address) {
+    return address ? address->version : -1;
+}
+
+int ip_get_masklen(const ip_address* address, uint32_t* len) {
+    if (!len || (!is_v4(address) && !is_v6(address))) return -1;
+    *len = is_v4(address) ? address->form.v4.prefix_length : address->form.v6.prefix_length;
+    return 0;
+}
+
+int ip_get_v4_masklen(const ip_address* address, uint32_t* len) {
+    if (!len || !has_v4_mask(address)) return -1;
+    *len = address->form.v4.prefix_length;
+    return 0;
+}
+
+int ip_get_v4_byte_addr(const ip_address* address, uint8_t out[4]) {
+    if (!out || !is_v4(address)) return -1;
+    memcpy(out, address->form.v4.address, 4);
+    return 0;
+}
+
+int ip_get_v4_byte_mask(const ip_address* address, uint8_t out[4]) {
+    if (!out || !has_v4_mask(address)) return -1;
+    memcpy(out, kMasks[address->form.v4.prefix_length].data(), 4);
+    return 0;
+}
+
+int ip_get_v4_byte_broadcast(const ip_address* address, uint8_t out[4]) {
+    if (!out || !has_v4_mask(address)) return -1;
+    const V4Bytes& mask = kMasks[address->form.v4.prefix_length];
+    for (size_t i = 0; i < mask.size(); i++)
+        out[i] = static_cast<uint8_t>(address->form.v4.address[i] | ~mask[i]);
+    return 0;
+}
+
+int ip_get_v4_str_addr(const ip_address* address, char* buf, uint32_t size) {
+    if (!is_room(buf, size) || !is_v4(address)) return -1;
+    return write_v4(address->form.v4.address, buf, size);
+}
+
+int ip_get_v4_str_mask(const ip_address* address, char* buf, uint32_t size) {
+    V4Bytes mask;
+    if (!is_room(buf, size) || ip_get_v4_byte_mask(address, mask.data()) != 0) return -1;
+    return write_v4(mask.data(), buf, size);
+}
+
+int ip_get_v4_str_broadcast(const ip_address* address, char* buf, uint32_t size) {
+    V4Bytes broadcast;
+    if (!is_room(buf, size) || ip_get_v4_byte_broadcast(address, broadcast.data()) != 0) return -1;
+    return write_v4(broadcast.data(), buf, size);
+}
+
+int ip_get_v4_str_addr_mask(const ip_address* address, char* buf, uint32_t size) {
+    if (!is_room(buf, size) || !has_v4_mask(address)) return -1;
+    char text[kTextSize];
+    char* end = put_v4(text, address->form.v4.address);
+    *end++ = '/';
+    return deliver({text, put_number(end, address->form.v4.prefix_length)}, buf, size);
+}
+
+int v4_byte_addr_to_str(const uint8_t address[4], char* buf, uint32_t size) {
+    if (!address || !is_room(buf, size)) return -1;
+    return write_v4(address, buf, size);
+}
+
+int ip_set_v4_byte_addr(ip_address* address, const uint8_t bytes[4]) {
+    if (!address || !bytes) return -1;
+    memcpy(address->form.v4.address, bytes, 4);
+    address->version = IP_VERSION_4;
+    return 0;
+}
+
+int ip_set_v4_masklen(ip_address* address, uint32_t len) {
+    if (!address || len > kMaxV4Length) return -1;
+    address->form.v4.prefix_length = len;
+    address->version = IP_VERSION_4;
+    return 0;
+}
+
+int ip_set_v4_byte_mask(ip_address* address, const uint8_t mask[4]) {
+    if (!address || !mask) return -1;
+    for (uint32_t length = 0; length <= kMaxV4Length; length++) {
+        if (memcmp(mask, kMasks[length].data(), 4) == 0) return ip_set_v4_masklen(address, length);
+    }
+    return -1;
+}
+
+int ip_set_v4_str_addr(ip_address* address, const char* text) {
+    V4Bytes bytes;
+    if (!address || v4_str_to_byte_addr(text, bytes.data()) != 0) return -1;
+    return ip_set_v4_byte_addr(address, bytes.data());
+}
+
+int ip_set_v4_str_mask(ip_address* address, const char* text) {
+    V4Bytes mask;
+    if (v4_str_to_byte_addr(text, mask.data()) != 0) return -1;
+    return ip_set_v4_byte_mask(address, mask.data());
+}
+
+int ip_set_v4_str_addr_mask(ip_address* address, const char* text) {
+    if (!address || !text) return -1;
+    NumberReader reader(text);
+    Octets octets;
+    if (!read_octets(reader, octets) || !reader.literal('/')) return -1;
+    reader.skip_blanks();
+    char word[256];
+    size_t length = 0;
+    for (const char* next = reader.rest(); *next && length < sizeof(word) - 1; next++) {
+        if (NumberReader::is_blank(*next)) break;
+        word[length++] = *next;
+    }
+    word[length] = '\0';
+    if (length == 0 || !are_bytes(octets)) return -1;
+    copy_octets(address->form.v4.address, octets);
+    address->size = sizeof(*address);
+    if (ip_set_v4_str_mask(address, word) == 0) return 0;
+    uint32_t prefix_length = 0;
+    if (!NumberReader(word).prefix_length(prefix_length)) return -1;
+    return ip_set_v4_masklen(address, prefix_length);
+}
+
+int v4_str_to_byte_addr(const char* text, uint8_t out[4]) {
+    if (!text || !out) return -1;
+    NumberReader reader(text);
+    Octets octets;
+    if (!read_octets(reader, octets) || !are_bytes(octets)) return -1;
+    copy_octets(out, octets);
+    return 0;
+}
+
+int v4_get_ip_and_mask(const char* text, char* addr_buf, uint32_t addr_size, char* mask_buf,
+                       uint32_t mask_size) {
+    if (!text || !is_room(addr_buf, addr_size) || !is_room(mask_buf, mask_size)) return -1;
+    NumberReader reader(text);
+    Octets octets;
+    uint32_t length = 0;
+    if (!read_octets(reader, octets) || !reader.literal('/') || !reader.number(length)) return -2;
+    if (!are_bytes(octets) || length > kMaxV4Length) return -3;
+    V4Bytes bytes;
+    copy_octets(bytes.data(), octets);
+    write_v4(bytes.data(), addr_buf, addr_size);
+    return write_v4(kMasks[length].data(), mask_buf, mask_size);
+}
+
+int ip_set_v6_byte_addr(ip_address* address, const uint8_t bytes[16]) {
+    if (!address || !bytes) return -1;
+    memcpy(address->form.v6.address, bytes, 16);
+    address->version = IP_VERSION_6;
+    return 0;
+}
+
+int ip_set_v6_masklen(ip_address* address, uint32_t len) {
+    if (!address || len > kMaxV6Length) return -1;
+    address->form.v6.prefix_length = len;
+    address->version = IP_VERSION_6;
+    return 0;
+}
+
+int ip_get_v6_byte_addr(const ip_address* address, uint8_t out[16]) {
+    if (!out || !is_v6(address)) return -1;
+    memcpy(out, address->form.v6.address, 16);
+    return 0;
+}
+
+int ip_address_to_v6_byte_addr(const ip_address* address, uint8_t out[16]) {
+    return ip_get_v6_byte_addr(address, out);
+}
+
+int ip_get_v6_byte_mask(const ip_address* address, uint8_t out[16]) {
+    if (!out || !is_v6(address)) return -1;
+    const uint32_t length = std::min(address->form.v6.prefix_length, kMaxV6Length);
+    memset(out, 0, 16);
+    memset(out, 0xff, length / 8);
+    if (length % 8 > 0) out[length / 8] = static_cast<uint8_t>(0xff << (8 - length % 8));
+    return 0;
+}
+
+int v6_str_to_byte_addr(const char* text, uint8_t out[16]) {
+    if (!text || !out) return -1;
+    char address[kTextSize];
+    const size_t length = strcspn(text, "/");
+    if (length >= sizeof(address)) return -2;
+    memcpy(address, text, length);
+    address[length] = '\0';
+    in6_addr parsed;
+    if (inet_pton(AF_INET6, address, &parsed) < 1) return -2;
+    memcpy(out, &parsed, 16);
+    return 0;
+}
+
+int v6_str_to_masklen(const char* text, uint32_t* len) {
+    if (!text || !len) return -1;
+    const char* slash = strchr(text, '/');
+    *len = slash ? static_cast<uint32_t>(tq::leading_int(slash + 1).value_or(0)) : kMaxV6Length;
+    return 0;
+}
+
+int v6_str_to_ip_address(const char* text, ip_address* out) {
+    if (!text || ip_init_v6_addr(out) != 0) return -1;
+    if (v6_str_to_byte_addr(text, out->form.v6.address) != 0) return -2;
+    return v6_str_to_masklen(text, &out->form.v6.prefix_length);
+}
+
+int ip_address_to_v6_str(const ip_address* address, char* buf, uint32_t size, int with_mask) {
+    if (!address || !is_room(buf, size)) return -1;
+    char text[kTextSize];
+    if (!inet_ntop(AF_INET6, address->form.v6.address, text, sizeof(text))) return -2;
+    if (with_mask) {
+        snprintf(buf, size, "%s/%d", text, static_cast<int>(address->form.v6.prefix_length));
+    } else {
+        snprintf(buf, size, "%s", text);
+    }
+    return 0;
+}
+
+int ip_address_to_v6_str_addr(const ip_address* address, char* buf, uint32_t size) {
+    return ip_address_to_v6_str(address, buf, size, 0);
+}
+
+int ip_address_to_v6_str_addr_mask(const ip_address* address, char* buf, uint32_t size) {
+    return ip_address_to_v6_str(address, buf, size, 1);
+}
+
+int ipv4_is_empty(const ip_address* address) {
+    return !is_v4(address) || all_zero(address->form.v4.address) ? 1 : 0;
+}
+
+int ipv6_is_empty(const ip_address* address) {
+    return !is_v6(address) || all_zero(address->form.v6.address) ? 1 : 0;
+}
+
+int ip_is_empty(const ip_address* address) {
+    return ipv4_is_empty(address) && ipv6_is_empty(address) ? 1 : 0;
+}
+
+int ip_to_str_addr(const ip_address* address, char* buf, uint32_t size) {
+    if (is_v4(address)) return ip_get_v4_str_addr(address, buf, size);
+    if (is_v6(address)) return ip_address_to_v6_str_addr(address, buf, size);
+    return -1;
+}
