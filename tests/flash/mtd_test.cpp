@@ -141,6 +141,7 @@ TEST_F(Mtd, OpensTheSecondOfANameByIndex) {
 TEST_F(Mtd, CountsPartitionLinesOnly) {
     const MtdTable table(
         "\"kernel\"\n"
+        "abc3: \"kernel\"\n"
         "mtdx: \"kernel\"\n"
         " mtd3: \"kernel\"\n"
         "mtd: \"kernel\"\n"

@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 #include "boot_block.h"
@@ -69,9 +70,14 @@ const char* stored_text(const char* key, uint32_t type) {
     return redboot_get_config(key, &text, type) == 1 ? text : nullptr;
 }
 
+// Reads no more of a stored text than its field holds.
+bool equals(const char* stored, std::string_view text) {
+    return std::string_view(stored, strnlen(stored, kLongestText + 1)) == text;
+}
+
 bool has_image(const char* version_key) {
     const char* version = stored_text(version_key, REDBOOT_CONFIG_STRING);
-    return version && strncmp(version, "0.0.0", 128) != 0;
+    return version && !equals(version, "0.0.0");
 }
 
 void enable_script() {
@@ -90,7 +96,7 @@ const char* turn(const char* key, const char* primary, const char* backup) {
             key, key, nullptr, 1, REDBOOT_CONFIG_STRING, reinterpret_cast<uintptr_t>(value)};
         return redboot_add_config(&option) == 1 ? nullptr : "there is no room for an alias";
     }
-    const bool to_backup = strncmp(current, primary, 128) == 0;
+    const bool to_backup = equals(current, primary);
     if (to_backup && !has_backup) return "there is no backup image";
     if (!to_backup && !has_image("pri_pelkin_ver")) return "there is no primary image";
     const char* value = to_backup ? backup : primary;
@@ -108,7 +114,7 @@ const char* rehearse_switch() {
     if (!enabled) enable_script();
     const char* script = stored_text(redboot_script_data_key, REDBOOT_CONFIG_SCRIPT);
     if (!script) return "the block has no script boot_script_data";
-    if (strncmp(script, redboot_script_default, 128) != 0) {
+    if (!equals(script, redboot_script_default)) {
         redboot_set_config(redboot_script_data_key, redboot_script_default, REDBOOT_CONFIG_SCRIPT);
     }
     const char* problem = turn(redboot_kernel_alias, redboot_pri_kernel, redboot_bak_kernel);
