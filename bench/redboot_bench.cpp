@@ -35,7 +35,7 @@ std::string key_of(int number) {
 void load_entries() {
     std::string block(kBlockSize, '\0');
     const uint32_t words[] = {kBlockSize, 0x0BADFACE, 0xDEADDEAD};
-    memcpy(&block[0], words, 8);
+    memcpy(block.data(), words, 8);
     memcpy(&block[4088], &words[2], 4);
     const uint32_t crc = checksum(reinterpret_cast<const unsigned char*>(block.data()));
     memcpy(&block[4092], &crc, 4);

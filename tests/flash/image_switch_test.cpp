@@ -80,12 +80,12 @@ class ImageSwitch : public DeviceTest {
     }
     Outcome switch_image() { return counted(sys_image_switch); }
 
-    void expect_saved(const std::string& block) {
+    void expect_saved(const std::string& block) const {
         EXPECT_EQ(read_file(kFlash), flash_with(block));
         EXPECT_EQ(waits_, 1U);
         EXPECT_EQ(flushes_, 1U);
     }
-    void expect_nothing_written() {
+    void expect_nothing_written() const {
         EXPECT_EQ(block_in_flash(), before_);
         EXPECT_EQ(waits_, 0U);
         EXPECT_EQ(flushes_, 0U);
@@ -165,12 +165,12 @@ TEST_F(ImageSwitch, TakesANameThatFillsItsFieldForTheBackups) {
 }
 
 TEST_F(ImageSwitch, TurnsEachAliasByItself) {
-    Boot boot;
-    boot.kernel = kBackupKernel;
-    Boot expected;
-    expected.rootdev = kBackupRootdev;
-    expect_switched(boot, expected);
-    expect_switched(expected, boot);
+    Boot kernel_only;
+    kernel_only.kernel = kBackupKernel;
+    Boot rootdev_only;
+    rootdev_only.rootdev = kBackupRootdev;
+    expect_switched(kernel_only, rootdev_only);
+    expect_switched(rootdev_only, kernel_only);
 }
 
 TEST_F(ImageSwitch, EnablesTheScriptWithATimeoutOfFive) {
