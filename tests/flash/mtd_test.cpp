@@ -284,7 +284,7 @@ void PrintTo(const Mark& mark, std::ostream* out) {
 
 class StableMark : public Mtd, public testing::WithParamInterface<Mark> {
   protected:
-    void prints(const std::string& lines) {
+    static void prints(const std::string& lines) {
         write_file("/tmp/lines", lines);
         replace_printer("cat /tmp/lines\n");
     }
