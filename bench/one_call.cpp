@@ -50,11 +50,21 @@ void save_block() {
 void find_key() {
     static const bool loaded = (load_block(), true);
     if (loaded) redboot_get_config("alias/kernel", text, REDBOOT_CONFIG_STRING);
+// A session that the first call opens.
+uci_config_ctx* open_session() {
+    static uci_config_ctx session;
+    if (!session.ctx) load_unnamed_section(UCI_CONFIG_SYSTEM, &session, "system");
+    return &session;
 }
 
 constexpr Call kCalls[] = {
     {"read_line", [] { read_line("/etc/config/system", "hostname", text, sizeof(text)); }},
     {"run_cmd", [] { run_cmd("echo eth0", text, sizeof(text)); }},
+    {"bbi_radio_device", [] { bbi_radio_device(1, text, sizeof(text)); }},
+    {"get_vap_name", [] { get_vap_name(1, 3, text, sizeof(text)); }},
+    {"get_wifi_id", [] { get_wifi_id(&number, &number, "wlan3"); }},
+    {"tq_get_eth_ifname", [] { tq_get_eth_ifname(1); }},
+    {"get_wan_if_mac", [] { get_wan_if_mac(text, sizeof(text)); }},
     {"get_key_vlaue", [] { get_key_vlaue("echo Image1Stable=1", "Image1Stable", &number); }},
     {"uci_get_str_option_by_id",
      [] { uci_get_str_option_by_id("system", "system", 0, "hostname", text, sizeof(text)); }},
@@ -87,6 +97,18 @@ constexpr Call kCalls[] = {
     {"add_arp", [] { add_arp("eth0", neighbour, mac, 0); }},
     {"delete_arp", [] { delete_arp("eth0", neighbour, mac, 0); }},
     {"del_arp_by_ip", [] { del_arp_by_ip("eth0", neighbour); }},
+    {"load_uci_config",
+     [] {
+         load_uci_config(UCI_CONFIG_SYSTEM, nullptr);
+         free_uci_config(UCI_CONFIG_SYSTEM);
+     }},
+    {"get_uci_config", [] { get_uci_config(open_session(), "hostname"); }},
+    {"set_uci_config", [] { set_uci_config(open_session(), "hostname", next_value()); }},
+    {"save_uci_config",
+     [] {
+         add_uci_list(open_session(), "served", next_value());
+         save_uci_config(UCI_CONFIG_SYSTEM, nullptr, 0);
+     }},
 };
 
 }  // namespace

@@ -98,7 +98,7 @@ make_dev() {
 
 install_files() {
     rm -rf "$root/etc/config"
-    cp -R "$home/root/." "$root"
+    cp -RL "$home/root/." "$root"
     mkdir -p "$root/rom/etc" "$root/usr/config"
     cp -R "$root/etc/config" "$root/rom/etc/config"
     cp "${board:-$home/../../boards/dual-radio.conf}" "$root/etc/board.conf"

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <climits>
@@ -35,13 +36,13 @@ constexpr SectionRow kSectionRows[] = {
 };
 
 struct FactRow {
+    const char* key;
     Fact fact;
     Section section;
-    const char* key;
     Form form;
+    bool optional;
     int low;
     int high;
-    bool optional;
 };
 
 constexpr int kName = kNameSize;
@@ -49,29 +50,29 @@ constexpr int kPartition = kPartitionSize;
 
 // In the order of enum Fact.
 constexpr FactRow kFactRows[] = {
-    {Fact::kBoardId, Section::kBoard, "id", Form::kNumber, 0, INT_MAX, false},
-    {Fact::kBaseMac, Section::kBoard, "base_mac", Form::kMac, 0, 0, false},
-    {Fact::kVapNameMode, Section::kBoard, "vap_name_mode", Form::kNumber, 0, INT_MAX, true},
-    {Fact::kRadioDevice, Section::kRadio, "device", Form::kName, 0, kName, false},
-    {Fact::kRadioPrefix, Section::kRadio, "prefix", Form::kName, 0, kName, false},
-    {Fact::kRadioMacOffset, Section::kRadio, "mac_offset", Form::kNumber, -1, INT_MAX, false},
-    {Fact::kRadioProcDir, Section::kRadio, "proc_dir", Form::kName, 0, kName, false},
-    {Fact::kRadioModes, Section::kRadio, "modes", Form::kNumber, 0, INT_MAX, false},
-    {Fact::kRadioBss, Section::kRadio, "bss", Form::kNumber, 0, INT_MAX, false},
-    {Fact::kPortName, Section::kPort, "name", Form::kName, 0, kName, false},
-    {Fact::kPortSpeed, Section::kPort, "speed", Form::kSpeed, 0, 0, false},
-    {Fact::kPortSpeedAbility, Section::kPort, "speed_ability", Form::kNumber, 1, 4, true},
-    {Fact::kWanName, Section::kWan, "name", Form::kName, 0, kName, false},
-    {Fact::kWanLabel, Section::kWan, "label", Form::kText, 0, kName, false},
-    {Fact::kWanPort, Section::kWan, "port", Form::kText, 0, kName, false},
-    {Fact::kLanName, Section::kLan, "name", Form::kName, 0, kName, false},
-    {Fact::kLanLabel, Section::kLan, "label", Form::kText, 0, kName, false},
-    {Fact::kLanPort, Section::kLan, "port", Form::kText, 0, kName, false},
-    {Fact::kPrimaryImage, Section::kPartitions, "primary_image", Form::kName, 0, kPartition, false},
-    {Fact::kBackupImage, Section::kPartitions, "backup_image", Form::kName, 0, kPartition, false},
-    {Fact::kBackupBootLoader, Section::kPartitions, "backup_boot_loader", Form::kName, 0,
-     kPartition, false},
-    {Fact::kRebootCause, Section::kPartitions, "reboot_cause", Form::kName, 0, kName, false},
+    {"id", Fact::kBoardId, Section::kBoard, Form::kNumber, false, 0, INT_MAX},
+    {"base_mac", Fact::kBaseMac, Section::kBoard, Form::kMac, false, 0, 0},
+    {"vap_name_mode", Fact::kVapNameMode, Section::kBoard, Form::kNumber, true, 0, INT_MAX},
+    {"device", Fact::kRadioDevice, Section::kRadio, Form::kName, false, 0, kName},
+    {"prefix", Fact::kRadioPrefix, Section::kRadio, Form::kName, false, 0, kName},
+    {"mac_offset", Fact::kRadioMacOffset, Section::kRadio, Form::kNumber, false, -1, INT_MAX},
+    {"proc_dir", Fact::kRadioProcDir, Section::kRadio, Form::kName, false, 0, kName},
+    {"modes", Fact::kRadioModes, Section::kRadio, Form::kNumber, false, 0, INT_MAX},
+    {"bss", Fact::kRadioBss, Section::kRadio, Form::kNumber, false, 0, INT_MAX},
+    {"name", Fact::kPortName, Section::kPort, Form::kName, false, 0, kName},
+    {"speed", Fact::kPortSpeed, Section::kPort, Form::kSpeed, false, 0, 0},
+    {"speed_ability", Fact::kPortSpeedAbility, Section::kPort, Form::kNumber, true, 1, 4},
+    {"name", Fact::kWanName, Section::kWan, Form::kName, false, 0, kName},
+    {"label", Fact::kWanLabel, Section::kWan, Form::kText, false, 0, kName},
+    {"port", Fact::kWanPort, Section::kWan, Form::kText, false, 0, kName},
+    {"name", Fact::kLanName, Section::kLan, Form::kName, false, 0, kName},
+    {"label", Fact::kLanLabel, Section::kLan, Form::kText, false, 0, kName},
+    {"port", Fact::kLanPort, Section::kLan, Form::kText, false, 0, kName},
+    {"primary_image", Fact::kPrimaryImage, Section::kPartitions, Form::kName, false, 0, kPartition},
+    {"backup_image", Fact::kBackupImage, Section::kPartitions, Form::kName, false, 0, kPartition},
+    {"backup_boot_loader", Fact::kBackupBootLoader, Section::kPartitions, Form::kName, false, 0,
+     kPartition},
+    {"reboot_cause", Fact::kRebootCause, Section::kPartitions, Form::kName, false, 0, kName},
 };
 
 consteval bool is_in_order() {
@@ -115,10 +116,9 @@ std::string_view take_until(std::string_view& text, char separator) {
 }
 
 bool has_control_character(std::string_view text) {
-    for (const char c : text) {
-        if ((static_cast<unsigned char>(c) < ' ' && c != '\t') || c == '\x7f') return true;
-    }
-    return false;
+    return std::ranges::any_of(text, [](char c) {
+        return (static_cast<unsigned char>(c) < ' ' && c != '\t') || c == '\x7f';
+    });
 }
 
 // Decimal, or hexadecimal behind 0x.
@@ -156,10 +156,7 @@ std::optional<MacAddress> parse_mac(std::string_view text) {
 }
 
 bool is_name(std::string_view text) {
-    for (const char c : text) {
-        if (c <= ' ' || c > '~') return false;
-    }
-    return true;
+    return std::ranges::all_of(text, [](char c) { return c > ' ' && c <= '~'; });
 }
 
 // A file's text for a message: what is longer is cut.

@@ -12,5 +12,6 @@
 #include <tq/status_file.h>
 #include <tq/types.h>
 #include <tq/uci_path.h>
+#include <tq/uci_session.h>
 
 #endif /* TQ_TQ_H */

@@ -58,14 +58,20 @@ Answer ask_gigabit_port(int selector, int port) {
     });
 }
 
-int ask_wan(int selector, char* out) {
+// A text of the WAN's or of a LAN port, into a buffer of the caller's; `call` is how a failure is
+// logged.
+int read_wan(tq::LogSite site, int selector, char* out, const char* call) {
+    if (!out) return TQ_FAIL_AS(site, "invalid parameters\n");
     *out = '\0';
-    return tq_get_oem_ap_type_wan_info(selector, out);
+    if (tq_get_oem_ap_type_wan_info(selector, out) >= 0) return 0;
+    return TQ_FAIL_AS(site, "%s fail\n", call);
 }
 
-int ask_lan(int selector, int index, char* out) {
+int read_lan(tq::LogSite site, int selector, int index, char* out, const char* call) {
+    if (!out) return TQ_FAIL_AS(site, "invalid parameters\n");
     *out = '\0';
-    return index < 0 ? -1 : tq_get_oem_ap_type_lan_index_info(selector, index, out);
+    if (index >= 0 && tq_get_oem_ap_type_lan_index_info(selector, index, out) >= 0) return 0;
+    return TQ_FAIL_AS(site, "%s fail\n", call);
 }
 
 bool is_text_size(unsigned len) {
@@ -130,6 +136,11 @@ char* copy_port_name(const Answer& name) {
     if (name.result() < 0) return nullptr;
     tq::copy_text(ifname, sizeof(ifname), name.c_str());
     return ifname;
+}
+
+int read_mac(tq::LogSite site, const char* ifname, char* mac, int len) {
+    if (get_if_mac(ifname, reinterpret_cast<uint8_t*>(mac), len) == 0) return 0;
+    return TQ_FAIL_AS(site, "%s fail\n", "get_if_mac(ifname, (char *)mac, len)");
 }
 
 int write_vlan_name(const char* prefix, int vlan, char* buf, int len) {
@@ -340,54 +351,33 @@ char* tq_get_eth_ifname(int port) {
 }
 
 int get_wan_if_name(char* ifname) {
-    if (!ifname) return TQ_FAIL("invalid parameters\n");
-    if (ask_wan(AP_TYPE_WAN_IF_NAME, ifname) < 0) {
-        return TQ_FAIL("%s fail\n", "tq_get_oem_ap_type_wan_info(AP_TYPE_WAN_IF_NAME, ifname)");
-    }
-    return 0;
+    return read_wan(TQ_HERE, AP_TYPE_WAN_IF_NAME, ifname,
+                    "tq_get_oem_ap_type_wan_info(AP_TYPE_WAN_IF_NAME, ifname)");
 }
 
 int get_wan_if_label(char* name) {
-    if (!name) return TQ_FAIL("invalid parameters\n");
-    if (ask_wan(AP_TYPE_WAN_IF_LABEL, name) < 0) {
-        return TQ_FAIL("%s fail\n", "tq_get_oem_ap_type_wan_info(AP_TYPE_WAN_IF_LABEL, name)");
-    }
-    return 0;
+    return read_wan(TQ_HERE, AP_TYPE_WAN_IF_LABEL, name,
+                    "tq_get_oem_ap_type_wan_info(AP_TYPE_WAN_IF_LABEL, name)");
 }
 
 int get_wan_if_port(char* port) {
-    if (!port) return TQ_FAIL("invalid parameters\n");
-    if (ask_wan(AP_TYPE_WAN_IF_PORT, port) < 0) {
-        return TQ_FAIL("%s fail\n", "tq_get_oem_ap_type_wan_info(AP_TYPE_WAN_IF_PORT, port)");
-    }
-    return 0;
+    return read_wan(TQ_HERE, AP_TYPE_WAN_IF_PORT, port,
+                    "tq_get_oem_ap_type_wan_info(AP_TYPE_WAN_IF_PORT, port)");
 }
 
 int get_lan_if_name(int index, char* ifname) {
-    if (!ifname) return TQ_FAIL("invalid parameters\n");
-    if (ask_lan(AP_TYPE_LAN_IF_NAME, index, ifname) < 0) {
-        return TQ_FAIL("%s fail\n",
-                       "tq_get_oem_ap_type_lan_index_info(AP_TYPE_LAN_IF_NAME, index, ifname)");
-    }
-    return 0;
+    return read_lan(TQ_HERE, AP_TYPE_LAN_IF_NAME, index, ifname,
+                    "tq_get_oem_ap_type_lan_index_info(AP_TYPE_LAN_IF_NAME, index, ifname)");
 }
 
 int get_lan_if_label(int index, char* name) {
-    if (!name) return TQ_FAIL("invalid parameters\n");
-    if (ask_lan(AP_TYPE_LAN_IF_LABEL, index, name) < 0) {
-        return TQ_FAIL("%s fail\n",
-                       "tq_get_oem_ap_type_lan_index_info(AP_TYPE_LAN_IF_LABEL, index, name)");
-    }
-    return 0;
+    return read_lan(TQ_HERE, AP_TYPE_LAN_IF_LABEL, index, name,
+                    "tq_get_oem_ap_type_lan_index_info(AP_TYPE_LAN_IF_LABEL, index, name)");
 }
 
 int get_lan_if_port(int index, char* port) {
-    if (!port) return TQ_FAIL("invalid parameters\n");
-    if (ask_lan(AP_TYPE_LAN_IF_PORT, index, port) < 0) {
-        return TQ_FAIL("%s fail\n",
-                       "tq_get_oem_ap_type_lan_index_info(AP_TYPE_LAN_IF_PORT, index, port)");
-    }
-    return 0;
+    return read_lan(TQ_HERE, AP_TYPE_LAN_IF_PORT, index, port,
+                    "tq_get_oem_ap_type_lan_index_info(AP_TYPE_LAN_IF_PORT, index, port)");
 }
 
 int get_wan_name(char* buf, int len) {
@@ -414,18 +404,12 @@ int get_wan_if_mac(char* mac, int len) {
     if (get_wan_name(ifname, sizeof(ifname)) != 0) {
         return TQ_FAIL("%s fail\n", "get_wan_name(ifname, sizeof(ifname))");
     }
-    if (get_if_mac(ifname, reinterpret_cast<uint8_t*>(mac), len) != 0) {
-        return TQ_FAIL("%s fail\n", "get_if_mac(ifname, (char *)mac, len)");
-    }
-    return 0;
+    return read_mac(TQ_HERE, ifname, mac, len);
 }
 
 int get_lan_if_mac(const char* ifname, char* mac, int len) {
     if (!ifname || !mac || len <= 0) return TQ_FAIL("invalid parameters\n");
-    if (get_if_mac(ifname, reinterpret_cast<uint8_t*>(mac), len) != 0) {
-        return TQ_FAIL("%s fail\n", "get_if_mac(ifname, (char *)mac, len)");
-    }
-    return 0;
+    return read_mac(TQ_HERE, ifname, mac, len);
 }
 
 int get_lan_addr(int /*ignored*/, unsigned* addr) {

@@ -293,7 +293,7 @@ TEST_F(BoardRadio, TakesEveryNegativeResultForAFailureAndNoOther) {
     }
 }
 
-TEST_F(BoardRadio, NeverAsksTheBoardForANegativeRadio) {
+TEST_F(BoardRadio, NeverAsksTheBoardForANegativeIndex) {
     Buffer buf(64);
     int number = 0;
     unsigned mode = 0;
@@ -305,6 +305,7 @@ TEST_F(BoardRadio, NeverAsksTheBoardForANegativeRadio) {
     bbi_radio_hidebss_id(-1, &number);
     bbi_radio_reservedbss_id(-1, &number);
     tq_get_vap_ifname(0, 0, -1, 0, buf.data(), 64);
+    tq_get_eth_ability_of_speed(-1);
     EXPECT_THAT(questions, IsEmpty());
 }
 
@@ -959,7 +960,10 @@ TEST_F(BoardPorts, CountsFastPortsFromTheGigabitOnesAsTheyAre) {
     answers[{"fast", AP_TYPE_ETH_IF_NAME, 4}] = {0, text_answer("fe4")};
     EXPECT_EQ(eth_ifname(3), "fe4");
     EXPECT_EQ(eth_ifname(4), "(null)");
+    answers[{"fast", AP_TYPE_ETH_IF_NAME, 5}] = {0, text_answer("fe5")};
+    EXPECT_EQ(eth_ifname(4), "(null)");
     answer_counts(INT_MIN, INT_MAX, 0);
+    answers[{"fast", AP_TYPE_ETH_IF_NAME, INT_MIN}] = {0, text_answer("fe")};
     EXPECT_EQ(eth_ifname(0), "(null)");
     answer_counts(2, -1, 0);
     EXPECT_EQ(eth_ifname(2), "(null)");
@@ -1264,7 +1268,7 @@ TEST_F(BoardModes, TakesAnAccessPointForManagedWhereItCannotTell) {
     EXPECT_EQ(tq_get_apmode(), 1);
     tq_test::run_command("rm /etc/config/wtp");
     EXPECT_EQ(tq_get_apmode(), 1);
-    set_mode("wtp", "capwap", "fat" + std::string(40, 'x'));
+    set_mode("wtp", "capwap", "fat" + std::string(29, ' '));
     EXPECT_EQ(tq_get_apmode(), 1);
     for (const auto& line : log_.take())
         EXPECT_NE(line.function, "tq_get_apmode");

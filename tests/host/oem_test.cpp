@@ -291,6 +291,8 @@ std::vector<Bad> bad_descriptions() {
         {"[board]\nid = 2147483648\n", "2: id is a number from 0 to 2147483647, not '2147483648'"},
         {"[radio 0]\nmac_offset = -2\n",
          "2: mac_offset is a number from -1 to 2147483647, not '-2'"},
+        {"[radio 0]\nmac_offset = 0x-1\n",
+         "2: mac_offset is a number from -1 to 2147483647, not '0x-1'"},
         {"[board]\nbase_mac = 1\n", "2: base_mac is written as 02:00:00:00:00:00, not '1'"},
         {"[board]\nbase_mac = 02-00-00-00-00-00\n",
          "2: base_mac is written as 02:00:00:00:00:00, not '02-00-00-00-00-00'"},

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <net/if.h>
 #include <net/if_arp.h>
 #include <netdb.h>
@@ -23,6 +24,7 @@
 #include <cstring>
 #include <functional>
 #include <optional>
+#include <random>
 #include <string>
 #include <thread>
 #include <utility>
@@ -76,6 +78,12 @@ constexpr const char* kFirstMac = "02:00:00:00:00:01";
 constexpr Mac kMac = {0x02, 0x11, 0x22, 0x33, 0x44, 0x55};
 constexpr Ip kNeighbour = {192, 0, 2, 77};
 constexpr uint32_t kUntouched = 0x5a5a5a5a;
+
+// The kernel notices a link in its own time.
+constexpr const char* kUntilTheLinkIsUp =
+    "until grep -qx up /sys/class/net/tq0/operstate; do sleep 0.01; done";
+constexpr const char* kUntilTheLinkIsDown =
+    "while grep -qx up /sys/class/net/tq0/operstate; do sleep 0.01; done";
 
 uint32_t inet(const char* text) {
     return inet_addr(text);
@@ -174,6 +182,7 @@ class Netif : public DeviceTest {
         must_run(
             "ip link add tq0 address 02:00:00:00:00:01 type veth peer name tq1 && "
             "ip link set tq0 up && ip link set tq1 up");
+        must_run(kUntilTheLinkIsUp);
         tq_test::faults::reset();
         descriptors_ = open_descriptors();
     }
@@ -431,6 +440,7 @@ TEST_F(Flags, TellsWhetherAnInterfaceIsUp) {
 TEST_F(Flags, RunsOnlyWhereTheLinkIsThere) {
     EXPECT_EQ(if_is_running(kIf), 1);
     must_run("ip link set tq1 down");
+    must_run(kUntilTheLinkIsDown);
     EXPECT_EQ(if_is_up(kIf), 1);
     EXPECT_EQ(if_is_running(kIf), 0);
 }
@@ -490,6 +500,16 @@ TEST_F(Flags, LooksAtItsOwnBitOnly) {
     EXPECT_EQ(std::pair(if_is_up(kIf), if_is_running(kIf)), std::pair(0, 0));
 }
 
+TEST_F(Flags, OfARequestThatFailedAreNotLookedAt) {
+    const AnswerIoctl kernel([](unsigned long, void* argument) -> std::optional<int> {
+        static_cast<ifreq*>(argument)->ifr_flags = -1;
+        return -1;
+    });
+    EXPECT_EQ(if_is_up(kIf), 0);
+    EXPECT_EQ(if_is_running(kIf), 0);
+    EXPECT_EQ(set_if_flag(kIf, 1), -1);
+}
+
 // Addresses
 
 TEST_F(Addresses, AreThoseThatTheKernelHas) {
@@ -512,6 +532,15 @@ TEST_F(Addresses, CrossTheInterfaceInNetworkByteOrder) {
     Ip bytes{};
     memcpy(bytes.data(), &address, sizeof(address));
     EXPECT_THAT(bytes, ElementsAre(192, 0, 2, 1));
+}
+
+TEST_F(Addresses, AreAskedForByTheirOwnRequests) {
+    const Recorder<ifreq> recorder;
+    uint32_t address = 0;
+    get_if_addr(kIf, &address);
+    get_if_netmask(kIf, &address);
+    get_if_broadcast_addr(kIf, &address);
+    EXPECT_THAT(recorder.operations(), ElementsAre(SIOCGIFADDR, SIOCGIFNETMASK, SIOCGIFBRDADDR));
 }
 
 TEST_F(Addresses, OfAnInterfaceWithoutOneAreAFailure) {
@@ -708,6 +737,13 @@ TEST_F(SetInterface, WithNothingToSetAsksTheKernelNothing) {
     EXPECT_EQ(count("ioctl"), 0U);
 }
 
+TEST_F(SetInterface, WithoutASocketIsAFailureWhateverIsSet) {
+    const NoDescriptors none;
+    EXPECT_EQ(set_interface(kIf, nullptr, nullptr, nullptr), -1);
+    EXPECT_EQ(set_interface(kIf, nullptr, nullptr, kMac.data()), -1);
+    EXPECT_EQ(set_interface(kIf, &kAddress, nullptr, nullptr), -1);
+}
+
 TEST_F(SetInterface, RequestsComeInTheirOrder) {
     const Recorder<ifreq> recorder;
     EXPECT_EQ(set_interface(kIf, &kAddress, &kMask, kMac.data()), 0);
@@ -761,7 +797,7 @@ TEST_F(IndexAndMtu, TheMtuIsSet) {
 }
 
 TEST_F(IndexAndMtu, AnMtuThatTheInterfaceCannotCarryIsRefused) {
-    for (const uint32_t mtu : {0U, 67U, 65536U, 0x80000000U, 0xffffffffU}) {
+    for (const uint32_t mtu : {0U, 67U, 65536U, 0x80000000U, 0x80000578U, 0xffffffffU}) {
         EXPECT_EQ(set_if_mtu(kIf, mtu), -1) << mtu;
     }
     EXPECT_EQ(sys(kIf, "mtu"), "1500");
@@ -931,6 +967,32 @@ TEST_F(Gateway, SearchEndsInGarbageOfAnySize) {
     EXPECT_EQ(gateway_in(std::string(100000, 'x')), kNone);
     EXPECT_EQ(gateway_in(kRouteHeader + "eth0\t" + std::string(100000, '0') + "\n"), kNone);
     EXPECT_EQ(gateway_in(kRouteHeader + "%s%n%n\t%n\t%n\t%n\t0\t0\t0\t0\t0\t0\t0\n"), kNone);
+}
+
+// A fixed seed, so that a failure can be repeated.
+std::mt19937 seeded(unsigned seed) {
+    return std::mt19937(seed);
+}
+
+TEST_F(Gateway, SearchEndsInAnyDamagedTable) {
+    const ScopedProc proc({{"net/route", std::string()}});
+    const std::string table = kRouteHeader + route_row("eth1", "00000001", "0003") +
+                              route_row("eth0", "00000002", "0001") +
+                              route_row("eth0", "00000003", "0003");
+    std::mt19937 random = seeded(17);
+    int found = 0;
+    for (int round = 0; round < 500; round++) {
+        std::string damaged = table;
+        for (int i = 0; i < 3; i++)
+            damaged[random() % damaged.size()] = static_cast<char>(random());
+        write_file("/proc/net/route", damaged);
+        Found result = kNone;
+        result.result = get_if_gateway("eth0", &result.gateway);
+        EXPECT_TRUE(result == kNone || result.result == 0) << damaged;
+        found += result.result + 1;
+    }
+    EXPECT_GT(found, 0);
+    EXPECT_LT(found, 500);
 }
 
 TEST_F(Gateway, IsFoundBehindThousandsOfRows) {
@@ -1348,6 +1410,20 @@ TEST_F(Resolver, LeavesAnEmptyListWhereMemoryRunsOut) {
     };
     EXPECT_EQ(tq_test::faults::each_failure("calloc", ENOMEM, fails_empty), 1U);
     EXPECT_EQ(tq_test::faults::each_failure("malloc", ENOMEM, fails_empty), 3U);
+}
+
+TEST_F(Resolver, FreesWhatItHasWhereMemoryRunsOut) {
+    TQ_NEEDS_FAILING_ALLOCATOR();
+    const MadeUpHost host({"\1\1\1\1", "\2\2\2\2", "\3\3\3\3"}, AF_INET, 4);
+    const auto in_use = [] { return mallinfo2().uordblks; };
+    const size_t before = in_use();
+    for (int round = 0; round < 1000; round++) {
+        const Fail fail("malloc", 3, ENOMEM);
+        ip_str_list list{};
+        EXPECT_EQ(get_ip_list_by_hostname("any", &list), -1);
+    }
+    // A text that is lost each time takes three times as much.
+    EXPECT_LT(in_use(), before + 8000);
 }
 
 }  // namespace

@@ -19,6 +19,12 @@ using testing::HasSubstr;
 using testing::IsSupersetOf;
 using testing::Not;
 
+// The kernel notices a link in its own time.
+constexpr const char* kUntilTheLinkIsUp =
+    "until grep -qx up /sys/class/net/tq0/operstate; do sleep 0.01; done";
+constexpr const char* kUntilTheLinkIsDown =
+    "while grep -qx up /sys/class/net/tq0/operstate; do sleep 0.01; done";
+
 // Each test has a pair of interfaces of its own, both up: tq0, and tq1 at the other end.
 class TqctlNetif : public DeviceTest {
   protected:
@@ -27,6 +33,7 @@ class TqctlNetif : public DeviceTest {
             "ip link add tq0 address 02:00:00:00:00:01 type veth peer name tq1 && "
             "ip link set tq0 up && ip link set tq1 up");
         ASSERT_EQ(made.status, 0) << made.err;
+        run_command(kUntilTheLinkIsUp);
     }
 
     void TearDown() override { EXPECT_EQ(run_command("ip link del tq0").status, 0); }
@@ -125,6 +132,7 @@ TEST_F(TqctlNetif, JsonOfAChangeIsAnEmptyObject) {
 TEST_F(TqctlNetif, ListPrintsALineForEachInterface) {
     give_address();
     ASSERT_EQ(run_command("ip link set tq1 address 02:00:00:00:00:02 down").status, 0);
+    run_command(kUntilTheLinkIsDown);
     const CommandResult result = tqctl("if list");
     EXPECT_EQ(result.status, kDone);
     EXPECT_THAT(result.out,
@@ -163,6 +171,7 @@ TEST_F(TqctlNetif, ShowPrintsWhatTheInterfaceHas) {
 TEST_F(TqctlNetif, ShowPrintsNumbersAndTruthAsJson) {
     give_address();
     ASSERT_EQ(run_command("ip link set tq1 down").status, 0);
+    run_command(kUntilTheLinkIsDown);
     EXPECT_TRUE(succeeds(tqctl("-j if show tq0"),
                          "{\"name\":\"tq0\",\"index\":" + sys("ifindex") +
                              R"(,"up":true,"running":false,"mac":"02:00:00:00:00:01","mtu":1500,)"

@@ -7,12 +7,13 @@ namespace tqctl {
 
 // Constants, each initialized where it is defined.
 // NOLINTBEGIN(bugprone-dynamic-static-initializers)
-extern const Family kBoard;
 extern const Family kUci;
 extern const Family kFlash;
 extern const Family kImage;
 extern const Family kRedboot;
 extern const Family kSerial;
+extern const Family kConfig;
+extern const Family kBoard;
 extern const Family kIf;
 extern const Family kArp;
 extern const Family kRoute;
