@@ -29,6 +29,28 @@ const char* next_value() {
     return text;
 }
 
+// The flash of the simulated device holds no block before the first call.
+void load_block() {
+    static const bool formatted = [] {
+        const uint32_t empty[] = {4096, 0x0BADFACE, 0xDEADDEAD, 0xC293C4F0};
+        FILE* flash = fopen("/dev/mtdblock1", "we");
+        fwrite(&empty[0], 4, 2, flash);
+        fseek(flash, 4088, SEEK_SET);
+        fwrite(&empty[2], 4, 2, flash);
+        fclose(flash);
+        return true;
+    }();
+    if (formatted) redboot_load_config();
+}
+
+void save_block() {
+    static const bool loaded = (load_block(), true);
+    if (loaded) redboot_write_config();
+}
+
+void find_key() {
+    static const bool loaded = (load_block(), true);
+    if (loaded) redboot_get_config("alias/kernel", text, REDBOOT_CONFIG_STRING);
 // A session that the first call opens.
 uci_config_ctx* open_session() {
     static uci_config_ctx session;
@@ -78,6 +100,11 @@ constexpr Call kCalls[] = {
     {"uci_set_int_option_by_id",
      [] { uci_set_int_option_by_id("system", "system", 0, "ttylogin", ++serial); }},
     {"add_uci_section", [] { add_uci_section("system", "timeserver"); }},
+    {"redboot_load_config", load_block},
+    {"redboot_write_config", save_block},
+    {"redboot_get_config", find_key},
+    {"mtd_open", [] { close(mtd_open("/etc/config/system", 1)); }},
+    {"check_primary_image", [] { check_primary_image(); }},
     {"if_is_up", [] { if_is_up("eth0"); }},
     {"if_is_running", [] { if_is_running("eth0"); }},
     {"set_if_flag", [] { set_if_flag("eth0", 1); }},

@@ -8,7 +8,10 @@
 #include <tq/eloop.h>
 #include <tq/list.h>
 #include <tq/thd_eloop.h>
+#include <tq/image_switch.h>
+#include <tq/mtd.h>
 #include <tq/netif.h>
+#include <tq/redboot.h>
 #include <tq/ip_address.h>
 #include <tq/status_file.h>
 #include <tq/types.h>

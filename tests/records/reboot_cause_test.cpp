@@ -1437,7 +1437,7 @@ TEST_F(NtpFlag, IgnoresWhatTheStorageDoesNotTake) {
 // reboot_system
 
 void interrupt(int) {
-    if (tq_test::faults::count("system") >= 3) _exit(static_cast<int>(tq_test::faults::slept()));
+    if (tq_test::faults::count("system") >= 3) _exit(static_cast<int>(tq_test::faults::seconds_slept()));
 }
 
 // In a child whose sleeps a signal ends early.

@@ -40,8 +40,8 @@ struct Counter {
 
 // Reached from malloc: plain data, in place before the first constructor runs.
 thread_local constinit std::array<Counter, kCalls.size()> counters{};
+thread_local constinit unsigned seconds_asked = 0;
 thread_local constinit const AnswerIoctl* ioctl_answer = nullptr;
-thread_local constinit unsigned sleep_asked_for = 0;
 
 constexpr std::size_t index_of(std::string_view name) {
     return static_cast<std::size_t>(std::ranges::find(kCalls, name) - kCalls.begin());
@@ -70,6 +70,10 @@ template <std::size_t index>
 bool dies_half_written() {
     const Counter& counter = counters[index];
     return counter.until_failure == 1 && counter.error == kDiesHalfWritten;
+}
+
+void note_sleep(unsigned seconds) {
+    seconds_asked += seconds;
 }
 
 std::optional<int> answer_to_ioctl(unsigned long operation, void* argument) {
@@ -114,14 +118,15 @@ std::optional<int> AnswerIoctl::operator()(unsigned long operation, void* argume
 void reset() {
     for (Counter& counter : counters)
         counter.calls = 0;
+    seconds_asked = 0;
 }
 
 unsigned count(std::string_view name) {
     return counters[known_index_of(name)].calls;
 }
 
-unsigned slept() {
-    return sleep_asked_for;
+unsigned seconds_slept() {
+    return seconds_asked;
 }
 
 unsigned each_failure(std::string_view name, int error, const std::function<void()>& body) {
@@ -233,7 +238,7 @@ TQ_FORWARD(sync, static_cast<void>(0), void, (), ())
 // A sleep that fails is one that a signal ends at once.
 TQ_DEFINE(sleep, unsigned, (unsigned seconds)) {
     TQ_NEXT(sleep, unsigned, (unsigned seconds));
-    tq_test::faults::sleep_asked_for = seconds;
+    tq_test::faults::note_sleep(seconds);
     return TQ_FAILS("sleep") ? seconds : next(seconds);
 }
 

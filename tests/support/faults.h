@@ -58,8 +58,8 @@ void kill_at(std::string_view name, unsigned nth, Death death = Death::kBefore);
 void reset();
 unsigned count(std::string_view name);
 
-// The seconds that this thread's last sleep() was to last.
-unsigned slept();
+// What sleep() was asked for since reset(), also where it failed at once.
+unsigned seconds_slept();
 
 // Runs `body` with the first call of `name` failing, then the second, until a run makes no further
 // call. Returns the number of failures.
