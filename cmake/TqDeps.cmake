@@ -45,6 +45,8 @@ macro(tq_dependency name header library)
 endmacro()
 
 tq_dependency(uci uci.h uci)
+tq_dependency(ubox libubox/blobmsg.h ubox)
+tq_dependency(ubus libubus.h ubus)
 tq_dependency(oem tq/oem.h tqoem)
 
 set(TQ_HOST_DEPENDENCIES "")
