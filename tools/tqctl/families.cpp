@@ -8,10 +8,6 @@ namespace {
 // clang-format off
 constexpr const Family* kFamilies[] = {
     &kUci,
-    &kBus,
-    &kFm,
-    &kBw,
-    &kFlow,
     &kConfig,
     &kBoard,
     &kIf,
@@ -19,6 +15,10 @@ constexpr const Family* kFamilies[] = {
     &kRoute,
     &kResolve,
     &kIp,
+    &kBus,
+    &kFm,
+    &kBw,
+    &kFlow,
     &kRebootLog,
     &kStatus,
     &kUpgrade,

@@ -8,10 +8,6 @@ namespace tqctl {
 // Constants, each initialized where it is defined.
 // NOLINTBEGIN(bugprone-dynamic-static-initializers)
 extern const Family kUci;
-extern const Family kBus;
-extern const Family kFm;
-extern const Family kBw;
-extern const Family kFlow;
 extern const Family kConfig;
 extern const Family kBoard;
 extern const Family kIf;
@@ -19,6 +15,10 @@ extern const Family kArp;
 extern const Family kRoute;
 extern const Family kResolve;
 extern const Family kIp;
+extern const Family kBus;
+extern const Family kFm;
+extern const Family kBw;
+extern const Family kFlow;
 extern const Family kRebootLog;
 extern const Family kStatus;
 extern const Family kUpgrade;
