@@ -14,6 +14,7 @@
 #include <tq/thd_eloop.h>
 #include <tq/image_switch.h>
 #include <tq/mtd.h>
+#include <tq/mac.h>
 #include <tq/netif.h>
 #include <tq/redboot.h>
 #include <tq/ip_address.h>

@@ -10,6 +10,7 @@ constexpr const Family* kFamilies[] = {
     &kUci,
     &kConfig,
     &kBoard,
+    &kMac,
     &kIf,
     &kArp,
     &kRoute,

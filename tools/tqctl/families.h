@@ -10,6 +10,7 @@ namespace tqctl {
 extern const Family kUci;
 extern const Family kConfig;
 extern const Family kBoard;
+extern const Family kMac;
 extern const Family kIf;
 extern const Family kArp;
 extern const Family kRoute;
