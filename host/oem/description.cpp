@@ -225,8 +225,9 @@ bool Description::read(const char* path) {
         const ssize_t got = ::read(file.get(), &text_[used], sizeof(text_) - used);
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) return wrong_file(errno);
-        if (got == 0) break;
         used += static_cast<size_t>(got);
+        // A file that gives less than it was asked for has no more.
+        if (used < sizeof(text_)) break;
     }
     if (used > kMaxSize) return wrong("a description is at most %zu bytes long", kMaxSize);
     return parse({text_, used});

@@ -133,13 +133,13 @@ void unhang(avl_tree* tree, avl_node* node) {
 }
 
 // Hangs a node where another is in the tree.
-void take_place(avl_tree* tree, const avl_node* old, avl_node* node) {
-    node->left = old->left;
-    node->right = old->right;
-    node->balance = old->balance;
-    replace_child(tree, old->parent, old, node);
-    if (node->left) node->left->parent = node;
-    if (node->right) node->right->parent = node;
+void take_place(avl_tree* tree, const avl_node* old, avl_node* successor) {
+    successor->left = old->left;
+    successor->right = old->right;
+    successor->balance = old->balance;
+    replace_child(tree, old->parent, old, successor);
+    if (successor->left) successor->left->parent = successor;
+    if (successor->right) successor->right->parent = successor;
 }
 
 void remove_from_tree(avl_tree* tree, avl_node* node) {

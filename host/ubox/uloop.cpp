@@ -241,7 +241,7 @@ int uloop_fd_add(uloop_fd* sock, unsigned int flags) {
 
 int uloop_fd_delete(uloop_fd* sock) {
     forget_events_of(sock);
-    if (!sock->registered) return -1;
+    if (!sock->registered) return 0;
     sock->registered = false;
     return epoll_ctl(poll_fd, EPOLL_CTL_DEL, sock->fd, nullptr);
 }

@@ -19,7 +19,7 @@ namespace ubus::broker {
 
 // What may wait for a client that does not read. Then calls of its objects are refused, and
 // anything else ends its connection.
-constexpr size_t kMaxQueue = 4 * 1024 * 1024;
+constexpr size_t kMaxQueue = size_t{4} * 1024 * 1024;
 
 constexpr size_t kMaxUserName = 32;
 

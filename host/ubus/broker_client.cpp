@@ -175,10 +175,11 @@ void handle_socket(uloop_fd* sock, unsigned int events) {
 // ---- coming and going ----
 
 void remove_client(Client* client) {
-    uloop_timeout_cancel(&client->removal);
-    uloop_fd_delete(&client->sock);
+    // From here on it is told nothing more, of its own objects' end in particular.
+    drop(client);
     avl_delete(&clients, &client->by_id);
     remove_objects_of(client);
+    uloop_timeout_cancel(&client->removal);
     close(client->sock.fd);
     free_output(client);
     free(client->input);

@@ -12,7 +12,7 @@ constexpr const char* kSocketPath = "/var/run/ubus/ubus.sock";
 
 // A message on the wire: the header, then one attribute of this size at most, its own header
 // included.
-constexpr size_t kMaxBody = 1024 * 1024;
+constexpr size_t kMaxBody = size_t{1024} * 1024;
 
 struct WireHeader {
     ubus_msghdr hdr;
@@ -54,6 +54,10 @@ class Attributes {
   public:
     Attributes(blob_attr* body, size_t size) {
         blob_parse_untrusted(body, size, found_, kAttributes, UBUS_ATTR_MAX);
+        for (blob_attr*& found : found_) {
+            // One that says it has a name has not been checked for it, and is no attribute of ours.
+            if (found && blob_is_extended(found)) found = nullptr;
+        }
     }
 
     blob_attr* operator[](ubus_msg_attr id) const { return found_[id]; }

@@ -7,6 +7,17 @@
 #include <tq/bwctl.h>
 #include <tq/command.h>
 #include <tq/fm.h>
+#include <tq/board.h>
+#include <tq/command.h>
+#include <tq/reboot_cause.h>
+#include <tq/eloop.h>
+#include <tq/list.h>
+#include <tq/thd_eloop.h>
+#include <tq/image_switch.h>
+#include <tq/mtd.h>
+#include <tq/mac.h>
+#include <tq/netif.h>
+#include <tq/redboot.h>
 #include <tq/ip_address.h>
 #include <tq/netif.h>
 #include <tq/status_file.h>
@@ -15,5 +26,6 @@
 #include <tq/uci_path.h>
 #include <tq/uci_session.h>
 #include <tq/wifi.h>
+#include <tq/util.h>
 
 #endif /* TQ_TQ_H */

@@ -19,8 +19,8 @@ constexpr int kLimit = 3 * 1000;
 // libubox keeps the length of a key in 16 bits.
 constexpr size_t kLongestKey = 1023;
 
-// What is nested deeper is left out of a reply: its bytes are another process's, and readers of JSON
-// often stop at 32 levels.
+// What is nested deeper is left out of a reply: its bytes are another process's, and readers of
+// JSON often stop at 32 levels.
 constexpr int kDeepest = 24;
 
 ExitCode exit_code_of_status(int status) {

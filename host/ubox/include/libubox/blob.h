@@ -157,10 +157,10 @@ static inline const char* blob_get_string(const struct blob_attr* attr) {
  */
 UBOX_EXPORT bool blob_check_type(const void* ptr, unsigned int len, int type);
 
-/* Sorts the attributes inside attr by id into data[0..max-1], the last of an id counting; ids that
- * are not below max, and what info (or NULL) does not admit, are left out. The result is how many
- * attributes were taken; -1, and data is all NULL, where attr itself is no attribute of attr_len
- * bytes. The first is for trusted data, whose length is its own. */
+/* Sorts the attributes inside attr by id into data[0..max-1], the last of an id counting, and NULL
+ * where there is none; ids that are not below max, and what info (or NULL) does not admit, are left
+ * out. The result is how many ids were found: 0 where attr itself is no attribute of attr_len bytes
+ * at most. The first is for trusted data, whose length is its own. */
 UBOX_EXPORT int blob_parse(struct blob_attr* attr, struct blob_attr** data,
                            const struct blob_attr_info* info, int max);
 UBOX_EXPORT int blob_parse_untrusted(struct blob_attr* attr, size_t attr_len,

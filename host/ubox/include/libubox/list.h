@@ -46,6 +46,8 @@ static inline bool list_is_last(const struct list_head* list, const struct list_
     return head->prev == list;
 }
 
+/* NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): fixed names */
+
 static inline void _list_add(struct list_head* entry, struct list_head* prev,
                              struct list_head* next) {
     entry->prev = prev;
@@ -58,6 +60,8 @@ static inline void _list_del(struct list_head* entry) {
     entry->prev->next = entry->next;
     entry->next->prev = entry->prev;
 }
+
+/* NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp) */
 
 /* In front of all others, or behind them. */
 static inline void list_add(struct list_head* entry, struct list_head* head) {
@@ -91,6 +95,7 @@ static inline void list_move_tail(struct list_head* entry, struct list_head* hea
 }
 
 /* Puts all of list's nodes between two neighbours; list itself keeps its pointers. */
+/* NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): a fixed name */
 static inline void _list_splice(const struct list_head* list, struct list_head* prev,
                                 struct list_head* next) {
     if (list_empty(list)) return;

@@ -80,7 +80,7 @@ static inline void uloop_end(void) {
  * as delete. 0, or -1 with errno as epoll_ctl(2) sets it. */
 UBOX_EXPORT int uloop_fd_add(struct uloop_fd* sock, unsigned int flags);
 
-/* 0, or -1 where it was not watched. Before the descriptor is closed. */
+/* Before the descriptor is closed. 0, also where it was not watched, or -1 as epoll_ctl(2). */
 UBOX_EXPORT int uloop_fd_delete(struct uloop_fd* sock);
 
 /* Due at its time; -1 where it is pending already. */
