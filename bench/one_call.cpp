@@ -81,12 +81,6 @@ void run_ends(void (*write)()) {
     write();
 }
 
-// The connection is made once, so that it does not count for the calls.
-bool connect_once() {
-    static const bool connected = init_ubus_client() == 0;
-    return connected;
-}
-
 constexpr Call kCalls[] = {
     {"read_line", [] { read_line("/etc/config/system", "hostname", text, sizeof(text)); }},
     {"run_cmd", [] { run_cmd("echo eth0", text, sizeof(text)); }},

@@ -2,7 +2,6 @@
 #ifndef TQ_TQ_H
 #define TQ_TQ_H
 
-#include <tq/board.h>
 #include <tq/bus.h>
 #include <tq/bwctl.h>
 #include <tq/command.h>
@@ -19,7 +18,6 @@
 #include <tq/netif.h>
 #include <tq/redboot.h>
 #include <tq/ip_address.h>
-#include <tq/netif.h>
 #include <tq/status_file.h>
 #include <tq/types.h>
 #include <tq/uci_option.h>
