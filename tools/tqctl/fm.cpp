@@ -144,10 +144,12 @@ constexpr Command kCommands[] = {
      "tqctl fm set threshold 7 80", set},
     {"threshold", "MODULE [VALUE]", 1, 2, "shows or stores a module's threshold",
      "In the file tqfm; a module that is not in it is added. MODULE is its number.",
-     "tqctl fm threshold 7 80", fm_threshold},
+     "tqctl fm threshold 7 80",
+     [](Context& context, Arguments arguments) { return fm_threshold(context, arguments); }},
     {"suppress", "MODULE|all [VALUE]", 1, 2, "shows or stores a module's suppression",
      "In the file tqfm, as the threshold. all stands for every module that is in it.",
-     "tqctl fm suppress all 300", fm_suppress},
+     "tqctl fm suppress all 300",
+     [](Context& context, Arguments arguments) { return fm_suppress(context, arguments); }},
 };
 static_assert(is_complete(kCommands));
 
