@@ -18,7 +18,6 @@ namespace {
 
 constexpr char kFlash[] = "/dev/mtdblock1";
 
-constexpr size_t kEntriesBegin = 8;
 constexpr size_t kEntriesEnd = 4088;
 constexpr size_t kHeaderSize = 4;
 
