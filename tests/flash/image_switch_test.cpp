@@ -76,6 +76,7 @@ class ImageSwitch : public DeviceTest {
         writes_ = faults::count("write");
         EXPECT_EQ(faults::seconds_slept(), waits_) << "one second each";
         EXPECT_EQ(no_wait.fired(), waits_ > 0);
+        saved_in_order_ = faults::in_order({"write", "sync", "sleep"});
         return result;
     }
     Outcome switch_image() { return counted(sys_image_switch); }
@@ -84,6 +85,7 @@ class ImageSwitch : public DeviceTest {
         EXPECT_EQ(read_file(kFlash), flash_with(block));
         EXPECT_EQ(waits_, 1U);
         EXPECT_EQ(flushes_, 1U);
+        EXPECT_TRUE(saved_in_order_) << "the block, the flush, the wait";
     }
     void expect_nothing_written() const {
         EXPECT_EQ(block_in_flash(), before_);
@@ -107,6 +109,7 @@ class ImageSwitch : public DeviceTest {
     unsigned waits_ = 0;
     unsigned flushes_ = 0;
     unsigned writes_ = 0;
+    bool saved_in_order_ = false;
 };
 
 using ImageCheck = ImageSwitch;
