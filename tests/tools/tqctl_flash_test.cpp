@@ -617,6 +617,46 @@ TEST_F(TqctlImage, SwitchRehearsesEveryChange) {
                          "alias/rootdev: added as \"rootfs bak\"\n"));
 }
 
+TEST_F(TqctlImage, SwitchRehearsesOnlyTheFirstOfTwoEntriesWithOneKey) {
+    put_block(boot_block(primary_next() + string_entry("alias/kernel", "a second")));
+    EXPECT_TRUE(succeeds(tqctl("image switch --dry-run"),
+                         "alias/kernel: kernel -> \"kernel bak\"\n"
+                         "alias/rootdev: rootfs -> \"rootfs bak\"\n"));
+}
+
+TEST_F(TqctlImage, SwitchRehearsesInJsonWithTheValuesAsTheyAre) {
+    put_block(boot_block(
+        bool_entry("boot_script", true) + script_entry("boot_script_data", "a\\b\n") +
+        string_entry("alias/rootdev", "other") + string_entry("pri_pelkin_ver", "1.2.3")));
+    const std::string out = tqctl("-j image switch --dry-run").out;
+    EXPECT_EQ(out,
+              "{\"boot_script_data\":{\"from\":\"a\\\\b\\n\",\"to\":\"fis load -d "
+              "%{kernel}\\nexec\\n\"},"
+              "\"alias/rootdev\":{\"from\":\"other\",\"to\":\"rootfs\"},"
+              "\"alias/kernel\":{\"to\":\"kernel\"}}\n");
+}
+
+// Where the library's check does not tell, or tells the other one, the switch still has a target.
+TEST_F(TqctlImage, SwitchAsksAboutTheImageThatItGoesTo) {
+    const std::string versions =
+        string_entry("pri_pelkin_ver", "1.2.3") + string_entry("qak_pelkin_ver", "1.2.2");
+    const std::string other_script =
+        bool_entry("boot_script", true) + script_entry("boot_script_data", "x") + versions;
+    const std::vector<std::pair<std::string, std::string>> blocks = {
+        {other_script, "backup"},
+        {other_script + string_entry("alias/kernel", kBackupKernel), "primary"},
+        {other_script + string_entry("alias/kernel", "kernel"), "backup"},
+    };
+    for (const auto& [entries, image] : blocks) {
+        put_block(boot_block(entries));
+        EXPECT_EQ(run_command("echo n | tqctl image switch").err,
+                  "tqctl: image switch: start the " + image +
+                      " image next time? [y/N] "
+                      "tqctl: image switch: not confirmed, nothing was changed\n");
+        EXPECT_TRUE(succeeds(tqctl("image switch --yes"), image + "\n"));
+    }
+}
+
 // The rehearsal and the switch come to the same block.
 TEST_F(TqctlImage, SwitchDoesWhatWasRehearsed) {
     const std::string versions =
