@@ -80,6 +80,8 @@ class Examination {
 
     void run() {
         check_frame();
+        // Without the magic number this is no block that anybody wrote entries into.
+        if (word_at(block_ + 4) != kFirstMagic) return;
         BlockReader reader(block_);
         while (const auto entry = reader.next()) {
             check_entry(*entry);
@@ -177,8 +179,8 @@ ExitCode explain_flash(const Context& context, int flags) {
     close(fd);
     if (got < 0) return context.fail(exit_code_of(error), "%s: %s", kFlash, strerror(error));
     if (got < ssize_t{kBlockSize}) {
-        return context.fail(ExitCode::kDamaged, "%s: only bytes 0 to %zd of the block's %zu",
-                            kFlash, got - 1, kBlockSize);
+        return context.fail(ExitCode::kDamaged, "%s: %zd bytes, too short for the block's %zu",
+                            kFlash, got, kBlockSize);
     }
     return ExitCode::kDone;
 }
@@ -219,7 +221,8 @@ std::optional<BlockEntry> BlockReader::next() {
 std::optional<BlockEntry> find_entry(const unsigned char* block, std::string_view key) {
     BlockReader reader(block);
     while (const auto entry = reader.next()) {
-        if (entry->key == key) return entry;
+        const size_t key_size = block[entry->offset + 1];
+        if (entry->key == key && key.size() < key_size) return entry;
     }
     return std::nullopt;
 }
