@@ -119,6 +119,14 @@ TEST_F(TqctlFlash, ListKeepsQuotesInNames) {
     EXPECT_TRUE(succeeds(list_partitions(""), "mtd1 0x00000010 0x00000001 a \"b\" c\n"));
 }
 
+TEST_F(TqctlFlash, ListKnowsPartitionsOfMoreThanFourGigabytes) {
+    const ScopedTable table("mtd1: 180000000 00020000 \"data\"\n");
+    EXPECT_TRUE(succeeds(list_partitions(""), "mtd1 0x180000000 0x00020000 data\n"));
+    EXPECT_TRUE(succeeds(list_partitions("-j "),
+                         "[{\"number\":1,\"name\":\"data\",\"size\":6442450944,"
+                         "\"erase_size\":131072}]\n"));
+}
+
 TEST_F(TqctlFlash, ListReportsALineThatIsNoPartition) {
     const ScopedTable table(kTable + "mtd13: nonsense\n\nmtd14: 1 1 \"\n" +
                             "mtd15: 00000001 00000001 \"last\"\n");
@@ -189,14 +197,20 @@ TEST_F(TqctlVersion, IsRefusedWhereThePartitionIsMissing) {
     fs::remove("/tmp/backup");
     EXPECT_TRUE(fails(tqctl("flash version backup"), kRefused,
                       "tqctl: flash version: backup: its partition cannot be read\n"));
+    write_file("/tmp/backup", "");
+    EXPECT_TRUE(fails(tqctl("flash version backup"), kRefused, "cannot be read\n"));
+    write_file("/tmp/backup", std::string(512, ' '));
+    EXPECT_TRUE(succeeds(tqctl("flash version backup"), std::string(24, ' ') + "\n"));
 }
 
 TEST_F(TqctlVersion, IsDamagedWhereItIsNoText) {
     write_file("/tmp/boot", image("1.\x80"));
     EXPECT_TRUE(fails(tqctl("flash version boot-loader"), kDamaged,
                       "boot-loader: bytes 276 to 299 of its partition are no version\n"));
-    write_file("/tmp/boot", image(""));
-    EXPECT_TRUE(fails(tqctl("flash version boot-loader"), kDamaged, "are no version\n"));
+    for (const std::string& content : {image(""), std::string(600, '\0'), std::string("x")}) {
+        write_file("/tmp/boot", content);
+        EXPECT_TRUE(fails(tqctl("flash version boot-loader"), kDamaged, "are no version\n"));
+    }
 }
 
 TEST_F(TqctlVersion, ShowsControlCharactersAsEscapes) {

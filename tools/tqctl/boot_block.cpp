@@ -170,8 +170,8 @@ void Examination::check_end(size_t offset) {
 }
 
 // Why the flash cannot be opened or read; otherwise it was the block.
-ExitCode explain_flash(const Context& context, int flags) {
-    const int fd = open(kFlash, flags | O_CLOEXEC);
+ExitCode explain_flash(const Context& context) {
+    const int fd = open(kFlash, O_RDWR | O_CLOEXEC);
     if (fd < 0) return context.fail(exit_code_of(errno), "%s: %s", kFlash, strerror(errno));
     unsigned char block[kBlockSize];
     const ssize_t got = read(fd, block, sizeof(block));
@@ -339,7 +339,7 @@ ExitCode load_block(const Context& context) {
 }
 
 ExitCode explain_failed_load(const Context& context) {
-    const ExitCode flash = explain_flash(context, O_RDWR);
+    const ExitCode flash = explain_flash(context);
     if (flash != ExitCode::kDone) return flash;
     const ExitCode block = report_damage(context);
     if (block != ExitCode::kDone) return block;
@@ -351,7 +351,7 @@ ExitCode save_block(const Context& context) {
     const bool saved = redboot_write_config() == 1;
     output.stop();
     if (!saved) {
-        const ExitCode code = explain_flash(context, O_RDWR);
+        const ExitCode code = explain_flash(context);
         if (code != ExitCode::kDone) return code;
         return context.fail(ExitCode::kInputOutput, "%s: the block could not be written", kFlash);
     }
