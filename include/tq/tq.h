@@ -5,7 +5,9 @@
 #include <tq/command.h>
 #include <tq/netif.h>
 #include <tq/ip_address.h>
+#include <tq/process.h>
 #include <tq/status_file.h>
+#include <tq/syslog_config.h>
 #include <tq/types.h>
 #include <tq/uci_path.h>
 
