@@ -8,6 +8,8 @@ namespace {
 // clang-format off
 constexpr const Family* kFamilies[] = {
     &kUci,
+    &kPs,
+    &kLog,
     &kStatus,
     &kUpgrade,
     &kIf,

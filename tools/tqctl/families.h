@@ -13,6 +13,8 @@ extern const Family kArp;
 extern const Family kRoute;
 extern const Family kResolve;
 extern const Family kIp;
+extern const Family kPs;
+extern const Family kLog;
 extern const Family kStatus;
 extern const Family kUpgrade;
 extern const Family kHelp;
