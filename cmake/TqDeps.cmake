@@ -3,6 +3,9 @@
 #   TQ_DEPS=system   the real ones, found by header and library as an OpenWrt build gives them
 #   TQ_DEPS=host     the workstation's, from host/
 #   TQ_DEPS=auto     the real ones where all of them are found, else host/
+#
+# The board library comes with a board, not with the firmware: where only that is missing, host/oem takes its place beside the
+# real ones, whatever TQ_DEPS says.
 
 set(TQ_DEPS "auto" CACHE STRING "Where libuci and its companions come from: auto, system or host")
 set_property(CACHE TQ_DEPS PROPERTY STRINGS auto system host)
@@ -23,6 +26,7 @@ endfunction()
 set(TQ_DEPENDENCIES "")
 set(TQ_DEPENDENCY_LIBRARIES "")
 set(TQ_USE_SYSTEM TRUE)
+set(TQ_BOARD_DEPENDENCIES oem)
 
 # tq_dependency(NAME HEADER LIBRARY [find_path() option...])
 macro(tq_dependency name header library)
@@ -31,7 +35,7 @@ macro(tq_dependency name header library)
     if(NOT TQ_DEPS STREQUAL "host")
         tq_find_dependency(${name} ${header} ${library} ${ARGN})
     endif()
-    if(NOT TQ_${name}_FOUND)
+    if(NOT TQ_${name}_FOUND AND NOT ${name} IN_LIST TQ_BOARD_DEPENDENCIES)
         if(TQ_DEPS STREQUAL "system")
             message(FATAL_ERROR "TQ_DEPS=system, but ${name} was not found: "
                 "set TQ_${name}_INCLUDE_DIR and TQ_${name}_LIBRARY, or CMAKE_PREFIX_PATH")
@@ -41,16 +45,23 @@ macro(tq_dependency name header library)
 endmacro()
 
 tq_dependency(uci uci.h uci)
+tq_dependency(ubox libubox/blobmsg.h ubox)
+tq_dependency(ubus libubus.h ubus)
+tq_dependency(oem tq/oem.h tqoem)
 
+set(TQ_HOST_DEPENDENCIES "")
 foreach(name IN LISTS TQ_DEPENDENCIES)
-    if(TQ_USE_SYSTEM)
+    if(TQ_USE_SYSTEM AND TQ_${name}_FOUND)
         add_library(tq::${name} ALIAS tq_system_${name})
     else()
         add_subdirectory(host/${name})
+        list(APPEND TQ_HOST_DEPENDENCIES ${name})
     endif()
 endforeach()
-if(TQ_USE_SYSTEM)
-    message(STATUS "Dependencies: system")
-else()
+if(NOT TQ_USE_SYSTEM)
     message(STATUS "Dependencies: host/")
+elseif(TQ_HOST_DEPENDENCIES)
+    message(STATUS "Dependencies: system, but for the board library, which was not found: host/${TQ_HOST_DEPENDENCIES}")
+else()
+    message(STATUS "Dependencies: system")
 endif()

@@ -1,5 +1,6 @@
-# What is installed of the library: headers, libraries, and how pkg-config and find_package() find them. The workstation's
-# libuci and its companions go beside libtq, in a directory of their own, where no other program finds them by accident.
+# What is installed of the library: headers, libraries, and how pkg-config and find_package() find them. What a workstation
+# has in place of the firmware's libraries goes beside libtq, into a directory of its own, where no other program finds it by
+# accident.
 include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/tq)
@@ -10,10 +11,10 @@ install(TARGETS tq EXPORT tqTargets
 install(TARGETS tq_static ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 
 list(JOIN TQ_DEPENDENCY_LIBRARIES " " TQ_PC_PRIVATE)
-if(NOT TQ_USE_SYSTEM)
-    install(TARGETS ${TQ_DEPENDENCIES} EXPORT tqTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/tq)
-    set_target_properties(${TQ_DEPENDENCIES} PROPERTIES INSTALL_RPATH "$ORIGIN")
-    foreach(name IN LISTS TQ_DEPENDENCIES)
+if(TQ_HOST_DEPENDENCIES)
+    install(TARGETS ${TQ_HOST_DEPENDENCIES} EXPORT tqTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/tq)
+    set_target_properties(${TQ_HOST_DEPENDENCIES} PROPERTIES INSTALL_RPATH "$ORIGIN")
+    foreach(name IN LISTS TQ_HOST_DEPENDENCIES)
         install(DIRECTORY ${PROJECT_SOURCE_DIR}/host/${name}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tq/host)
     endforeach()
     set(TQ_PC_PRIVATE "-L\${libdir}/tq ${TQ_PC_PRIVATE}")

@@ -2,12 +2,13 @@
 # boot.sh - what tqdevice runs first in the device's namespaces, as their process 1: builds the access point,
 # runs the command on it and ends with the command's status. Not for use by itself.
 #
-# Arguments: BOARD PROC SEE KEEP BIN COMMAND [ARG]...; empty where not given, SEE and KEEP one path a line.
+# Arguments: BOARD PROC SEE KEEP BIN SERVICES COMMAND [ARG]...; empty where not given, SEE and KEEP one path a line.
 set -eu
 umask 022
 
-board=$1 proc=$2 see=$3 keep=$4 bin=$5
-shift 5
+board=$1 proc=$2 see=$3 keep=$4 bin=$5 services=$6
+shift 6
+export PATH="${bin:+$bin:}/usr/sbin:/usr/bin:/sbin:/bin"
 
 # The machine's own /sys is covered from here on: the one directory that is always there and never holds
 # somebody's files.
@@ -29,7 +30,10 @@ main() {
     install_files
     make_network
     enter
+    start_bus
     start_log
+    await_bus
+    if [ -n "$services" ]; then device_services; fi
     date +%s.%N >/run/tqdevice/ready
     trap - EXIT
 }
@@ -98,22 +102,24 @@ make_dev() {
 
 install_files() {
     rm -rf "$root/etc/config"
-    cp -R "$home/root/." "$root"
+    cp -RL "$home/root/." "$root"
     mkdir -p "$root/rom/etc" "$root/usr/config"
     cp -R "$root/etc/config" "$root/rom/etc/config"
-    if [ -n "$board" ]; then cp "$board" "$root/etc/board.conf"; fi
+    cp "${board:-$home/../../boards/dual-radio.conf}" "$root/etc/board.conf"
+    cp "$root/etc/board.conf" "$root/rom/etc/board.conf"
     hostname tq-ap
     # The machine's own may be a link to its init system.
     rm -f "$root/sbin/reboot"
     install -m 755 "$home/reboot.sh" "$root/sbin/reboot"
 }
 
+# The name in each section [port N] of the board's description.
 ports() {
-    if [ -n "$board" ]; then
-        sed -n 's/^[[:space:]]*ports[[:space:]]*=//p' "$board"
-        return
-    fi
-    echo eth0 eth1
+    sed -n '/^[[:space:]]*\[/h
+        /^[[:space:]]*name[[:space:]]*=/ {
+            G
+            s/^[^=]*=[[:space:]]*\([^[:space:]]*\).*\n[[:space:]]*\[[[:space:]]*port[[:space:]].*/\1/p
+        }' "$root/etc/board.conf"
 }
 
 # Each port is one end of a veth pair; the other end, its cable, is plugged in.
@@ -122,7 +128,7 @@ make_network() {
         echo link set lo up
         number=0
         for port in $(ports); do
-            echo "link add $port address 02:00:5e:00:01:0$number type veth peer name cable$number"
+            echo "link add $port address 02:00:5e:00:01:$(printf %02x "$number") type veth peer name cable$number"
             echo "link set $port up"
             echo "link set cable$number up"
             number=$((number + 1))
@@ -172,13 +178,24 @@ compose() (
     done
 )
 
+# The broker of the programs that were built, or the machine's own; without either the device has no bus.
+start_bus() {
+    bus=/run/ubus/ubus.sock
+    command -v ubusd >/dev/null || { bus=''; return 0; }
+    ubusd </dev/null &
+}
+
+await_bus() {
+    until [ -z "$bus" ] || [ -S "$bus" ]; do sleep 0.005; done
+}
+
 start_log() {
     socat -u UNIX-RECV:/dev/log,mode=0666 OPEN:/var/log/messages,creat,append &
     until [ -S /dev/log ]; do sleep 0.005; done
 }
 
 main
-export PATH="${bin:+$bin:}/usr/sbin:/usr/bin:/sbin:/bin" HOME=/root
+export HOME=/root
 unset TMPDIR
 status=0
 setpriv --bounding-set=-mknod,-sys_boot,-sys_module,-sys_rawio,-sys_time,-syslog -- "$@" || status=$?

@@ -1,6 +1,6 @@
 #!/bin/sh
-# demo.sh - changes the configuration of the simulated access point through libtq, by tqctl and by a C program, and reads each
-# change back with another program. Every step is checked; the first wrong answer ends it.
+# demo.sh - shows what the simulated access point is made of, changes its configuration through libtq, by tqctl and by a C
+# program, and reads each change back with another program. Every step is checked; the first wrong answer ends it.
 set -eu
 
 if [ -t 1 ]; then bold=$(printf '\033[1m') green=$(printf '\033[32m') red=$(printf '\033[31m') plain=$(printf '\033[0m'); else
@@ -50,6 +50,25 @@ does() {
 printf '%sAn access point in a box%s: %s, %s configuration files, ports %s\n' "$bold" "$plain" "$(hostname)" \
     "$(find /etc/config -type f | wc -l)" "$(cd /sys/class/net && echo eth*)"
 
+title "what it is made of: the board's facts, from the description that the device booted with"
+answers "model=TQ AP 2x2
+mode=managed
+forward=other
+radios=2
+ports=2
+lan_ports=1
+wan_name=eth1
+wan_label=WAN
+wan_port=1" tqctl board show
+answers "0 wifi0   ath     modes=15 bss=8 /proc/wifi0
+1 wifi1   wlan    modes=240 bss=8 /proc/wifi1" tqctl board radios
+answers "0 eth0    kind=1000 ability=1000 lan LAN
+1 eth1    kind=100 ability=- wan WAN" tqctl board ports
+
+title "its interfaces, as the kernel has them; each port's cable is plugged in"
+does tqctl if list
+answers 02:00:5e:00:01:00 cat /sys/class/net/eth0/address
+
 title "tqctl reads what the device booted with"
 answers 6 tqctl uci get wireless.radio0.channel
 answers Branch-Staff tqctl uci get 'wireless.@wifi-iface[1].ssid'
@@ -78,6 +97,12 @@ title "uci changes a value behind the library's back; the library sees it"
 does uci set system.ntp.enabled=0
 does uci commit system
 answers 0 tqctl uci get system.ntp.enabled
+
+title "uci stages a change; tqctl commits what waits for the daemons' files"
+does uci set network.guest.mtu=1400
+answers "" grep mtu.*1400 /etc/config/network
+does tqctl config save network
+answers "	option mtu '1400'" grep mtu.*1400 /etc/config/network
 
 title "what is not there is said so, and changes nothing"
 before=$(cksum </etc/config/wireless)

@@ -1,10 +1,11 @@
 /* status_file.h - small pieces of the device's state that several daemons share.
  *
- * Why and when the access point last went offline from its controller, whether the upload of traffic
- * statistics is up, the state of the controller link, the server that receives core dumps, a backup
- * of the logs, and the lock that keeps two firmware upgrades apart. Each is a file, an option of the
- * configuration or the name of a socket: nothing is kept in memory. The files are written without a
- * lock, so a reader may see a half-written one. All functions may run on any thread.
+ * Why and when the access point last went offline from its controller, whether the upload of
+ * traffic statistics is up, the state of the controller link, the server that receives core dumps,
+ * a backup of the logs, and the lock that keeps two firmware upgrades apart. Each is a file, an
+ * option of the configuration or the name of a socket: nothing is kept in memory. The files are
+ * written without a lock, so a reader may see a half-written one. All functions may run on any
+ * thread.
  */
 #ifndef TQ_STATUS_FILE_H
 #define TQ_STATUS_FILE_H
@@ -23,8 +24,8 @@ typedef struct offline_reason_info {
 
 /* Records in /tmp/.offline.reason that the access point went offline now: 1 system reboot, 2 change
  * of the controller, 3 change of the configuration, 4 WTP crash, 5 WTP lock, 6 network timeout. Any
- * other code is recorded as it is. A file that cannot be created is logged ("fopen %s fail:%s", with
- * the system's error text) and stays as it was; the caller learns nothing of it. */
+ * other code is recorded as it is. A file that cannot be created is logged ("fopen %s fail:%s",
+ * with the system's error text) and stays as it was; the caller learns nothing of it. */
 TQ_API void tq_set_offline_reason(int reason);
 
 /* Reads the record: the code's text ("System Reboot", "Change AC", "Change Configuration",
@@ -41,7 +42,8 @@ TQ_API int tq_get_offline_reason(offline_reason_info *out);
 TQ_API int set_traffic_upload_status(const void *up);
 
 /* 1 when the upload is recorded as down, 0 when it is up and when nothing is recorded: the callers
- * ask "is it down?". Of the file's first line 31 characters are looked at, and logged at LOG_DEBUG as
+ * ask "is it down?". Of the file's first line 31 characters are looked at, and logged at LOG_DEBUG
+ * as
  * "%s". */
 TQ_API int get_traffic_upload_status(void);
 
@@ -53,10 +55,9 @@ TQ_API int set_capwap_status_file(int status);
 /* The stored state, or -1 when it cannot be read: a stored -1 looks the same. */
 TQ_API int get_capwap_status_file(void);
 
-/* Stores the server that receives core dumps in /usr/config/coredump_server, without a terminator or
- * line feed. Only its first 16 bytes are ever read back.
- * 0; -1 when the file cannot be opened or not all of the text was written (not logged): what the file
- * held before is then lost. */
+/* Stores the server that receives core dumps in /usr/config/coredump_server, without a terminator
+ * or line feed. Only its first 16 bytes are ever read back. 0; -1 when the file cannot be opened or
+ * not all of the text was written (not logged): what the file held before is then lost. */
 TQ_API int save_coredump_server(const char *server);
 
 /* Copies the stored server into out, of 16 bytes: what the file holds, up to 16 bytes, without a
@@ -78,11 +79,10 @@ TQ_API int backup_all_log(const char *a, const char *b);
 
 /* Takes the lock that only one firmware upgrade of the system holds at a time: the abstract name
  * "upgrade-img" of a local datagram socket. It does not wait. Any process of the same network
- * namespace can hold the name, whatever its rights; the kernel frees it when its holder ends, however
- * that comes. The handle is a descriptor, closed on exec: a program that the holder starts does not
- * hold the lock.
- * The handle for tq_upgrade_mutex_end; -1 when the lock is held, by this process as well, or no
- * socket is to be had (not logged). */
+ * namespace can hold the name, whatever its rights; the kernel frees it when its holder ends,
+ * however that comes. The handle is a descriptor, closed on exec: a program that the holder starts
+ * does not hold the lock. The handle for tq_upgrade_mutex_end; -1 when the lock is held, by this
+ * process as well, or no socket is to be had (not logged). */
 TQ_API int tq_upgrade_mutex_begin(void);
 
 /* 1 when an upgrade holds the lock, 0 otherwise. To find out, it takes the lock for a moment: an

@@ -2,13 +2,28 @@
 #ifndef TQ_TQ_H
 #define TQ_TQ_H
 
+#include <tq/bus.h>
+#include <tq/bwctl.h>
 #include <tq/command.h>
+#include <tq/fm.h>
+#include <tq/board.h>
+#include <tq/command.h>
+#include <tq/reboot_cause.h>
+#include <tq/eloop.h>
+#include <tq/list.h>
+#include <tq/thd_eloop.h>
+#include <tq/image_switch.h>
+#include <tq/mtd.h>
+#include <tq/mac.h>
 #include <tq/netif.h>
+#include <tq/redboot.h>
 #include <tq/ip_address.h>
 #include <tq/process.h>
 #include <tq/status_file.h>
 #include <tq/syslog_config.h>
 #include <tq/types.h>
 #include <tq/uci_path.h>
+#include <tq/uci_session.h>
+#include <tq/util.h>
 
 #endif /* TQ_TQ_H */

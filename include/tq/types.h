@@ -35,4 +35,13 @@
 #define TQ_API
 #endif
 
+/* Lets the compiler check the arguments of a printf format, and know what does not come back. */
+#if defined(__GNUC__)
+#define TQ_PRINTF(text, first) __attribute__((__format__(__printf__, text, first)))
+#define TQ_NORETURN __attribute__((__noreturn__))
+#else
+#define TQ_PRINTF(text, first)
+#define TQ_NORETURN
+#endif
+
 #endif /* TQ_TYPES_H */

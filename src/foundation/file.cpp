@@ -20,7 +20,8 @@ bool LineReader::refill() {
     memmove(buffer_, &buffer_[begin_], end_ - begin_);
     end_ -= begin_;
     begin_ = 0;
-    const ssize_t got = read_some(fd_, &buffer_[end_], kReadSize);
+    const size_t room = sizeof(buffer_) - 1 - end_;
+    const ssize_t got = read_some(fd_, &buffer_[end_], std::min(room, kReadSize));
     if (got <= 0) return false;
     end_ += static_cast<size_t>(got);
     return true;
@@ -36,11 +37,11 @@ void LineReader::step_over_piece() {
 
 // The length of the next piece, or 0 where more has to be read first.
 size_t LineReader::complete_piece() const {
-    const size_t limit = std::min(end_ - begin_, kPiece);
+    const size_t limit = std::min(end_ - begin_, piece_limit_);
     const char* first = &buffer_[begin_];
     const void* feed = memchr(first, '\n', limit);
     if (feed) return static_cast<size_t>(static_cast<const char*>(feed) - first) + 1;
-    return limit == kPiece ? kPiece : 0;
+    return limit == piece_limit_ ? limit : 0;
 }
 
 const char* LineReader::next() {

@@ -82,16 +82,18 @@ class HeapText {
 ssize_t read_some(int fd, void* buffer, size_t size);
 
 // Hands out the lines of a descriptor as fgets into 1024 bytes does: with their line feed, a longer
-// line in pieces of 1023 bytes. The descriptor is lent; no byte is copied.
+// line in pieces of 1023 bytes, or of another size. The descriptor is lent; no byte is copied.
 class LineReader {
   public:
-    explicit LineReader(int fd) : fd_(fd) {}
+    static constexpr size_t kPiece = 1023;
+    static constexpr size_t kLongPiece = 4095;
+
+    explicit LineReader(int fd, size_t piece_limit = kPiece) : fd_(fd), piece_limit_(piece_limit) {}
 
     // The next piece, valid until the next call; null at the end or when the read fails.
     const char* next();
 
   private:
-    static constexpr size_t kPiece = 1023;
     static constexpr size_t kReadSize = 8192;
 
     void step_over_piece();
@@ -99,11 +101,13 @@ class LineReader {
     bool refill();
 
     int fd_;
+    size_t piece_limit_;
     size_t begin_ = 0;
     size_t end_ = 0;
     size_t piece_ = 0;
     char after_piece_ = '\0';
     char buffer_[kPiece + kReadSize + 1];
+    static_assert(kLongPiece <= kReadSize);
 };
 
 }  // namespace tq

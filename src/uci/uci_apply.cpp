@@ -48,6 +48,23 @@ bool tolerates_absence(UciAction action) {
     return action == UciAction::kDelete || action == UciAction::kDeleteListItem;
 }
 
+int count_sections(uci_package* package, const char* type) {
+    int count = 0;
+    uci_element* element = nullptr;
+    uci_foreach_element(&package->sections, element) {
+        if (strcmp(uci_to_section(element)->type, type) == 0) count++;
+    }
+    return count;
+}
+
+// What the file can hold as a type. Not every libuci checks it before the commit.
+bool is_type(const char* type) {
+    for (const char* c = type; *c; c++) {
+        if (*c <= ' ' || *c > '~') return false;
+    }
+    return *type != '\0';
+}
+
 }  // namespace
 
 int uci_do_section(UciAction action, const char* path) {
@@ -64,6 +81,17 @@ int uci_do_section(UciAction action, const char* path) {
     if (result == UCI_ERR_NOTFOUND && tolerates_absence(action)) result = UCI_OK;
     if (result == UCI_OK) result = uci_save(context.get(), target.p);
     return result == UCI_OK ? 0 : -1;
+}
+
+int stage_section(LogSite site, uci_context* context, uci_package* package, const char* type) {
+    uci_section* section = nullptr;
+    if (!is_type(type) || uci_add_section(context, package, type, &section) != UCI_OK) {
+        return TQ_FAIL_AS(site, "uci_add_section %s fail\n", type);
+    }
+    if (uci_save(context, package) != UCI_OK) {
+        return TQ_FAIL_AS(site, "uci_save %s fail\n", package->e.name);
+    }
+    return count_sections(package, type) - 1;
 }
 
 }  // namespace tq

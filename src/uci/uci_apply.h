@@ -1,5 +1,10 @@
-// uci_apply.h - the one step behind every change by path: one action on one path, staged.
+// uci_apply.h - the steps behind every change by path: one action on one path, staged; and a new
+// section, staged.
 #pragma once
+
+#include <uci.h>
+
+#include "foundation/log.h"
 
 namespace tq {
 
@@ -17,5 +22,9 @@ enum class UciAction {
 // Looks the path up in a private context, performs the action and stages it in the delta area; the
 // file itself changes with the commit. Deleting what is not there is done already. 0 or -1, logged.
 int uci_do_section(UciAction action, const char* path);
+
+// Adds an anonymous section to a loaded package and stages it. Its index among the sections of its
+// type, or -1, logged in the caller's name.
+int stage_section(LogSite site, uci_context* context, uci_package* package, const char* type);
 
 }  // namespace tq

@@ -115,34 +115,6 @@ int uci_get_value(const Path& path, char* buf, int len) {
     return get_uci_option(context.get(), path.c_str(), buf, len);
 }
 
-int count_sections(uci_package* package, const char* type) {
-    int count = 0;
-    uci_element* element = nullptr;
-    uci_foreach_element(&package->sections, element) {
-        if (strcmp(uci_to_section(element)->type, type) == 0) count++;
-    }
-    return count;
-}
-
-// What the file can hold as a type. Not every libuci checks it before the commit.
-bool is_type(const char* type) {
-    for (const char* c = type; *c; c++) {
-        if (*c <= ' ' || *c > '~') return false;
-    }
-    return *type != '\0';
-}
-
-int stage_section(LogSite site, uci_context* context, uci_package* package, const char* type) {
-    uci_section* section = nullptr;
-    if (!is_type(type) || uci_add_section(context, package, type, &section) != UCI_OK) {
-        return TQ_FAIL_AS(site, "uci_add_section %s fail\n", type);
-    }
-    if (uci_save(context, package) != UCI_OK) {
-        return TQ_FAIL_AS(site, "uci_save %s fail\n", package->e.name);
-    }
-    return count_sections(package, type) - 1;
-}
-
 void write_items(TextWriter& out, uci_list* items) {
     uci_element* item = nullptr;
     uci_foreach_element(items, item) {
@@ -364,7 +336,7 @@ int del_uci_option_by_name(const char* filename, const char* config_name, const 
 
 int uci_add_section_by_type(struct uci_context* ctx, struct uci_package* pkg, const char* type) {
     if (!ctx || !pkg || !type) return TQ_FAIL("invalid parameters\n");
-    return stage_section(TQ_HERE, ctx, pkg, type);
+    return tq::stage_section(TQ_HERE, ctx, pkg, type);
 }
 
 int add_uci_section(const char* filename, const char* config_type) {
@@ -378,7 +350,7 @@ int add_uci_section(const char* filename, const char* config_type) {
     if (uci_load(context.get(), filename, &package) != UCI_OK) {
         return TQ_FAIL("uci_load %s fail\n", filename);
     }
-    const int index = stage_section(TQ_HERE, context.get(), package, config_type);
+    const int index = tq::stage_section(TQ_HERE, context.get(), package, config_type);
     if (index < 0) return -1;
     if (uci_commit(context.get(), &package, true) != UCI_OK) {
         return TQ_FAIL("uci_commit %s fail\n", filename);

@@ -173,6 +173,15 @@ void reset_device() {
     clear_directory("/tmp");
     clear_directory("/etc/config");
     fs::copy("/rom/etc/config", "/etc/config", fs::copy_options::recursive);
+    fs::copy("/rom/etc/board.conf", "/etc/board.conf", fs::copy_options::overwrite_existing);
+}
+
+std::string board_file(const std::string& name) {
+    return TQ_SOURCE_DIR "/boards/" + name + ".conf";
+}
+
+void use_board(const std::string& name) {
+    write_file("/etc/board.conf", read_file(board_file(name)));
 }
 
 ScopedMount::ScopedMount(const std::string& source, const std::string& target, const char* type,

@@ -23,8 +23,13 @@ struct CommandResult {
 };
 CommandResult run_command(const std::string& command);
 
-// Brings back the configuration that the device booted with, and empties /tmp.
+// Brings back the configuration and the board that the device booted with, and empties /tmp.
 void reset_device();
+
+// The file in boards/ that describes the board of that name ("tri-radio"), and the device with that
+// board: not with its ports, which it has booted with.
+std::string board_file(const std::string& name);
+void use_board(const std::string& name);
 
 // Each test starts on a reset device.
 class DeviceTest : public testing::Test {

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -20,11 +21,15 @@ namespace tq_test::faults {
 namespace {
 
 constexpr auto kCalls = std::to_array<std::string_view>(
-    {"open",   "openat",  "read",    "write",     "close",    "fopen",   "fdopen", "fgets",
-     "fread",  "fwrite",  "fflush",  "fclose",    "popen",    "pclose",  "system", "malloc",
-     "calloc", "realloc", "strdup",  "rename",    "unlink",   "mkdir",   "fsync",  "flock",
-     "fcntl",  "ioctl",   "mkstemp", "ftruncate", "lseek",    "socket",  "bind",   "connect",
-     "send",   "sendto",  "sendmsg", "recv",      "recvfrom", "recvmsg", "select"});
+    {"open",      "openat",  "read",   "write", "close",   "fopen",  "fdopen", "fgets",   "fread",
+     "fwrite",    "fflush",  "fclose", "popen", "pclose",  "system", "malloc", "calloc",  "realloc",
+     "strdup",    "rename",  "unlink", "mkdir", "fsync",   "flock",  "fcntl",  "ioctl",   "mkstemp",
+     "ftruncate", "lseek",   "socket", "bind",  "connect", "send",   "sendto", "sendmsg", "recv",
+     "recvfrom",  "recvmsg", "select", "pread", "pwrite",  "sleep",  "sync"});
+
+// In the place of an errno: the call is the process's last.
+constexpr int kDiesBefore = -1;
+constexpr int kDiesHalfWritten = -2;
 
 struct Counter {
     unsigned calls;
@@ -35,6 +40,7 @@ struct Counter {
 
 // Reached from malloc: plain data, in place before the first constructor runs.
 thread_local constinit std::array<Counter, kCalls.size()> counters{};
+thread_local constinit unsigned seconds_asked = 0;
 thread_local constinit const AnswerIoctl* ioctl_answer = nullptr;
 
 constexpr std::size_t index_of(std::string_view name) {
@@ -54,9 +60,20 @@ bool fails() {
     Counter& counter = counters[index];
     ++counter.calls;
     if (counter.until_failure == 0 || --counter.until_failure > 0) return false;
+    if (counter.error < 0) raise(SIGKILL);
     counter.fired = true;
     errno = counter.error;
     return true;
+}
+
+template <std::size_t index>
+bool dies_half_written() {
+    const Counter& counter = counters[index];
+    return counter.until_failure == 1 && counter.error == kDiesHalfWritten;
+}
+
+void note_sleep(unsigned seconds) {
+    seconds_asked += seconds;
 }
 
 std::optional<int> answer_to_ioctl(unsigned long operation, void* argument) {
@@ -80,6 +97,12 @@ bool Fail::fired() const {
     return counters[call_].fired;
 }
 
+void kill_at(std::string_view name, unsigned nth, Death death) {
+    Counter& counter = counters[known_index_of(name)];
+    counter.until_failure = nth;
+    counter.error = death == Death::kBefore ? kDiesBefore : kDiesHalfWritten;
+}
+
 AnswerIoctl::AnswerIoctl(Answer answer) : answer_(std::move(answer)) {
     ioctl_answer = this;
 }
@@ -95,10 +118,15 @@ std::optional<int> AnswerIoctl::operator()(unsigned long operation, void* argume
 void reset() {
     for (Counter& counter : counters)
         counter.calls = 0;
+    seconds_asked = 0;
 }
 
 unsigned count(std::string_view name) {
     return counters[known_index_of(name)].calls;
+}
+
+unsigned seconds_slept() {
+    return seconds_asked;
 }
 
 unsigned each_failure(std::string_view name, int error, const std::function<void()>& body) {
@@ -115,8 +143,8 @@ unsigned each_failure(std::string_view name, int error, const std::function<void
 // and names for 64-bit file offsets, that differ between machines; the assembler's names are the C
 // library's. An optional last argument is forwarded always: where it was not passed, nobody looks
 // at it.
-#define TQ_DEFINE(symbol, Result, parameters)                     \
-    extern "C" Result forwarded_##symbol parameters asm(#symbol); \
+#define TQ_DEFINE(symbol, Result, parameters)                                           \
+    extern "C" Result forwarded_##symbol parameters asm(#symbol) __attribute__((weak)); \
     Result forwarded_##symbol parameters
 
 #define TQ_NEXT(symbol, Result, parameters) \
@@ -141,13 +169,27 @@ unsigned each_failure(std::string_view name, int error, const std::function<void
         return TQ_FAILS(#symbol) ? -1 : result;         \
     }
 
+#define TQ_FORWARD_WRITE(symbol, name, parameters, arguments, half_of_arguments)   \
+    TQ_DEFINE(symbol, ssize_t, parameters) {                                       \
+        TQ_NEXT(symbol, ssize_t, parameters);                                      \
+        if (tq_test::faults::dies_half_written<tq_test::faults::index_of(name)>()) \
+            static_cast<void>(next half_of_arguments);                             \
+        return TQ_FAILS(name) ? -1 : next arguments;                               \
+    }
+
 // clang-format off
 TQ_FORWARD(open, -1, int, (const char* path, int flags, mode_t mode), (path, flags, mode))
 TQ_FORWARD_AS(open64, "open", -1, int, (const char* path, int flags, mode_t mode), (path, flags, mode))
 TQ_FORWARD(openat, -1, int, (int at, const char* path, int flags, mode_t mode), (at, path, flags, mode))
 TQ_FORWARD_AS(openat64, "openat", -1, int, (int at, const char* path, int flags, mode_t mode), (at, path, flags, mode))
 TQ_FORWARD(read, -1, ssize_t, (int fd, void* data, size_t size), (fd, data, size))
-TQ_FORWARD(write, -1, ssize_t, (int fd, const void* data, size_t size), (fd, data, size))
+TQ_FORWARD_WRITE(write, "write", (int fd, const void* data, size_t size), (fd, data, size), (fd, data, size / 2))
+TQ_FORWARD(pread, -1, ssize_t, (int fd, void* data, size_t size, long offset), (fd, data, size, offset))
+TQ_FORWARD_AS(pread64, "pread", -1, ssize_t, (int fd, void* data, size_t size, int64_t offset), (fd, data, size, offset))
+TQ_FORWARD_WRITE(pwrite, "pwrite", (int fd, const void* data, size_t size, long offset),
+    (fd, data, size, offset), (fd, data, size / 2, offset))
+TQ_FORWARD_WRITE(pwrite64, "pwrite", (int fd, const void* data, size_t size, int64_t offset),
+    (fd, data, size, offset), (fd, data, size / 2, offset))
 TQ_FORWARD_CLOSE(close, (int fd), (fd))
 TQ_FORWARD(fcntl, -1, int, (int fd, int operation, void* argument), (fd, operation, argument))
 TQ_FORWARD_AS(fcntl64, "fcntl", -1, int, (int fd, int operation, void* argument), (fd, operation, argument))
@@ -190,7 +232,15 @@ TQ_FORWARD(recvfrom, -1, ssize_t,
 TQ_FORWARD(recvmsg, -1, ssize_t, (int fd, msghdr* message, int flags), (fd, message, flags))
 TQ_FORWARD(select, -1, int, (int n, fd_set* reads, fd_set* writes, fd_set* errors, timeval* timeout),
     (n, reads, writes, errors, timeout))
+TQ_FORWARD(sync, static_cast<void>(0), void, (), ())
 // clang-format on
+
+// A sleep that fails is one that a signal ends at once.
+TQ_DEFINE(sleep, unsigned, (unsigned seconds)) {
+    TQ_NEXT(sleep, unsigned, (unsigned seconds));
+    tq_test::faults::note_sleep(seconds);
+    return TQ_FAILS("sleep") ? seconds : next(seconds);
+}
 
 TQ_DEFINE(ioctl, int, (int fd, unsigned long operation, void* argument)) {
     TQ_NEXT(ioctl, int, (int fd, unsigned long operation, void* argument));

@@ -50,8 +50,16 @@ class AnswerIoctl {
     Answer answer_;
 };
 
+// The process is killed where it would make the nth call of `name` from here on: before the call,
+// or, of a write() or pwrite(), when half of the bytes are written. For a child: it stays armed.
+enum class Death : unsigned char { kBefore, kHalfWritten };
+void kill_at(std::string_view name, unsigned nth, Death death = Death::kBefore);
+
 void reset();
 unsigned count(std::string_view name);
+
+// What sleep() was asked for since reset(), also where it failed at once.
+unsigned seconds_slept();
 
 // Runs `body` with the first call of `name` failing, then the second, until a run makes no further
 // call. Returns the number of failures.

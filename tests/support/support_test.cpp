@@ -38,7 +38,9 @@ TEST_F(Device, GivesEachTestACleanStart) {
     write_file("/etc/config/wireless", "");
     write_file("/etc/config/extra", "");
     write_file("/tmp/.uci/wireless", "");
+    write_file("/etc/board.conf", "");
     reset_device();
+    EXPECT_THAT(read_file("/etc/board.conf"), HasSubstr("[board]"));
     EXPECT_FALSE(exists("/tmp/.uci"));
     EXPECT_FALSE(exists("/etc/config/extra"));
     EXPECT_EQ(read_file("/etc/config/wireless"), read_file("/rom/etc/config/wireless"));

@@ -678,7 +678,7 @@ TEST_F(TableTest, IsInTheCompletion) {
 
 TEST_F(TqctlTest, CompletionFollowsTheWord) {
     using testing::ElementsAre;
-    EXPECT_THAT(completions("tqctl u"), ElementsAre("uci"));
+    EXPECT_THAT(completions("tqctl uc"), ElementsAre("uci"));
     EXPECT_THAT(completions("tqctl --j"), ElementsAre("--json"));
     EXPECT_THAT(completions("tqctl -j uci add"), ElementsAre("add", "add-list"));
     EXPECT_THAT(completions("tqctl uci get sample.x"), ElementsAre(""));

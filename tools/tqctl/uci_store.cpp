@@ -96,18 +96,6 @@ Cause cause_of_error(int error) {
     return {exit_code_of(error), strerror(error)};
 }
 
-// A device or a FIFO is not even opened: that alone can do something.
-std::optional<Cause> obstacle_to_reading(const char* file) {
-    const FilePath path(kConfigDirectory, file);
-    struct stat status {};
-    if (stat(path.c_str(), &status) != 0) return cause_of_error(errno);
-    if (!S_ISREG(status.st_mode)) return Cause{ExitCode::kRefused, "not a regular file"};
-    const UniqueFd fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    char byte = 0;
-    if (fd.get() < 0 || read(fd.get(), &byte, 1) < 0) return cause_of_error(errno);
-    return std::nullopt;
-}
-
 // A file system of no stated size, a ramfs for one, has no end.
 bool is_full(const char* directory, size_t needed) {
     struct statvfs space {};
@@ -122,6 +110,27 @@ std::optional<Cause> obstacle_to_new_file(const char* directory, size_t size) {
 }
 
 }  // namespace
+
+bool is_present(const char* file) {
+    const FilePath path(kConfigDirectory, file);
+    return eaccess(path.c_str(), F_OK) == 0;
+}
+
+bool has_staged_changes(const char* file) {
+    return size_of({kDeltaDirectory, file}) > 0;
+}
+
+// A device or a FIFO is not even opened: that alone can do something.
+std::optional<Cause> obstacle_to_reading(const char* file) {
+    const FilePath path(kConfigDirectory, file);
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0) return cause_of_error(errno);
+    if (!S_ISREG(status.st_mode)) return Cause{ExitCode::kRefused, "not a regular file"};
+    const UniqueFd fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    char byte = 0;
+    if (fd.get() < 0 || read(fd.get(), &byte, 1) < 0) return cause_of_error(errno);
+    return std::nullopt;
+}
 
 Cause cause_of_failure(const char* file, const char* otherwise) {
     if (const auto obstacle = obstacle_to_reading(file)) return *obstacle;

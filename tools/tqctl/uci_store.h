@@ -14,6 +14,15 @@ struct Cause {
     const char* text;
 };
 
+// Whether there is anything of that name in /etc/config.
+bool is_present(const char* file);
+
+// Whether changes of the file wait in the delta area.
+bool has_staged_changes(const char* file);
+
+// What keeps the file from being read, or nothing.
+std::optional<Cause> obstacle_to_reading(const char* file);
+
 // Why a call on the file failed: it cannot be read, it is damaged, or else what the caller asked
 // for is not to be had.
 Cause cause_of_failure(const char* file, const char* otherwise);

@@ -1,0 +1,159 @@
+#include "tq/eloop.h"
+
+#include <cerrno>
+#include <cstdio>
+
+#include "eloop/loop.h"
+#include "foundation/log.h"
+
+namespace {
+
+using tq::shared;
+
+constinit eloop_state state = {};
+
+// Set while the array of signals is freed memory: a signal may still come.
+constinit std::atomic<bool> signals_are_gone = false;
+
+// Keeps all signals from this thread.
+class HoldSignals {
+  public:
+    HoldSignals() {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &before_);
+    }
+    ~HoldSignals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    HoldSignals(const HoldSignals&) = delete;
+    HoldSignals& operator=(const HoldSignals&) = delete;
+
+    [[nodiscard]] const sigset_t* before() const { return &before_; }
+
+  private:
+    sigset_t before_;
+};
+
+// Runs in signal context.
+void count_delivery(int sig) {
+    if (signals_are_gone) return;
+    shared(state.signaled)++;
+    for (int i = 0; i < state.signal_count; i++) {
+        if (state.signals[i].sig != sig) continue;
+        shared(state.signals[i].signaled)++;
+        return;
+    }
+}
+
+bool has_work() {
+    return state.reader_count > 0 || state.cmm_agent_connected != 0;
+}
+
+bool is_asked_for() {
+    return shared(state.signaled) != 0 || shared(state.terminate) != 0;
+}
+
+// A signal that came between the last look at the counters and the wait would not end the wait, so
+// the wait itself lets signals in.
+int wait_for_signals_too(tq::Pass& pass) {
+    const HoldSignals hold;
+    if (is_asked_for()) pass.do_not_wait();
+    return pass.wait(state, hold.before());
+}
+
+int wait(tq::Pass& pass) {
+    return state.signal_count > 0 && pass.waits() ? wait_for_signals_too(pass) : pass.wait(state);
+}
+
+void call_signal_handlers() {
+    if (shared(state.signaled) == 0) return;
+    shared(state.signaled) = 0;
+    // The array is read anew after each handler, which may have changed it.
+    for (int i = 0; i < state.signal_count; i++) {
+        eloop_signal& signal = state.signals[i];
+        if (shared(signal.signaled).exchange(0) == 0) continue;
+        signal.handler(signal.sig, state.user_data, signal.user_data);
+    }
+}
+
+void call_due_timeout(tq::Pass& pass) {
+    const tq::Timeout due = pass.take_due(state);
+    if (due) due->handler(due->eloop_data, due->user_data);
+}
+
+}  // namespace
+
+void eloop_init(void* user_data) {
+    const HoldSignals hold;
+    state = {};
+    state.user_data = user_data;
+    signals_are_gone = false;
+}
+
+int eloop_register_read_sock(int sock, eloop_sock_handler handler, void* eloop_data,
+                             void* user_data) {
+    if (!tq::fits_descriptor_set(sock) || !handler) return TQ_FAIL("invalid parameters\n");
+    return tq::add_reader(state, {sock, eloop_data, user_data, handler});
+}
+
+int eloop_unregister_read_sock(int sock) {
+    return tq::remove_reader(state, sock);
+}
+
+int eloop_register_timeout(unsigned secs, unsigned usecs, eloop_timeout_handler handler,
+                           void* eloop_data, void* user_data) {
+    if (!handler) return TQ_FAIL("invalid parameters\n");
+    tq::Timeout timeout = tq::new_timeout(secs, usecs, handler, eloop_data, user_data);
+    if (!timeout) return -1;
+    tq::insert_timeout(state, std::move(timeout));
+    return 0;
+}
+
+int eloop_cancel_timeout(eloop_timeout_handler handler, void* eloop_data, void* user_data) {
+    return tq::free_timeouts(tq::take_matching(state, handler, eloop_data, user_data));
+}
+
+int eloop_register_signal(int sig, eloop_signal_handler handler, void* user_data) {
+    if (!handler) return TQ_FAIL("invalid parameters\n");
+    const HoldSignals hold;
+    eloop_signal* signals = tq::with_one_more(state.signals, state.signal_count);
+    if (!signals) return -1;
+    state.signals = signals;
+    if (signal(sig, count_delivery) == SIG_ERR) return -1;
+    signals[state.signal_count++] = {sig, user_data, handler, 0};
+    return 0;
+}
+
+void eloop_run() {
+    while (!shared(state.terminate)) {
+        tq::Pass pass;
+        const std::optional<tq_timeval> due = tq::next_due(state);
+        if (!due && !has_work()) return;
+        if (due) pass.limit_until(*due);
+        const int ready = wait(pass);
+        if (ready < 0 && errno != EINTR) return perror("select");
+        call_signal_handlers();
+        call_due_timeout(pass);
+        if (ready > 0) pass.call_readers(state);
+    }
+}
+
+void eloop_terminate() {
+    shared(state.terminate) = 1;
+}
+
+void eloop_destroy() {
+    signals_are_gone = true;
+    tq::free_loop(state);
+}
+
+int eloop_terminated() {
+    return shared(state.terminate);
+}
+
+void* eloop_get_user_data() {
+    return state.user_data;
+}
+
+void eloop_connect_cmm_agent(int connected) {
+    state.cmm_agent_connected = connected;
+}

@@ -1,0 +1,231 @@
+#include "eloop/loop.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+
+namespace tq {
+namespace {
+
+// On the device each field is one word.
+static_assert(sizeof(void*) != 4 || sizeof(eloop_state) == 40);
+static_assert(sizeof(void*) != 4 || offsetof(eloop_state, timeout) == 16);
+static_assert(sizeof(void*) != 4 || sizeof(eloop_sock) == 16);
+static_assert(sizeof(void*) != 4 || sizeof(eloop_timeout) == 24);
+static_assert(sizeof(void*) != 4 || sizeof(eloop_signal) == 16);
+
+// A record as it is allocated. The first of a list knows the last, so that a timeout that is due
+// after all others, the usual one, is not searched a place for.
+struct TimeoutNode : eloop_timeout {
+    eloop_timeout* last;
+};
+
+eloop_timeout*& last_of(eloop_timeout* first) {
+    return static_cast<TimeoutNode*>(first)->last;
+}
+
+template <typename A, typename B>
+bool earlier(const A& a, const B& b) {
+    return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_usec < b.tv_usec;
+}
+
+// That long after an instant, or the last instant that there is.
+tq_timeval after(const tq_timeval& instant, uint32_t secs, uint32_t usecs) {
+    int64_t sec = int64_t{instant.tv_sec} + secs + usecs / kMicrosecondsInSecond;
+    auto usec = instant.tv_usec + static_cast<int32_t>(usecs % kMicrosecondsInSecond);
+    if (usec >= kMicrosecondsInSecond) {
+        usec -= kMicrosecondsInSecond;
+        sec++;
+    }
+    if (sec > INT32_MAX) return {.tv_sec = INT32_MAX, .tv_usec = kMicrosecondsInSecond - 1};
+    return {.tv_sec = static_cast<int32_t>(sec), .tv_usec = usec};
+}
+
+tq_timeval read_clock() {
+    tq_timeval now = {};
+    tq_gettime(&now);
+    if (now.tv_usec < kMicrosecondsInSecond) return now;
+    printf("ERROR: tq_gettime returned invalid time: tv_sec=%d tv_usec=%d\n", now.tv_sec,
+           now.tv_usec);
+    return {.tv_sec = now.tv_sec, .tv_usec = kMicrosecondsInSecond - 1};
+}
+
+bool is_or_any(const void* value, const void* wanted) {
+    return wanted == ELOOP_ALL || value == wanted;
+}
+
+eloop_timeout* take_first(eloop_state& loop) {
+    eloop_timeout* first = loop.timeout;
+    loop.timeout = first->next;
+    if (loop.timeout) last_of(loop.timeout) = last_of(first);
+    return first;
+}
+
+}  // namespace
+
+int add_reader(eloop_state& loop, const eloop_sock& reader) {
+    eloop_sock* readers = with_one_more(loop.readers, loop.reader_count);
+    if (!readers) return -1;
+    loop.readers = readers;
+    readers[loop.reader_count++] = reader;
+    if (reader.sock > loop.max_sock) loop.max_sock = reader.sock;
+    return 0;
+}
+
+int remove_reader(eloop_state& loop, int sock) {
+    int i = 0;
+    while (i < loop.reader_count && loop.readers[i].sock != sock)
+        i++;
+    if (i >= loop.reader_count) return -1;
+    loop.reader_count--;
+    const auto behind = static_cast<size_t>(loop.reader_count - i);
+    memmove(&loop.readers[i], &loop.readers[i + 1], behind * sizeof(eloop_sock));
+    return 0;
+}
+
+Timeout new_timeout(unsigned secs, unsigned usecs, eloop_timeout_handler handler, void* eloop_data,
+                    void* user_data) {
+    auto* node = static_cast<TimeoutNode*>(malloc(sizeof(TimeoutNode)));
+    if (!node) return nullptr;
+    tq_timeval now = {};
+    tq_gettime(&now);
+    const tq_timeval due = after(now, secs, usecs);
+    *node = {{.tv_sec = due.tv_sec,
+              .tv_usec = due.tv_usec,
+              .eloop_data = eloop_data,
+              .user_data = user_data,
+              .handler = handler,
+              .next = nullptr},
+             node};
+    return Timeout(node);
+}
+
+void insert_timeout(eloop_state& loop, Timeout timeout) {
+    eloop_timeout* added = timeout.release();
+    eloop_timeout* first = loop.timeout;
+    if (!first || earlier(*added, *first)) {
+        if (first) last_of(added) = last_of(first);
+        added->next = first;
+        loop.timeout = added;
+        return;
+    }
+    eloop_timeout* before = earlier(*added, *last_of(first)) ? first : last_of(first);
+    while (before->next && !earlier(*added, *before->next))
+        before = before->next;
+    added->next = before->next;
+    before->next = added;
+    if (!added->next) last_of(first) = added;
+}
+
+eloop_timeout* take_matching(eloop_state& loop, eloop_timeout_handler handler,
+                             const void* eloop_data, const void* user_data) {
+    eloop_timeout* taken = nullptr;
+    eloop_timeout* last = nullptr;
+    eloop_timeout** link = &loop.timeout;
+    while (eloop_timeout* timeout = *link) {
+        if (timeout->handler == handler && is_or_any(timeout->eloop_data, eloop_data) &&
+            is_or_any(timeout->user_data, user_data)) {
+            *link = timeout->next;
+            timeout->next = taken;
+            taken = timeout;
+        } else {
+            last = timeout;
+            link = &timeout->next;
+        }
+    }
+    if (last) last_of(loop.timeout) = last;
+    return taken;
+}
+
+int free_timeouts(eloop_timeout* first) {
+    int count = 0;
+    while (first) {
+        const Timeout freed(first);
+        first = freed->next;
+        count++;
+    }
+    return count;
+}
+
+void free_loop(const eloop_state& loop) {
+    free_timeouts(loop.timeout);
+    free(loop.readers);
+    free(loop.signals);
+}
+
+std::optional<tq_timeval> next_due(const eloop_state& loop) {
+    if (!loop.timeout) return std::nullopt;
+    return tq_timeval{.tv_sec = loop.timeout->tv_sec, .tv_usec = loop.timeout->tv_usec};
+}
+
+void Pass::limit_until(const tq_timeval& due) {
+    now_ = read_clock();
+    limited_ = true;
+    if (!earlier(now_, due)) return;
+    limit_ = {.tv_sec = due.tv_sec - now_.tv_sec, .tv_usec = due.tv_usec - now_.tv_usec};
+    if (limit_.tv_usec >= 0) return;
+    limit_.tv_sec--;
+    limit_.tv_usec += kMicrosecondsInSecond;
+}
+
+void Pass::limit_to_a_second() {
+    if (limited_ && limit_.tv_sec < 1) return;
+    limited_ = true;
+    limit_ = {.tv_sec = 1, .tv_usec = 0};
+}
+
+void Pass::do_not_wait() {
+    limited_ = true;
+    limit_ = {};
+}
+
+bool Pass::waits() const {
+    return !limited_ || limit_.tv_sec != 0 || limit_.tv_usec != 0;
+}
+
+void Pass::add_sockets(const eloop_state& loop) {
+    for (int i = 0; i < loop.reader_count; i++)
+        FD_SET(loop.readers[i].sock, &readable_);
+}
+
+int Pass::wait_in_select(int count) {
+    timeval limit = limit_;
+    return select(count, &readable_, nullptr, nullptr, limited_ ? &limit : nullptr);
+}
+
+int Pass::wait_in_pselect(int count, const sigset_t* mask) {
+    const timespec limit = {.tv_sec = limit_.tv_sec, .tv_nsec = limit_.tv_usec * 1000};
+    return pselect(count, &readable_, nullptr, nullptr, limited_ ? &limit : nullptr, mask);
+}
+
+int Pass::wait(const eloop_state& loop, const sigset_t* mask) {
+    add_sockets(loop);
+    const int count = std::min(loop.max_sock + (loop.cmm_agent_connected ? 2 : 1), FD_SETSIZE);
+    const int ready = mask ? wait_in_pselect(count, mask) : wait_in_select(count);
+    // A wait that ended by itself says what time it is, without another look at the clock.
+    if (ready == 0) {
+        now_ = after(now_, static_cast<uint32_t>(limit_.tv_sec),
+                     static_cast<uint32_t>(limit_.tv_usec));
+    }
+    return ready;
+}
+
+Timeout Pass::take_due(eloop_state& loop) {
+    if (!loop.timeout) return nullptr;
+    if (earlier(now_, *loop.timeout)) tq_gettime(&now_);
+    if (earlier(now_, *loop.timeout)) return nullptr;
+    return Timeout(take_first(loop));
+}
+
+void Pass::call_readers(const eloop_state& loop) const {
+    // The table is read anew after each handler, which may have changed it.
+    for (int i = 0; i < loop.reader_count; i++) {
+        const eloop_sock& reader = loop.readers[i];
+        if (!FD_ISSET(reader.sock, &readable_)) continue;
+        reader.handler(reader.sock, reader.eloop_data, reader.user_data);
+    }
+}
+
+}  // namespace tq

@@ -1,0 +1,129 @@
+#include "tq/thd_eloop.h"
+
+#include <cerrno>
+#include <cstdio>
+
+#include "eloop/loop.h"
+#include "foundation/lock.h"
+#include "foundation/log.h"
+
+pthread_mutex_t g_eloop_mutex;
+
+namespace {
+
+using tq::Lock;
+using tq::shared;
+
+constinit pthread_mutex_t first_use = PTHREAD_MUTEX_INITIALIZER;
+constinit bool mutex_is_ready = false;
+
+// Other loops may be using the mutex by the time that one more is initialised.
+bool make_mutex_once() {
+    const Lock lock(first_use);
+    if (!mutex_is_ready) mutex_is_ready = pthread_mutex_init(&g_eloop_mutex, nullptr) == 0;
+    return mutex_is_ready;
+}
+
+std::optional<tq_timeval> next_due(const eloop_state& loop) {
+    const Lock lock(g_eloop_mutex);
+    return tq::next_due(loop);
+}
+
+tq::Timeout take_due(eloop_state& loop, tq::Pass& pass) {
+    const Lock lock(g_eloop_mutex);
+    return pass.take_due(loop);
+}
+
+// The handler runs without the lock: it may add and cancel timeouts.
+void call_due_timeout(eloop_state& loop, tq::Pass& pass) {
+    const tq::Timeout due = take_due(loop, pass);
+    if (due) due->handler(due->eloop_data, due->user_data);
+}
+
+}  // namespace
+
+int thd_eloop_init(eloop_state* loop, void* user_data) {
+    if (!loop) return TQ_FAIL("invalid parameters\n");
+    if (!make_mutex_once()) return -1;
+    *loop = {};
+    loop->user_data = user_data;
+    return 0;
+}
+
+int thd_eloop_register_read_sock(eloop_state* loop, int sock, eloop_sock_handler handler,
+                                 void* eloop_data, void* user_data) {
+    if (!loop || !tq::fits_descriptor_set(sock) || !handler) {
+        return TQ_FAIL("invalid parameters\n");
+    }
+    return tq::add_reader(*loop, {sock, eloop_data, user_data, handler});
+}
+
+int thd_eloop_unregister_read_sock(eloop_state* loop, int sock) {
+    if (!loop) return TQ_FAIL("invalid parameters\n");
+    return tq::remove_reader(*loop, sock);
+}
+
+int thd_eloop_register_timeout(eloop_state* loop, unsigned secs, unsigned usecs,
+                               eloop_timeout_handler handler, void* eloop_data, void* user_data) {
+    if (!loop || !handler) return TQ_FAIL("invalid parameters\n");
+    tq::Timeout timeout = tq::new_timeout(secs, usecs, handler, eloop_data, user_data);
+    if (!timeout) return -1;
+    const Lock lock(g_eloop_mutex);
+    tq::insert_timeout(*loop, std::move(timeout));
+    return 0;
+}
+
+int thd_eloop_cancel_timeout(eloop_state* loop, eloop_timeout_handler handler, void* eloop_data,
+                             void* user_data) {
+    if (!loop) return TQ_FAIL("invalid parameters\n");
+    eloop_timeout* cancelled = nullptr;
+    {
+        const Lock lock(g_eloop_mutex);
+        cancelled = tq::take_matching(*loop, handler, eloop_data, user_data);
+    }
+    return tq::free_timeouts(cancelled);
+}
+
+int thd_eloop_run(eloop_state* loop) {
+    if (!loop) return TQ_FAIL("invalid parameters\n");
+    while (!shared(loop->terminate)) {
+        tq::Pass pass;
+        const std::optional<tq_timeval> due = next_due(*loop);
+        if (!due && loop->reader_count <= 0) return 0;
+        if (due) pass.limit_until(*due);
+        pass.limit_to_a_second();
+        const int ready = pass.wait(*loop);
+        if (ready < 0 && errno != EINTR) {
+            perror("select");
+            return -1;
+        }
+        call_due_timeout(*loop, pass);
+        if (ready > 0) pass.call_readers(*loop);
+    }
+    return 0;
+}
+
+int thd_eloop_terminate(eloop_state* loop) {
+    if (!loop) return TQ_FAIL("invalid parameters\n");
+    shared(loop->terminate) = 1;
+    return 0;
+}
+
+int thd_eloop_destroy(eloop_state* loop) {
+    if (!loop) return TQ_FAIL("invalid parameters\n");
+    tq::free_loop(*loop);
+    return 0;
+}
+
+int thd_eloop_terminated(eloop_state* loop) {
+    if (!loop) return TQ_FAIL("invalid parameters\n");
+    return shared(loop->terminate);
+}
+
+void* thd_eloop_get_user_data(const eloop_state* loop) {
+    if (!loop) {
+        TQ_LOG(LOG_ERR, "invalid parameters\n");
+        return nullptr;
+    }
+    return loop->user_data;
+}

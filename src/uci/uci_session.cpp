@@ -1,0 +1,467 @@
+#include "tq/uci_session.h"
+
+#include <fcntl.h>
+#include <uci.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "foundation/file.h"
+#include "foundation/log.h"
+#include "foundation/text.h"
+#include "uci/uci_apply.h"
+
+namespace {
+
+using tq::LogSite;
+using tq::Text;
+using tq::UniqueFd;
+
+// The header's stand-in for libuci's structure has this layout.
+static_assert(offsetof(uci_ptr, flags) == 4 && offsetof(uci_ptr, p) == 8);
+static_assert(offsetof(uci_ptr, value) == 8 + 7 * sizeof(void*));
+static_assert(sizeof(uci_ptr) == 8 + 8 * sizeof(void*));
+
+constexpr size_t kPathSize = 64;
+constexpr size_t kCommandSize = 64;
+
+// The name of a section that was selected; its text follows it. Sessions point to it, because what
+// is in the package goes with the next save. It stays for good: a session can come back at any
+// time, also on a file that was freed, and must not take a name at the same address for its own.
+struct SelectedName {
+    SelectedName* next;
+
+    [[nodiscard]] char* text() { return reinterpret_cast<char*>(this + 1); }
+};
+
+constinit SelectedName* selected_names = nullptr;
+
+constinit uci_entry registry[] = {
+    {UCI_CONFIG_DHCP, "dhcp", nullptr, nullptr},
+    {UCI_CONFIG_NETWORK, "network", nullptr, nullptr},
+    {UCI_CONFIG_BIND, "bind", nullptr, nullptr},
+    {UCI_CONFIG_LOCATION, "location", nullptr, nullptr},
+    {UCI_CONFIG_WIRELESS, "wireless", nullptr, nullptr},
+    {UCI_CONFIG_SYSTEM, "system", nullptr, nullptr},
+    {UCI_CONFIG_APSTATS, "apstats", nullptr, nullptr},
+    {UCI_CONFIG_WTP, "wtp", nullptr, nullptr},
+    {UCI_CONFIG_BOARD, "board", nullptr, nullptr},
+    {UCI_CONFIG_FIREWALL, "firewall", nullptr, nullptr},
+    {UCI_CONFIG_FORWARD, "forward", nullptr, nullptr},
+    {UCI_CONFIG_BWCTRL, "bwctrl", nullptr, nullptr},
+    {UCI_CONFIG_NAT, "nat", nullptr, nullptr},
+    {UCI_CONFIG_MCSD, "mcsd", nullptr, nullptr},
+    {UCI_CONFIG_TROUBLESHOOT, "troubleshoot", nullptr, nullptr},
+    {UCI_CONFIG_ORDERCFG, "ordercfg", nullptr, nullptr},
+};
+static_assert(std::size(registry) == UCI_CONFIG_ALL);
+
+// Ids are positions.
+uci_entry* find_row(int id) {
+    return id >= 0 && id < UCI_CONFIG_ALL ? &registry[id] : nullptr;
+}
+
+uci_element* uci_find_element(uci_context* context, uci_list* list, const char* name) {
+    uci_element* element = nullptr;
+    return uci_lookup_next(context, &element, list, name) == UCI_OK ? element : nullptr;
+}
+
+// ---- loading and freeing ----
+
+void clear(uci_entry& row) {
+    uci_free_context(row.ctx);
+    row.ctx = nullptr;
+    row.pkg = nullptr;
+}
+
+// Without truncation: another process may have created the file just now.
+void create_uci_file(const char* path) {
+    const UniqueFd file(open(path, O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    if (!file) TQ_LOG(LOG_ERR, "create %s fail: %s\n", path, strerror(errno));
+}
+
+int load_package(uci_entry& row) {
+    Text<kPathSize> path;
+    path.append("/etc/config/%s", row.file);
+    if (access(path.c_str(), F_OK) != 0) create_uci_file(path.c_str());
+    return uci_load(row.ctx, row.file, &row.pkg);
+}
+
+void use_package(uci_config_ctx* session, const uci_entry& row) {
+    session->ctx = row.ctx;
+    session->pkg = row.pkg;
+    session->ptr.p = row.pkg;
+    session->ptr.package = row.pkg->e.name;
+}
+
+// ---- selecting ----
+
+// Null without memory: the session then lasts until the next save.
+const char* keep_name(const char* text) {
+    for (SelectedName* name = selected_names; name; name = name->next) {
+        if (strcmp(name->text(), text) == 0) return name->text();
+    }
+    const size_t size = strlen(text) + 1;
+    auto* name = static_cast<SelectedName*>(malloc(sizeof(SelectedName) + size));
+    if (!name) return nullptr;
+    memcpy(name->text(), text, size);
+    name->next = selected_names;
+    selected_names = name;
+    return name->text();
+}
+
+// ptr.last is where the selection was made: a caller that points the session to another section
+// moves ptr.s alone.
+void select_section(uci_config_ctx* session, uci_section* section) {
+    session->ptr.s = section;
+    session->ptr.last = &section->e;
+    session->ptr.section = keep_name(section->e.name);
+}
+
+bool holds(uci_list* items, const char* value) {
+    uci_element* item = nullptr;
+    uci_foreach_element(items, item) {
+        if (strcmp(item->name, value) == 0) return true;
+    }
+    return false;
+}
+
+bool has_value(uci_option* option, const char* value) {
+    if (option->type == UCI_TYPE_LIST) return holds(&option->v.list, value);
+    return strcmp(option->v.string, value) == 0;
+}
+
+// match: option and value pairs, a null option ends them.
+bool matches(uci_context* context, uci_section* section, const char* const* match) {
+    if (!*match) return false;
+    for (; match[0]; match += 2) {
+        uci_element* option = uci_find_element(context, &section->options, match[0]);
+        if (!option) return false;
+        if (match[1] && !has_value(uci_to_option(option), match[1])) return false;
+    }
+    return true;
+}
+
+int find_uci_section(uci_config_ctx* session, const char* type, const char* const* match) {
+    if (!session || !session->ptr.p) {
+        return TQ_FAIL("incomplete param, section_type: %s, uctx->ptr.p: %p\n", type, nullptr);
+    }
+    uci_element* element = nullptr;
+    uci_foreach_element(&session->ptr.p->sections, element) {
+        uci_section* section = uci_to_section(element);
+        if (strcmp(section->type, type) != 0) continue;
+        if (match && !matches(session->ctx, section, match)) continue;
+        select_section(session, section);
+        return 0;
+    }
+    return -1;
+}
+
+// ---- sessions ----
+
+const uci_entry* row_of(const uci_config_ctx& session) {
+    for (const uci_entry& row : registry) {
+        if (row.pkg && row.ctx == session.ctx) return &row;
+    }
+    return nullptr;
+}
+
+bool is_section_of(uci_package* package, const uci_section* section) {
+    uci_element* element = nullptr;
+    uci_foreach_element(&package->sections, element) {
+        if (uci_to_section(element) == section) return true;
+    }
+    return false;
+}
+
+// Whether the section is still where it was selected. A new package can be at the old one's
+// address, with another section at the old section's: it is the name that tells.
+bool is_current(const uci_entry& row, const uci_ptr& ptr) {
+    if (!is_section_of(row.pkg, ptr.s)) return false;
+    return ptr.last != &ptr.s->e || !ptr.section || strcmp(ptr.section, ptr.s->e.name) == 0;
+}
+
+// Whether the session has a section; the one that it had before a save is found again.
+bool has_section(uci_config_ctx* session) {
+    const uci_entry* row = row_of(*session);
+    if (!row || !session->ptr.s) return false;
+    const bool current = is_current(*row, session->ptr);
+    use_package(session, *row);
+    if (current) return true;
+    const char* name = session->ptr.section;
+    uci_element* found = name ? uci_find_element(row->ctx, &row->pkg->sections, name) : nullptr;
+    session->ptr.s = nullptr;
+    if (found) select_section(session, uci_to_section(found));
+    return found != nullptr;
+}
+
+const char* given(const char* text) {
+    return text ? text : "nil";
+}
+
+// What a session's operation needs first; what is missing is logged in its name.
+bool is_usable(LogSite site, uci_config_ctx* session) {
+    const char* missing = !session ? "uctx" : !has_section(session) ? "uctx->ptr.s" : nullptr;
+    if (missing) TQ_LOG_AS(site, LOG_ERR, "incomplete param, %s:nil\n", missing);
+    return !missing;
+}
+
+bool is_usable(LogSite site, uci_config_ctx* session, const char* option) {
+    if (option) return is_usable(site, session);
+    TQ_LOG_AS(site, LOG_ERR, "incomplete param, option:%s\n", "nil");
+    return false;
+}
+
+bool is_usable(LogSite site, uci_config_ctx* session, const char* option, const char* value) {
+    if (option && value && *value) return is_usable(site, session);
+    TQ_LOG_AS(site, LOG_ERR, "incomplete param, val_str:%s, option:%s\n", given(value),
+              given(option));
+    return false;
+}
+
+uci_option* find_option(const uci_config_ctx* session, const char* option) {
+    uci_element* element = uci_find_element(session->ctx, &session->ptr.s->options, option);
+    return element ? uci_to_option(element) : nullptr;
+}
+
+// The address of an option. The section's name is its own: a caller may have moved the session.
+uci_ptr address_of(const uci_config_ctx* session, const char* option, const char* value) {
+    uci_ptr ptr{};
+    ptr.p = session->ptr.p;
+    ptr.s = session->ptr.s;
+    ptr.section = ptr.s->e.name;
+    ptr.option = option;
+    ptr.value = value;
+    ptr.o = find_option(session, option);
+    return ptr;
+}
+
+// What the file can hold as an option's name, as the line of a staged change can.
+bool is_name(const char* text) {
+    for (const char* c = text; *c; c++) {
+        const bool letter = (*c >= 'a' && *c <= 'z') || (*c >= 'A' && *c <= 'Z');
+        if (!letter && !(*c >= '0' && *c <= '9') && *c != '_') return false;
+    }
+    return *text != '\0';
+}
+
+// libuci writes anything, but passes over the staged line when it reads it.
+bool can_be_staged(const uci_ptr& target) {
+    return is_name(target.option) && uci_validate_text(target.value);
+}
+
+using Change = int (*)(uci_context*, uci_ptr*);
+
+bool write_and_stage(const uci_config_ctx* session, uci_ptr& target, Change change) {
+    return can_be_staged(target) && change(session->ctx, &target) == UCI_OK &&
+           uci_save(session->ctx, session->ptr.p) == UCI_OK;
+}
+
+// ---- saving ----
+
+// A libuci that fails half way may have freed the package by then.
+uci_package* loaded_package(const uci_entry& row) {
+    uci_element* element = uci_find_element(row.ctx, &row.ctx->root, row.file);
+    return element ? uci_to_package(element) : nullptr;
+}
+
+bool is_loaded(const uci_entry& row) {
+    return row.ctx && row.pkg;
+}
+
+int commit(LogSite site, uci_entry& row) {
+    // What cannot be staged stays in the package, and the commit fails on it again.
+    (void)uci_save(row.ctx, row.pkg);
+    const int error = uci_commit(row.ctx, &row.pkg, false);
+    if (error == UCI_OK) return UCI_OK;
+    TQ_LOG_AS(site, LOG_ERR, "uci_commit %s fail\n", row.file);
+    row.pkg = loaded_package(row);
+    return error;
+}
+
+void run_commit2(LogSite site, const uci_entry& row) {
+    Text<kCommandSize> command;
+    command.append("%s %s", "uci commit2", row.file);
+    TQ_LOG_AS(site, LOG_INFO, "execute '%s'\n", command.c_str());
+    (void)!system(command.c_str());
+}
+
+int free_row(LogSite site, uci_entry& row) {
+    if (row.pkg && uci_save(row.ctx, row.pkg) != UCI_OK) {
+        return TQ_FAIL_AS(site, "uci_save %s fail\n", row.file);
+    }
+    if (row.ctx) clear(row);
+    return 0;
+}
+
+}  // namespace
+
+const struct uci_entry* get_uci_entry_by_name(const char* file) {
+    if (!file) {
+        TQ_LOG(LOG_ERR, "invalid parameters\n");
+        return nullptr;
+    }
+    for (const uci_entry& row : registry) {
+        if (strcmp(row.file, file) == 0) return &row;
+    }
+    return nullptr;
+}
+
+int load_uci_config(int id, uci_config_ctx* session) {
+    if (session) *session = {};
+    uci_entry* row = find_row(id);
+    if (!row) return TQ_FAIL("unspport uci entry %d\n", id);
+    if (!row->ctx) row->ctx = uci_alloc_context();
+    if (!row->ctx) return TQ_FAIL("uci_alloc_context for config '%s' fail\n", row->file);
+    if (!row->pkg && load_package(*row) != UCI_OK) {
+        clear(*row);
+        return TQ_FAIL("uci_load '%s' fail\n", row->file);
+    }
+    if (session) use_package(session, *row);
+    return 0;
+}
+
+int load_named_section(int id, uci_config_ctx* session, const char* name) {
+    if (!name || !*name) return TQ_FAIL("no section name\n");
+    if (!session) return TQ_FAIL("invalid parameters\n");
+    if (load_uci_config(id, session) != 0) return -1;
+    uci_element* element = uci_find_element(session->ctx, &session->pkg->sections, name);
+    if (!element) {
+        TQ_LOG(LOG_WARNING, "uci lookup '%s' section fail\n", name);
+        return -1;
+    }
+    select_section(session, uci_to_section(element));
+    return 0;
+}
+
+int load_unnamed_section(int id, uci_config_ctx* session, const char* type) {
+    if (!type || !*type) return TQ_FAIL("no section type\n");
+    if (!session) return TQ_FAIL("invalid parameters\n");
+    if (load_uci_config(id, session) != 0) return -1;
+    uci_element* element = nullptr;
+    uci_foreach_element(&session->pkg->sections, element) {
+        session->ptr.s = uci_to_section(element);
+        if (strcmp(session->ptr.s->type, type) != 0) continue;
+        select_section(session, session->ptr.s);
+        return 0;
+    }
+    TQ_LOG(LOG_INFO, "no such type '%s' section \n", type);
+    return -1;
+}
+
+int load_specific_section(int id, uci_config_ctx* session, const char* type, const char** match) {
+    if (!type || !*type) return TQ_FAIL("no section type\n");
+    if (load_uci_config(id, session) != 0) return -1;
+    return find_uci_section(session, type, match);
+}
+
+const char* get_uci_config(uci_config_ctx* session, const char* option) {
+    if (!is_usable(TQ_HERE, session, option)) return nullptr;
+    const uci_option* found = find_option(session, option);
+    if (found && found->type == UCI_TYPE_STRING) return found->v.string;
+    TQ_LOG(LOG_NOTICE, "get uci config option '%s' failed\n", option);
+    return nullptr;
+}
+
+int set_uci_config(uci_config_ctx* session, const char* option, const char* value) {
+    if (!is_usable(TQ_HERE, session, option, value)) return -1;
+    uci_ptr target = address_of(session, option, value);
+    if (!target.o) {
+        if (!write_and_stage(session, target, uci_set)) {
+            return TQ_FAIL("create uci value '%s' for option '%s' failed\n", value, option);
+        }
+        TQ_LOG(LOG_DEBUG, "add uci value '%s' for option '%s' success\n", value, option);
+        return 0;
+    }
+    if (target.o->type == UCI_TYPE_LIST) {
+        if (!write_and_stage(session, target, uci_add_list)) {
+            return TQ_FAIL("add uci value '%s' for option '%s' failed\n", value, option);
+        }
+        TQ_LOG(LOG_DEBUG, "add uci value '%s' for option '%s' success\n", value, option);
+        return 0;
+    }
+    if (strcmp(target.o->v.string, value) == 0) {
+        TQ_LOG(LOG_DEBUG, "uci value '%s' of option '%s' is no change\n", value, option);
+        return 1;
+    }
+    if (!write_and_stage(session, target, uci_set)) {
+        return TQ_FAIL("change uci value '%s' for option '%s' failed\n", value, option);
+    }
+    TQ_LOG(LOG_DEBUG, "change uci value '%s' for option '%s' success\n", value, option);
+    return 0;
+}
+
+int del_uci_config(uci_config_ctx* session, const char* option) {
+    if (!is_usable(TQ_HERE, session, option)) return -1;
+    uci_ptr target = address_of(session, option, nullptr);
+    if (!target.o) {
+        TQ_LOG(LOG_DEBUG, "no such option '%s'\n", option);
+        return 1;
+    }
+    const int error = uci_delete(session->ctx, &target);
+    if (error != UCI_OK) TQ_LOG(LOG_ERR, "uci del '%s' fail\n", option);
+    // Also behind a failure: the attempt is what is traced.
+    TQ_LOG(LOG_DEBUG, "uci del '%s' success\n", option);
+    return error;
+}
+
+struct uci_list* uci_lookup_option_list(uci_config_ctx* session, const char* option) {
+    if (!is_usable(TQ_HERE, session, option)) return nullptr;
+    uci_option* found = find_option(session, option);
+    return found && found->type == UCI_TYPE_LIST ? &found->v.list : nullptr;
+}
+
+int add_uci_list(uci_config_ctx* session, const char* option, const char* value) {
+    if (!is_usable(TQ_HERE, session, option, value)) return -1;
+    uci_ptr target = address_of(session, option, value);
+    if (target.o && target.o->type == UCI_TYPE_LIST && holds(&target.o->v.list, value)) return 1;
+    const int error = can_be_staged(target) ? uci_add_list(session->ctx, &target) : -1;
+    if (error != UCI_OK) {
+        TQ_LOG(LOG_ERR, "add uci value '%s' for option '%s' failed\n", value, option);
+    }
+    return error;
+}
+
+int del_uci_list(uci_config_ctx* session, const char* option, const char* value) {
+    if (!is_usable(TQ_HERE, session, option, value)) return -1;
+    uci_ptr target = address_of(session, option, value);
+    if (!target.o || target.o->type != UCI_TYPE_LIST) return 1;
+    if (!holds(&target.o->v.list, value)) return 1;
+    const int error = uci_del_list(session->ctx, &target);
+    if (error != UCI_OK) TQ_LOG(LOG_ERR, "uci del '%s' fail\n", option);
+    return error;
+}
+
+int save_uci_config(int id, const int* commit2, int count) {
+    if (id != UCI_CONFIG_ALL) {
+        uci_entry* row = find_row(id);
+        if (!row) return UCI_CONFIG_ALL;
+        return is_loaded(*row) ? commit(TQ_HERE, *row) : id;
+    }
+    for (uci_entry& row : registry) {
+        if (!is_loaded(row)) continue;
+        (void)commit(TQ_HERE, row);
+        if (commit2 && row.id < count && commit2[row.id]) run_commit2(TQ_HERE, row);
+    }
+    return UCI_CONFIG_ALL;
+}
+
+int free_uci_config(int id) {
+    if (id != UCI_CONFIG_ALL) {
+        uci_entry* row = find_row(id);
+        return row ? free_row(TQ_HERE, *row) : TQ_FAIL("unspport uci entry %d\n", id);
+    }
+    int result = 0;
+    for (uci_entry& row : registry) {
+        if (free_row(TQ_HERE, row) != 0) result = -1;
+    }
+    return result;
+}
+
+int add_section(struct uci_context* ctx, struct uci_package* pkg, const char* type) {
+    if (!ctx || !pkg || !type) return TQ_FAIL("invalid parameters\n");
+    return tq::stage_section(TQ_HERE, ctx, pkg, type);
+}

@@ -1,0 +1,157 @@
+// flash.cpp - tqctl flash: the flash partitions, and the versions of the images in them.
+#include <tq/mtd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "boot_block.h"
+#include "families.h"
+
+namespace tqctl {
+
+namespace {
+
+constexpr char kTable[] = "/proc/mtd";
+
+// list
+
+struct Partition {
+    int number;
+    uint32_t size;
+    uint32_t erase_size;
+    char name[256];
+};
+
+// A line of the kernel's table: number, size, erase size and name.
+bool parse(const char* line, Partition& partition) {
+    int name = 0;
+    const int got = sscanf(line, "mtd%d: %" SCNx32 " %" SCNx32 " \"%n", &partition.number,
+                           &partition.size, &partition.erase_size, &name);
+    const char* end = strrchr(line, '"');
+    if (got != 3 || name == 0 || end < line + name) return false;
+    snprintf(partition.name, sizeof(partition.name), "%.*s", static_cast<int>(end - line) - name,
+             line + name);
+    return true;
+}
+
+Json describe(const Partition& partition) {
+    Json object(json_object_new_object());
+    const bool whole =
+        json_add(object.get(), "number", Json(json_object_new_int(partition.number))) &&
+        json_add(object.get(), "name", json_text(partition.name)) &&
+        json_add(object.get(), "size", Json(json_object_new_int64(partition.size))) &&
+        json_add(object.get(), "erase_size", Json(json_object_new_int64(partition.erase_size)));
+    return whole ? std::move(object) : nullptr;
+}
+
+void print(const Partition& partition) {
+    printf("mtd%d 0x%08" PRIx32 " 0x%08" PRIx32 " %s\n", partition.number, partition.size,
+           partition.erase_size, OneLine(partition.name).c_str());
+}
+
+ExitCode list_table(Context& context, FILE* table) {
+    ExitCode code = ExitCode::kDone;
+    Json array(json_object_new_array());
+    char line[512];
+    for (int number = 1; fgets(line, sizeof(line), table); number++) {
+        if (strncmp(line, "dev:", 4) == 0) continue;
+        Partition partition{};
+        if (!parse(line, partition)) {
+            code = context.fail(ExitCode::kDamaged, "%s: line %d is no partition", kTable, number);
+        } else if (!context.output.is_json()) {
+            print(partition);
+        } else {
+            Json object = describe(partition);
+            if (json_object_array_add(array.get(), object.get()) == 0) (void)object.release();
+        }
+    }
+    if (context.output.is_json()) context.output.document(array);
+    return code;
+}
+
+ExitCode list(Context& context, Arguments) {
+    FILE* table = fopen(kTable, "re");
+    if (!table) return context.fail(exit_code_of(errno), "%s: %s", kTable, strerror(errno));
+    const ExitCode code = list_table(context, table);
+    fclose(table);
+    return code;
+}
+
+// version
+
+struct Image {
+    const char* name;
+    int (*check)();
+    int (*read)(char* out);
+};
+
+constexpr Image kImages[] = {
+    {"primary", check_primary_image, get_primary_info},
+    {"backup", check_backup_image, get_backup_info},
+    {"boot-loader", check_backup_uboot, get_backup_boot_info},
+};
+
+ExitCode explain(const Context& context, const Image& image, const char* block) {
+    if (image.check() != 0) {
+        return context.fail(ExitCode::kRefused, "%s: not marked as usable", image.name);
+    }
+    const bool was_read =
+        std::any_of(block, block + TQ_IMAGE_BLOCK_SIZE, [](char byte) { return byte != 0; });
+    if (!was_read) {
+        return context.fail(ExitCode::kRefused, "%s: its partition cannot be read", image.name);
+    }
+    return context.fail(ExitCode::kDamaged, "%s: bytes 276 to 299 of its partition are no version",
+                        image.name);
+}
+
+ExitCode print_version(Context& context, const Image& image, bool is_only) {
+    char block[TQ_IMAGE_BLOCK_SIZE] = "";
+    if (image.read(block) != 0) return explain(context, image, block);
+    const char* field = block + TQ_IMAGE_VERSION_OFFSET;
+    const OneLine version({field, strnlen(field, TQ_IMAGE_VERSION_SIZE)});
+    if (is_only) {
+        context.output.value(image.name, std::string_view(version.c_str()));
+    } else {
+        context.output.member(image.name, version.c_str());
+    }
+    return ExitCode::kDone;
+}
+
+ExitCode print_versions(Context& context) {
+    ExitCode first_failure = ExitCode::kDone;
+    for (const Image& image : kImages) {
+        const ExitCode code = print_version(context, image, false);
+        if (first_failure == ExitCode::kDone) first_failure = code;
+    }
+    return first_failure;
+}
+
+ExitCode version(Context& context, Arguments arguments) {
+    if (arguments.empty()) return print_versions(context);
+    for (const Image& image : kImages) {
+        if (strcmp(image.name, arguments[0]) == 0) return print_version(context, image, true);
+    }
+    return context.misuse("'%s' is neither primary nor backup nor boot-loader", arguments[0]);
+}
+
+constexpr Command kCommands[] = {
+    {"list", "", 0, 0, "prints the flash partitions",
+     "One line each: number, size, erase size and name, as the kernel lists them in\n"
+     "/proc/mtd. JSON is an array with an object for each partition.",
+     "tqctl flash list", list},
+    {"version", "[primary|backup|boot-loader]", 0, 1, "prints versions of the images in flash",
+     "One prints its version. All of them print one line each, as NAME=VERSION; those\n"
+     "that have none are reported, and the exit code is that of the first of them.",
+     "tqctl flash version primary", version},
+};
+static_assert(is_complete(kCommands));
+
+}  // namespace
+
+constinit const Family kFlash = {"flash", "partitions and image versions", "", kCommands};
+
+}  // namespace tqctl

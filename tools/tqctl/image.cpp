@@ -1,0 +1,236 @@
+// image.cpp - tqctl image: which firmware image the boot loader starts next.
+#include <tq/image_switch.h>
+#include <tq/mtd.h>
+#include <tq/redboot.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+#include "boot_block.h"
+#include "families.h"
+
+namespace tqctl {
+
+namespace {
+
+const char* name_of(int image) {
+    return image == 0 ? "primary" : "backup";
+}
+
+// The image that is started next; negative where the block does not say.
+int next_image() {
+    LibraryOutput output;
+    return sys_image_check();
+}
+
+ExitCode refuse_unknown_image(const Context& context) {
+    return context.fail(ExitCode::kRefused, "the block has no boot script or no alias/kernel");
+}
+
+// status
+
+void print_version(Context& context, const char* name, const char* key) {
+    const auto version = find_entry(redboot_config, key);
+    if (version) context.output.member(name, OneLine(ValueText(*version).view()).c_str());
+}
+
+ExitCode status(Context& context, Arguments) {
+    const ExitCode loaded = load_block(context);
+    if (loaded != ExitCode::kDone) return loaded;
+    const int next = next_image();
+    context.output.member("active", name_of(get_active_image_type()));
+    context.output.member("next", next < 0 ? "unknown" : name_of(next));
+    print_version(context, "primary_version", "pri_pelkin_ver");
+    print_version(context, "backup_version", "qak_pelkin_ver");
+    context.output.member("primary_usable", check_primary_image() == 0 ? "true" : "false");
+    context.output.member("backup_usable", check_backup_image() == 0 ? "true" : "false");
+    return next < 0 ? refuse_unknown_image(context) : ExitCode::kDone;
+}
+
+// check
+
+ExitCode check(Context& context, Arguments) {
+    const ExitCode loaded = load_block(context);
+    if (loaded != ExitCode::kDone) return loaded;
+    const int next = next_image();
+    if (next < 0) return refuse_unknown_image(context);
+    context.output.value("next", std::string_view(name_of(next)));
+    return ExitCode::kDone;
+}
+
+// switch
+
+// The switch on the block in memory, for what it would change. The calls are those of the library's
+// switch, in its order; nothing is written.
+
+const char* stored_text(const char* key, uint32_t type) {
+    const char* text = nullptr;
+    return redboot_get_config(key, &text, type) == 1 ? text : nullptr;
+}
+
+// Reads no more of a stored text than its field holds.
+bool equals(const char* stored, std::string_view text) {
+    return std::string_view(stored, strnlen(stored, kLongestText + 1)) == text;
+}
+
+bool has_image(const char* version_key) {
+    const char* version = stored_text(version_key, REDBOOT_CONFIG_STRING);
+    return version && !equals(version, "0.0.0");
+}
+
+void enable_script() {
+    const uint32_t yes = 1;
+    const uint32_t seconds = 5;
+    redboot_set_config(redboot_script_en_key, &yes, REDBOOT_CONFIG_BOOL);
+    redboot_set_config(redboot_script_timeout_key, &seconds, REDBOOT_CONFIG_INT);
+}
+
+const char* turn(const char* key, const char* primary, const char* backup) {
+    const bool has_backup = has_image("qak_pelkin_ver");
+    const char* current = "";
+    if (redboot_get_config(key, &current, REDBOOT_CONFIG_STRING) != 1) {
+        const char* value = has_backup ? backup : primary;
+        const redboot_config_option option = {
+            key, key, nullptr, 1, REDBOOT_CONFIG_STRING, reinterpret_cast<uintptr_t>(value)};
+        return redboot_add_config(&option) == 1 ? nullptr : "there is no room for an alias";
+    }
+    const bool to_backup = equals(current, primary);
+    if (to_backup && !has_backup) return "there is no backup image";
+    if (!to_backup && !has_image("pri_pelkin_ver")) return "there is no primary image";
+    const char* value = to_backup ? backup : primary;
+    const bool set = redboot_set_config(key, value, REDBOOT_CONFIG_STRING) == 1;
+    return set ? nullptr : "an alias is of another type than string";
+}
+
+// What keeps the library from switching, or null.
+const char* rehearse_switch() {
+    const LibraryOutput output;
+    uint32_t enabled = 0;
+    if (redboot_get_config(redboot_script_en_key, &enabled, REDBOOT_CONFIG_BOOL) != 1) {
+        return "the block has no entry boot_script";
+    }
+    if (!enabled) enable_script();
+    const char* script = stored_text(redboot_script_data_key, REDBOOT_CONFIG_SCRIPT);
+    if (!script) return "the block has no script boot_script_data";
+    if (!equals(script, redboot_script_default)) {
+        redboot_set_config(redboot_script_data_key, redboot_script_default, REDBOOT_CONFIG_SCRIPT);
+    }
+    const char* problem = turn(redboot_kernel_alias, redboot_pri_kernel, redboot_bak_kernel);
+    if (problem) return problem;
+    return turn(redboot_rootdev_alias, redboot_pri_rootdev, redboot_bak_rootdev);
+}
+
+Json difference(const char* from, const char* to) {
+    Json object(json_object_new_object());
+    const bool whole = (!from || json_add(object.get(), "from", json_text(from))) &&
+                       json_add(object.get(), "to", json_text(to));
+    return whole ? std::move(object) : nullptr;
+}
+
+// The entries of the block in memory that are others than before.
+void print_difference(Context& context, const unsigned char* before) {
+    Json differences(json_object_new_object());
+    BlockReader reader(redboot_config);
+    while (const auto entry = reader.next()) {
+        const auto old = find_entry(before, entry->key);
+        if (old && memcmp(old->value, entry->value, entry->value_size) == 0) continue;
+        const OneLine to(ValueText(*entry).view());
+        const OneLine from(old ? ValueText(*old).view() : std::string_view());
+        if (context.output.is_json()) {
+            json_add(differences.get(), entry->key,
+                     difference(old ? from.c_str() : nullptr, to.c_str()));
+        } else if (old) {
+            printf("%s: %s -> %s\n", OneLine(entry->key).c_str(), from.c_str(), to.c_str());
+        } else {
+            printf("%s: added as %s\n", OneLine(entry->key).c_str(), to.c_str());
+        }
+    }
+    if (context.output.is_json()) context.output.document(differences);
+}
+
+// Standard input answers; its end is a no.
+bool confirms(int next) {
+    fprintf(stderr, "tqctl: image switch: start the %s image next time? [y/N] ",
+            name_of(next == 0 ? 1 : 0));
+    char answer[16] = "";
+    if (!fgets(answer, sizeof(answer), stdin)) return false;
+    return strcmp(answer, "y\n") == 0 || strcmp(answer, "yes\n") == 0;
+}
+
+ExitCode switch_now(Context& context) {
+    LibraryOutput output;
+    const int result = sys_image_switch();
+    output.stop();
+    if (result != 0 && !output.is_empty()) {
+        return context.fail(ExitCode::kRefused, "%s", output.text());
+    }
+    if (result != 0) {
+        return context.fail(ExitCode::kInputOutput, "the block could not be written");
+    }
+    const ExitCode code = compare_with_flash(context);
+    if (code != ExitCode::kDone) return code;
+    context.output.value("next", std::string_view(name_of(next_image())));
+    return ExitCode::kDone;
+}
+
+struct SwitchOptions {
+    bool yes = false;
+    bool dry_run = false;
+};
+
+bool parse_options(Arguments arguments, SwitchOptions& options) {
+    for (const char* argument : arguments) {
+        if (strcmp(argument, "--yes") == 0) {
+            options.yes = true;
+        } else if (strcmp(argument, "--dry-run") == 0) {
+            options.dry_run = true;
+        } else {
+            return false;
+        }
+    }
+    return true;
+}
+
+ExitCode switch_image(Context& context, Arguments arguments) {
+    SwitchOptions options;
+    if (!parse_options(arguments, options)) return context.misuse("--yes and --dry-run only");
+    const ExitCode loaded = load_block(context);
+    if (loaded != ExitCode::kDone) return loaded;
+    unsigned char before[kBlockSize];
+    memcpy(before, redboot_config, sizeof(before));
+    const char* problem = rehearse_switch();
+    if (problem) return context.fail(ExitCode::kRefused, "%s", problem);
+    if (options.dry_run) {
+        print_difference(context, before);
+        return ExitCode::kDone;
+    }
+    if (!options.yes && !confirms(next_image())) {
+        return context.fail(ExitCode::kRefused, "not confirmed, nothing was changed");
+    }
+    return switch_now(context);
+}
+
+constexpr Command kCommands[] = {
+    {"status", "", 0, 0, "prints what is known of both images",
+     "The image that runs, the one that is started next, their versions in the boot\n"
+     "loader's block, and whether fw_printenv marks them as usable.",
+     "tqctl image status", status},
+    {"switch", "[--yes] [--dry-run]", 0, 2, "starts the other image next time",
+     "Asks first; --yes answers. With --dry-run it prints which entries of the block\n"
+     "would change and how, and changes nothing. The image that is started next is\n"
+     "printed when the block was written, read back and compared.",
+     "tqctl image switch --dry-run", switch_image},
+    {"check", "", 0, 0, "prints which image is started next", "It is primary or backup.",
+     "tqctl image check", check},
+};
+static_assert(is_complete(kCommands));
+
+}  // namespace
+
+constinit const Family kImage = {
+    "image", "the firmware image that is started next",
+    "The boot loader's configuration block names it, in its aliases and its script.", kCommands};
+
+}  // namespace tqctl

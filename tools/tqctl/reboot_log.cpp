@@ -1,0 +1,238 @@
+// reboot_log.cpp - tqctl reboot-log: why the device rebooted.
+#include <tq/reboot_cause.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <iterator>
+#include <memory>
+#include <utility>
+
+#include "families.h"
+
+namespace tqctl {
+
+namespace {
+
+struct CloseFile {
+    void operator()(FILE* file) const { fclose(file); }
+};
+using File = std::unique_ptr<FILE, CloseFile>;
+
+// Why the library could not use the store.
+ExitCode explain(const Context& context) {
+    const char* path = get_reboot_cause_file();
+    if (!path) return context.fail(ExitCode::kRefused, "the board names no file for the records");
+    const File store(fopen(path, "r+e"));
+    if (store)
+        return context.fail(ExitCode::kInputOutput, "%s: does not take what is written", path);
+    return context.fail(exit_code_of(errno), "%s: %s", path, strerror(errno));
+}
+
+// A decimal number from `low` to `high`, and nothing else.
+bool parse_number(const char* text, long low, long high, long& number) {
+    char* end = nullptr;
+    errno = 0;
+    number = strtol(text, &end, 10);
+    return end != text && !*end && errno == 0 && number >= low && number <= high;
+}
+
+// list
+
+constexpr const char* kTimeQualities[] = {"unknown", "synchronised", "estimated", "corrected"};
+
+const char* quality_name(const reboot_cause_record& record) {
+    return record.time_quality < std::size(kTimeQualities) ? kTimeQualities[record.time_quality]
+                                                           : "invalid";
+}
+
+template <size_t size>
+std::string_view text_of(const char (&field)[size]) {
+    return {field, strnlen(field, size)};
+}
+
+// A field of a line: no byte of the store's breaks the line or reaches the terminal as a command.
+void print_field(std::string_view text, char separator) {
+    for (const char byte : text) {
+        const auto code = static_cast<unsigned char>(byte);
+        putchar(code < 0x20 || code == 0x7f ? '?' : byte);
+    }
+    putchar(separator);
+}
+
+void print_record(const reboot_cause_record& record) {
+    char time[32] = "";
+    const time_t seconds = record.time;
+    tm utc{};
+    if (gmtime_r(&seconds, &utc)) strftime(time, sizeof(time), "%Y-%m-%dT%H:%M:%SZ", &utc);
+    printf("%u\t%u\t%s\t%s\t%" PRIu32 "\t", record.sequence, record.cause, time,
+           quality_name(record), record.uptime);
+    print_field(text_of(record.process), '\t');
+    print_field(text_of(record.message), '\t');
+    print_field(text_of(record.location), '\n');
+}
+
+Json number(int64_t value) {
+    return Json(json_object_new_int64(value));
+}
+
+Json describe(const reboot_cause_record& record) {
+    Json object(json_object_new_object());
+    const bool whole = json_add(object.get(), "sequence", number(record.sequence)) &&
+                       json_add(object.get(), "cause", number(record.cause)) &&
+                       json_add(object.get(), "time", number(record.time)) &&
+                       json_add(object.get(), "time_quality", json_text(quality_name(record))) &&
+                       json_add(object.get(), "uptime", number(record.uptime)) &&
+                       json_add(object.get(), "process", json_text(text_of(record.process))) &&
+                       json_add(object.get(), "message", json_text(text_of(record.message))) &&
+                       json_add(object.get(), "location", json_text(text_of(record.location)));
+    return whole ? std::move(object) : nullptr;
+}
+
+ExitCode list(Context& context, Arguments arguments) {
+    long maximum = REBOOT_CAUSE_RECORDS;
+    if (!arguments.empty() && !parse_number(arguments[0], 1, REBOOT_CAUSE_RECORDS, maximum))
+        return context.misuse("'%s' is not a number from 1 to 20", arguments[0]);
+    reboot_cause_record records[REBOOT_CAUSE_RECORDS];
+    const int count = rb_read_reboot_cause(records, static_cast<int>(maximum));
+    if (count < 0) return explain(context);
+    if (!context.output.is_json()) {
+        std::for_each_n(records, count, print_record);
+        return ExitCode::kDone;
+    }
+    const Json array(json_object_new_array());
+    for (int i = 0; i < count; i++) {
+        Json object = describe(records[i]);
+        if (json_object_array_add(array.get(), object.get()) == 0) (void)object.release();
+    }
+    context.output.document(array);
+    return ExitCode::kDone;
+}
+
+// stats
+
+void print_count(Context& context, const char* key, int64_t count) {
+    if (context.output.is_json()) return context.output.value(key, count);
+    printf("%s=%" PRId64 "\n", key, count);
+}
+
+ExitCode stats(Context& context, Arguments) {
+    reboot_cause_statistic statistic;
+    if (rb_read_reboot_statistic(&statistic) != 0) return explain(context);
+    constexpr const char* kKeys[] = {"cause1", "cause2", "cause3", "cause4", "cause5"};
+    static_assert(std::size(kKeys) == std::size(statistic.cause_count));
+    print_count(context, "total", statistic.total);
+    for (size_t i = 0; i < std::size(kKeys); i++)
+        print_count(context, kKeys[i], statistic.cause_count[i]);
+    print_count(context, "other", statistic.other_count);
+    print_count(context, "last_cause", statistic.last_cause);
+    return ExitCode::kDone;
+}
+
+// add
+
+ExitCode add(Context& context, Arguments arguments) {
+    long cause = 0;
+    if (!parse_number(arguments[0], 0, UINT8_MAX, cause))
+        return context.misuse("'%s' is not a number from 0 to 255", arguments[0]);
+    constexpr size_t kLongest = sizeof(reboot_cause_record::message) - 1;
+    if (strlen(arguments[1]) > kLongest)
+        return context.fail(ExitCode::kRefused, "a message is at most %zu bytes long", kLongest);
+    const int result = rb_write_reboot_cause(static_cast<int>(cause), "tqctl", "reboot-log add",
+                                             __LINE__, "%s", arguments[1]);
+    if (result == 1) return context.fail(ExitCode::kRefused, "this run has its record already");
+    return result == 0 ? ExitCode::kDone : explain(context);
+}
+
+// panic
+
+ExitCode panic(Context& context, Arguments arguments) {
+    long identifier = 0;
+    if (!parse_number(arguments[0], 0, UINT16_MAX, identifier))
+        return context.misuse("'%s' is not a number from 0 to 65535", arguments[0]);
+    reboot_cause_statistic statistic;
+    if (rb_read_reboot_statistic(&statistic) != 0) return explain(context);
+    reboot_panic_buffer buffer{};
+    buffer.identifier = static_cast<uint32_t>(identifier);
+    // A fresh store has two texts of the identifier 0, and nothing in them.
+    if (rb_read_panic_by_index(&buffer) != 0 || !*buffer.text)
+        return context.fail(ExitCode::kRefused, "no panic has the identifier %ld", identifier);
+    std::string_view text = text_of(buffer.text);
+    if (text.back() == '\n') text.remove_suffix(1);
+    context.output.value("text", text);
+    return ExitCode::kDone;
+}
+
+// check
+
+ExitCode check(Context& context, Arguments) {
+    reboot_cause_statistic statistic;
+    if (rb_read_reboot_statistic(&statistic) != 0) return explain(context);
+    context.output.value("reset", rb_kernel_up_check() != 0 ? "unplanned" : "planned");
+    return ExitCode::kDone;
+}
+
+// fix-times
+
+// How many records have a corrected time; -1 where the store is not available.
+int corrected() {
+    reboot_cause_record records[REBOOT_CAUSE_RECORDS];
+    const int count = rb_read_reboot_cause(records, REBOOT_CAUSE_RECORDS);
+    if (count < 0) return -1;
+    return static_cast<int>(std::count_if(records, records + count, [](const auto& record) {
+        return record.time_quality == REBOOT_TIME_CORRECTED;
+    }));
+}
+
+ExitCode fix_times(Context& context, Arguments) {
+    const int before = corrected();
+    if (before < 0) return explain(context);
+    if (rb_correct_reboot_time_now() != 0)
+        return context.fail(ExitCode::kInputOutput, "the uptime cannot be read");
+    context.output.value("corrected", corrected() - before);
+    return ExitCode::kDone;
+}
+
+constexpr Command kCommands[] = {
+    {"list", "[NUMBER]", 0, 1, "prints the records, newest first",
+     "One line a record, at most NUMBER (of 20), with tabs between its sequence\n"
+     "number, cause, time in UTC, how the time is known (unknown, synchronised,\n"
+     "estimated, corrected), uptime in seconds, process, message and code location.\n"
+     "Control characters are printed as '?'. JSON is an array of objects, with the\n"
+     "time in seconds since 1970.",
+     "tqctl reboot-log list 5", list},
+    {"stats", "", 0, 0, "prints how many records there were of each cause",
+     "Lines total=N, cause1=N to cause5=N, other=N and last_cause=CAUSE. Resets that\n"
+     "nobody planned count as cause 4.",
+     "tqctl reboot-log stats", stats},
+    {"add", "CAUSE MESSAGE", 2, 2, "records why the device is about to reboot",
+     "CAUSE is a number from 0 to 255, MESSAGE at most 47 bytes long. Only the first\n"
+     "record of a run is kept: a second one is refused.",
+     "tqctl reboot-log add 2 'new firmware'", add},
+    {"panic", "IDENTIFIER", 1, 1, "prints the text of a kernel panic",
+     "IDENTIFIER is a number from 0 to 65535; the store has two texts.", "tqctl reboot-log panic 1",
+     panic},
+    {"check", "", 0, 0, "begins a run: records a reset that nobody planned",
+     "Prints planned where the last run left a record, else unplanned: the watchdog\n"
+     "or a power loss is recorded then. For the start-up sequence, once per boot: a\n"
+     "second one records a reset that did not happen.",
+     "tqctl reboot-log check", check},
+    {"fix-times", "", 0, 0, "corrects the times recorded while the clock was not right",
+     "For when the clock has been set. Prints how many records it corrected.",
+     "tqctl reboot-log fix-times", fix_times},
+};
+static_assert(is_complete(kCommands));
+
+}  // namespace
+
+constinit const Family kRebootLog = {
+    "reboot-log", "why the device rebooted",
+    "The records lie in a file that the board names. Where it is missing, or is no\n"
+    "store of records, each of these commands makes it anew, without any.",
+    kCommands};
+
+}  // namespace tqctl

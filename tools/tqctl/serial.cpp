@@ -1,0 +1,53 @@
+// serial.cpp - tqctl sn: the product serial number.
+#include <tq/image_switch.h>
+
+#include <cstring>
+
+#include "boot_block.h"
+#include "families.h"
+
+namespace tqctl {
+
+namespace {
+
+ExitCode get(Context& context, Arguments) {
+    char serial[129];
+    LibraryOutput output;
+    const int result = sys_sn_get(serial, sizeof(serial));
+    output.stop();
+    if (result < 0) return explain_failed_load(context);
+    if (result > 0) return context.fail(ExitCode::kRefused, "there is no serial number");
+    context.output.value("serial_number", std::string_view(serial));
+    return ExitCode::kDone;
+}
+
+ExitCode set(Context& context, Arguments arguments) {
+    if (strlen(arguments[0]) > kLongestText) {
+        return context.fail(ExitCode::kRefused, "a serial number is at most %zu bytes long",
+                            kLongestText);
+    }
+    LibraryOutput output;
+    const int result = sys_sn_set(arguments[0]);
+    output.stop();
+    if (result < 0) return explain_failed_load(context);
+    if (result == 0) return compare_with_flash(context);
+    if (!output.is_empty()) return context.fail(ExitCode::kRefused, "%s", output.text());
+    return context.fail(ExitCode::kInputOutput, "the block could not be written");
+}
+
+constexpr Command kCommands[] = {
+    {"get", "", 0, 0, "prints the serial number", "Up to 128 bytes, as they are stored.",
+     "tqctl sn get", get},
+    {"set", "TEXT", 1, 1, "stores the serial number",
+     "At most 127 bytes. It is written at once, read back and compared.", "tqctl sn set A1B2C3D4",
+     set},
+};
+static_assert(is_complete(kCommands));
+
+}  // namespace
+
+constinit const Family kSerial = {"sn", "the product serial number",
+                                  "It is kept in the boot loader's configuration block.",
+                                  kCommands};
+
+}  // namespace tqctl
