@@ -23,7 +23,7 @@ constexpr KnownProcess kProcesses[] = {
     {0, LOG_LOCAL5, "unknown", "unknown"},
     {1, LOG_LOCAL5, "klogd", "kernel"},
     {2, LOG_LOCAL5, "procd", "proc"},
-    {3, LOG_LOCAL5, "ubusd", "bus"},
+    {3, LOG_LOCAL5, "busd", "bus"},
     {4, LOG_LOCAL5, "netifd", "net"},
     {5, LOG_LOCAL5, "hotplugd", "hotplug"},
     {6, LOG_DAEMON, "dnsmasq", "dns"},

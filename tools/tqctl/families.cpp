@@ -8,10 +8,6 @@ namespace {
 // clang-format off
 constexpr const Family* kFamilies[] = {
     &kUci,
-    &kPs,
-    &kLog,
-    &kStatus,
-    &kUpgrade,
     &kConfig,
     &kBoard,
     &kMac,
@@ -25,6 +21,8 @@ constexpr const Family* kFamilies[] = {
     &kBw,
     &kFlow,
     &kRebootLog,
+    &kPs,
+    &kLog,
     &kStatus,
     &kUpgrade,
     &kFlash,

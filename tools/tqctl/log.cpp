@@ -11,10 +11,12 @@
 #include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <utility>
 
 #include "families.h"
 #include "log_state.h"
+#include "number.h"
 #include "process.h"
 
 namespace tqctl {
@@ -27,20 +29,15 @@ constexpr char kLevels[][8] = {"emerg",   "alert",  "crit", "err",
 constexpr uint32_t kMinSize = 10;
 constexpr uint32_t kMaxSize = 10240;
 
-template <typename Number>
-bool parse(const char* text, Number& number) {
-    const char* last = text + strlen(text);
-    const auto [end, error] = std::from_chars(text, last, number);
-    return error == std::errc{} && end == last;
-}
-
 bool parse_level(const char* text, int& level) {
     for (size_t i = 0; i < std::size(kLevels); i++) {
         if (strcmp(text, kLevels[i]) != 0) continue;
         level = static_cast<int>(i);
         return true;
     }
-    return parse(text, level) && level >= 0 && level < static_cast<int>(std::size(kLevels));
+    const std::optional<int64_t> number = parse_number(text, 0, std::size(kLevels) - 1);
+    level = static_cast<int>(number.value_or(0));
+    return number.has_value();
 }
 
 // A process or all of them, as the setters want it.
@@ -153,11 +150,11 @@ ExitCode size(Context& context, Arguments arguments) {
         context.output.value("size", get_syslog_file_size());
         return ExitCode::kDone;
     }
-    uint32_t wanted = 0;
-    if (!parse(arguments[0], wanted) || wanted < kMinSize || wanted > kMaxSize)
+    const std::optional<int64_t> wanted = parse_number(arguments[0], kMinSize, kMaxSize);
+    if (!wanted)
         return context.misuse("'%s' is not a size from %u to %u", arguments[0], kMinSize, kMaxSize);
     const ExitCode code = prepare_config_file(context);
-    if (code == ExitCode::kDone) set_log_file_size_scfg(wanted);
+    if (code == ExitCode::kDone) set_log_file_size_scfg(static_cast<uint32_t>(*wanted));
     return code;
 }
 
@@ -173,18 +170,25 @@ ExitCode end_trace(const Context& context) {
     return ExitCode::kDone;
 }
 
+bool parse_identifier(const char* text, uint64_t& id) {
+    const char* last = text + strlen(text);
+    const auto [end, error] = std::from_chars(text, last, id);
+    return error == std::errc{} && end == last;
+}
+
 ExitCode start_trace(const Context& context, Arguments arguments) {
     uint32_t address = 0;
     int level = 0;
     wcd_trace_settings trace{};
     trace.enable = 1;
     trace.host_name = arguments[0];
-    if (!parse(arguments[1], trace.port) || trace.port == 0)
-        return context.misuse("'%s' is not a port from 1 to 65535", arguments[1]);
+    const std::optional<int64_t> port = parse_number(arguments[1], 1, UINT16_MAX);
+    if (!port) return context.misuse("'%s' is not a port from 1 to 65535", arguments[1]);
     if (!parse_level(arguments[2], level))
         return context.misuse("'%s' is not a level from 0 (emerg) to 7 (debug)", arguments[2]);
+    trace.port = static_cast<uint16_t>(*port);
     trace.level = level;
-    if (arguments.size() == 4 && !parse(arguments[3], trace.id))
+    if (arguments.size() == 4 && !parse_identifier(arguments[3], trace.id))
         return context.misuse("'%s' is not an identifier", arguments[3]);
     if (get_ip_by_hostname(trace.host_name, &address) != 0)
         return context.fail(ExitCode::kRefused, "%s: no address", trace.host_name);
