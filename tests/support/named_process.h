@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <stdexcept>
@@ -18,9 +19,8 @@ namespace tq_test {
 
 // What a process and its test both see.
 struct Shared {
-    volatile int signals;
-    volatile int mask;
-    volatile int connected;
+    std::atomic<int> signals;
+    std::atomic<int> mask;
 };
 
 inline Shared* shared() {
@@ -30,7 +30,7 @@ inline Shared* shared() {
 }
 
 inline void count_signal(int) {
-    shared()->signals = shared()->signals + 1;
+    shared()->signals++;
 }
 
 // Waits until the condition holds, ten seconds at most.
