@@ -18,7 +18,9 @@
 #include <tq/netif.h>
 #include <tq/redboot.h>
 #include <tq/ip_address.h>
+#include <tq/process.h>
 #include <tq/status_file.h>
+#include <tq/syslog_config.h>
 #include <tq/types.h>
 #include <tq/uci_path.h>
 #include <tq/uci_session.h>

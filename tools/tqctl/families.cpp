@@ -21,6 +21,8 @@ constexpr const Family* kFamilies[] = {
     &kBw,
     &kFlow,
     &kRebootLog,
+    &kPs,
+    &kLog,
     &kStatus,
     &kUpgrade,
     &kFlash,

@@ -16,6 +16,8 @@ extern const Family kArp;
 extern const Family kRoute;
 extern const Family kResolve;
 extern const Family kIp;
+extern const Family kPs;
+extern const Family kLog;
 extern const Family kBus;
 extern const Family kFm;
 extern const Family kBw;
