@@ -22,8 +22,10 @@
 #include <tq/status_file.h>
 #include <tq/syslog_config.h>
 #include <tq/types.h>
+#include <tq/uci_option.h>
 #include <tq/uci_path.h>
 #include <tq/uci_session.h>
+#include <tq/wifi.h>
 #include <tq/util.h>
 
 #endif /* TQ_TQ_H */

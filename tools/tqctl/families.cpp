@@ -9,6 +9,7 @@ namespace {
 constexpr const Family* kFamilies[] = {
     &kUci,
     &kConfig,
+    &kWifi,
     &kBoard,
     &kMac,
     &kIf,

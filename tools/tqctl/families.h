@@ -9,6 +9,7 @@ namespace tqctl {
 // NOLINTBEGIN(bugprone-dynamic-static-initializers)
 extern const Family kUci;
 extern const Family kConfig;
+extern const Family kWifi;
 extern const Family kBoard;
 extern const Family kMac;
 extern const Family kIf;
