@@ -12,6 +12,8 @@
 #include <tq/mtd.h>
 #include <tq/netif.h>
 #include <tq/redboot.h>
+#include <tq/dictionary.h>
+#include <tq/iniparser.h>
 #include <tq/ip_address.h>
 #include <tq/status_file.h>
 #include <tq/types.h>
