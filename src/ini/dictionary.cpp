@@ -27,12 +27,17 @@ class FreeSlots {
         return total;
     }
 
-    // All of them in use; the words are zero.
-    void start(uint32_t* words, uint64_t slots) {
+    void use(uint32_t* words) { words_ = words; }
+
+    // All of them are free.
+    void start(uint64_t slots) {
+        uint32_t* words = words_;
         levels_ = 0;
         do {
-            slots = words_of_level(slots);
             level_[levels_++] = words;
+            memset(words, 0xff, slots / kBits * sizeof(*words));
+            if (slots % kBits != 0) words[slots / kBits] = bit(slots) - 1;
+            slots = words_of_level(slots);
             words += slots;
         } while (slots > 1);
     }
@@ -65,8 +70,9 @@ class FreeSlots {
     static constexpr int kMostLevels = 7;  // for 2^35 slots
 
     static uint64_t words_of_level(uint64_t bits) { return (bits + kBits - 1) / kBits; }
-    static uint32_t bit(unsigned slot) { return uint32_t{1} << slot % kBits; }
+    static uint32_t bit(uint64_t slot) { return uint32_t{1} << slot % kBits; }
 
+    uint32_t* words_;
     uint32_t* level_[kMostLevels];
     int levels_;
 };
@@ -132,14 +138,10 @@ void remove_from_index(Index* index, const dictionary* d, unsigned slot) {
     index->free_slots.give(slot);
 }
 
-void rebuild_index(Index* index, const dictionary* d) {
-    memset(index->buckets, 0, (size_t{index->mask} + 1) * sizeof(*index->buckets));
+// Into an empty index.
+void add_all_to_index(Index* index, const dictionary* d) {
     for (unsigned slot = 0; slot < static_cast<unsigned>(d->size); slot++) {
-        if (d->key[slot]) {
-            add_to_index(index, d, slot);
-        } else {
-            index->free_slots.give(slot);
-        }
+        if (d->key[slot]) add_to_index(index, d, slot);
     }
     index->entries = d->n;
 }
@@ -161,7 +163,8 @@ bool allocate_arrays(dictionary* d, int size) {
     index->size = size;
     index->mask = static_cast<unsigned>(bucket_count(size) - 1);
     index->buckets = d->hash + size;
-    index->free_slots.start(index->buckets + bucket_count(size), slots);
+    index->free_slots.use(index->buckets + bucket_count(size));
+    index->free_slots.start(slots);
     return true;
 }
 
@@ -178,7 +181,10 @@ void free_arrays(const dictionary* d) {
 // Before a change: takes notice of what the caller has changed.
 void bring_in_step(const dictionary* d) {
     Index* index = index_of(d);
-    if (index && index->entries != d->n) rebuild_index(index, d);
+    if (!index || index->entries == d->n) return;
+    memset(index->buckets, 0, (size_t{index->mask} + 1) * sizeof(*index->buckets));
+    index->free_slots.start(static_cast<uint64_t>(d->size));
+    add_all_to_index(index, d);
 }
 
 bool grow(dictionary* d) {
@@ -188,7 +194,7 @@ bool grow(dictionary* d) {
     std::copy_n(old.val, old.size, d->val);
     std::copy_n(old.key, old.size, d->key);
     std::copy_n(old.hash, old.size, d->hash);
-    rebuild_index(index_of(d), d);
+    add_all_to_index(index_of(d), d);
     free_arrays(&old);
     return true;
 }
@@ -273,7 +279,6 @@ dictionary* dictionary_new(int size) {
         free(d);
         return nullptr;
     }
-    rebuild_index(index_of(d), d);
     return d;
 }
 

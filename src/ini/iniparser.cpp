@@ -85,6 +85,10 @@ char* parse_value(char* text) {
     return text;
 }
 
+void say_out_of_memory() {
+    fputs("iniparser: memory allocation failure\n", stderr);
+}
+
 // Puts the entries of a file into a dictionary, and says on standard error what is wrong with it.
 class Loader {
   public:
@@ -109,7 +113,7 @@ class Loader {
     size_t used_ = 0;
     size_t section_length_ = 0;
     char line_[kLineLength + 1];
-    char name_[2 * kLineLength];  // section:key
+    char name_[2 * kLineLength] = "";  // section:key
 };
 
 bool Loader::load() {
@@ -124,7 +128,7 @@ bool Loader::load() {
         }
         if (is_continued()) continue;
         if (!take_line()) {
-            fputs("iniparser: memory allocation failure\n", stderr);
+            say_out_of_memory();
             return false;
         }
         used_ = 0;
@@ -288,6 +292,7 @@ void iniparser_unset(dictionary* d, const char* entry) {
 dictionary* iniparser_load(const char* ininame) {
     if (!ininame) return nullptr;
     dictionary* d = dictionary_new(0);
+    if (!d) say_out_of_memory();
     if (d && Loader(ininame, d).load()) return d;
     iniparser_freedict(d);
     return nullptr;
