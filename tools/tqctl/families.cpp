@@ -22,6 +22,7 @@ constexpr const Family* kFamilies[] = {
     &kImage,
     &kRedboot,
     &kSerial,
+    &kIni,
     &kHelp,
     &kMan,
     &kCompletion,
