@@ -29,6 +29,10 @@ const char* next_value() {
     return text;
 }
 
+// The connection is made once, so that it does not count for the calls.
+bool connect_once() {
+    static const bool connected = init_ubus_client() == 0;
+    return connected;
 // The flash of the simulated device holds no block before the first call.
 void load_block() {
     static const bool formatted = [] {
@@ -86,6 +90,13 @@ constexpr Call kCalls[] = {
     {"tq_get_eth_ifname", [] { tq_get_eth_ifname(1); }},
     {"get_wan_if_mac", [] { get_wan_if_mac(text, sizeof(text)); }},
     {"get_key_vlaue", [] { get_key_vlaue("echo Image1Stable=1", "Image1Stable", &number); }},
+    {"tq_get_mem_usage",
+     [] {
+         uint32_t usage = 0;
+         if (connect_once()) tq_get_mem_usage(&usage);
+     }},
+    {"set_fm_action over the bus", [] { (void)(connect_once() && set_fm_action(5)); }},
+    {"set_fm_action by command", [] { set_fm_action(5); }},
     {"rb_write_reboot_cause",
      [] { run_ends([] { rb_write_reboot_cause(1, "upgrade.c", "finish", 77, "new firmware"); }); }},
     {"rb_write_reboot_cause_inner", [] { run_ends([] { rb_write_reboot_cause_inner(records); }); }},

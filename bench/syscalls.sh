@@ -6,6 +6,7 @@ set -eu
 
 one_call=$1
 trace=/tmp/one_call.trace
+if command -v device_services >/dev/null; then device_services; fi
 
 # count CALL TIMES: prints "NAME N" lines of the calls made by the process itself.
 count() {
@@ -15,7 +16,7 @@ count() {
 
 echo '| call | system calls | which |'
 echo '|---|---|---|'
-for call in $("$one_call" --list); do
+"$one_call" --list | while read -r call; do
     count "$call" 1 > /tmp/once
     count "$call" 11 > /tmp/eleven
     awk -v call="$call" '

@@ -2,6 +2,10 @@
 #ifndef TQ_TQ_H
 #define TQ_TQ_H
 
+#include <tq/bus.h>
+#include <tq/bwctl.h>
+#include <tq/command.h>
+#include <tq/fm.h>
 #include <tq/board.h>
 #include <tq/command.h>
 #include <tq/reboot_cause.h>
@@ -10,6 +14,7 @@
 #include <tq/thd_eloop.h>
 #include <tq/image_switch.h>
 #include <tq/mtd.h>
+#include <tq/mac.h>
 #include <tq/netif.h>
 #include <tq/redboot.h>
 #include <tq/dictionary.h>

@@ -10,11 +10,16 @@ namespace tqctl {
 extern const Family kUci;
 extern const Family kConfig;
 extern const Family kBoard;
+extern const Family kMac;
 extern const Family kIf;
 extern const Family kArp;
 extern const Family kRoute;
 extern const Family kResolve;
 extern const Family kIp;
+extern const Family kBus;
+extern const Family kFm;
+extern const Family kBw;
+extern const Family kFlow;
 extern const Family kRebootLog;
 extern const Family kStatus;
 extern const Family kUpgrade;
