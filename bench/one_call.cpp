@@ -96,6 +96,7 @@ void run_ends(void (*write)()) {
 
 constexpr Call kCalls[] = {
     {"read_line", [] { read_line("/etc/config/system", "hostname", text, sizeof(text)); }},
+    {"iniparser_load", [] { iniparser_freedict(iniparser_load("/etc/board.conf")); }},
     {"run_cmd", [] { run_cmd("echo eth0", text, sizeof(text)); }},
     {"bbi_radio_device", [] { bbi_radio_device(1, text, sizeof(text)); }},
     {"get_vap_name", [] { get_vap_name(1, 3, text, sizeof(text)); }},

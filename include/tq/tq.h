@@ -17,6 +17,8 @@
 #include <tq/mac.h>
 #include <tq/netif.h>
 #include <tq/redboot.h>
+#include <tq/dictionary.h>
+#include <tq/iniparser.h>
 #include <tq/ip_address.h>
 #include <tq/process.h>
 #include <tq/status_file.h>

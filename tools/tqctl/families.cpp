@@ -30,6 +30,7 @@ constexpr const Family* kFamilies[] = {
     &kImage,
     &kRedboot,
     &kSerial,
+    &kIni,
     &kHelp,
     &kMan,
     &kCompletion,

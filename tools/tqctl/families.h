@@ -30,6 +30,7 @@ extern const Family kFlash;
 extern const Family kImage;
 extern const Family kRedboot;
 extern const Family kSerial;
+extern const Family kIni;
 extern const Family kHelp;
 extern const Family kMan;
 extern const Family kCompletion;
