@@ -96,6 +96,7 @@ void run_ends(void (*write)()) {
 
 constexpr Call kCalls[] = {
     {"read_line", [] { read_line("/etc/config/system", "hostname", text, sizeof(text)); }},
+    {"iniparser_load", [] { iniparser_freedict(iniparser_load("/etc/board.conf")); }},
     {"run_cmd", [] { run_cmd("echo eth0", text, sizeof(text)); }},
     {"bbi_radio_device", [] { bbi_radio_device(1, text, sizeof(text)); }},
     {"get_vap_name", [] { get_vap_name(1, 3, text, sizeof(text)); }},
@@ -129,6 +130,18 @@ constexpr Call kCalls[] = {
     {"redboot_get_config", find_key},
     {"mtd_open", [] { close(mtd_open("/etc/config/system", 1)); }},
     {"check_primary_image", [] { check_primary_image(); }},
+    {"apps_is_running", [] { apps_is_running(11); }},
+    {"set_process_syslog_level",
+     [] {
+         syslog_cfg = get_syslog_cfg();
+         set_process_syslog_level(11, static_cast<int>(++serial));
+     }},
+    {"write_syslog_config_file",
+     [] {
+         syslog_cfg = get_syslog_cfg();
+         write_syslog_config_file();
+     }},
+    {"reset_syslog_prority", [] { reset_syslog_prority(49); }},
     {"if_is_up", [] { if_is_up("eth0"); }},
     {"if_is_running", [] { if_is_running("eth0"); }},
     {"set_if_flag", [] { set_if_flag("eth0", 1); }},

@@ -17,8 +17,12 @@
 #include <tq/mac.h>
 #include <tq/netif.h>
 #include <tq/redboot.h>
+#include <tq/dictionary.h>
+#include <tq/iniparser.h>
 #include <tq/ip_address.h>
+#include <tq/process.h>
 #include <tq/status_file.h>
+#include <tq/syslog_config.h>
 #include <tq/types.h>
 #include <tq/uci_option.h>
 #include <tq/uci_path.h>
