@@ -84,12 +84,12 @@ const Family kFamilies[] = {
 
 class ShortcutSetter : public Shortcut, public testing::WithParamInterface<Family> {
   protected:
-    // The options of the n-th section, as another process sees them.
-    std::string seen(int index, const std::string& option) {
+    // An option of the n-th section, as another process sees it.
+    static std::string seen(int index, const std::string& option) {
         return run_command("uci -q get '" + path(index, option) + "'").out;
     }
 
-    std::string path(int index, const std::string& option) {
+    static std::string path(int index, const std::string& option) {
         return GetParam().file + ".@" + GetParam().type + "[" + std::to_string(index) + "]." +
                option;
     }
@@ -142,11 +142,11 @@ TEST_P(ShortcutSetter, RefusesAPathBeyond1023Bytes) {
     EXPECT_EQ(GetParam().set_str(context_, 0, "x", longest.c_str()), 0);
     EXPECT_EQ(seen(0, "x"), longest + "\n");
     EXPECT_THAT(log_.take(), IsEmpty());
+    const std::string cut = "uci_lookup_ptr fail: " + start + longest + "w\n";
     for (const size_t more : {1, 2, 5000}) {
         const std::string value = longest + std::string(more, 'w');
         EXPECT_EQ(GetParam().set_str(context_, 0, "x", value.c_str()), -1);
-        EXPECT_THAT(log_.take(), ElementsAre(Error("set_uci_option", "uci_lookup_ptr fail: " +
-                                                                         start + longest + "w\n")));
+        EXPECT_THAT(log_.take(), ElementsAre(Error("set_uci_option", cut)));
     }
     EXPECT_EQ(seen(0, "x"), longest + "\n");
     const std::string option(1100, 'o');
