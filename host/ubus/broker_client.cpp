@@ -253,7 +253,7 @@ void send(Client* to, uint8_t type, uint16_t seq, uint32_t peer, const blob_attr
 }
 
 void send_part(Client* to, uint8_t type, uint16_t seq, uint32_t peer, const blob_attr* body) {
-    if (is_dropped(to)) return;
+    if (is_dropped(to) || blob_raw_len(body) > kMaxBody) return;
     const WireHeader header = wire_header(type, seq, peer, body);
     if (!list_empty(&to->output)) {
         enqueue(to, header, body, 0);

@@ -116,6 +116,19 @@ int find_both(const Request& request, Object** subscriber, Object** target) {
 
 // ---- objects ----
 
+// Whether what the broker tells of the object fits into a message with all that it adds.
+bool is_tellable(const char* path, const Type* type) {
+    constexpr size_t kAdded = 128;
+    const size_t signature = type ? blob_len(type->signature) : 0;
+    return !path || strlen(path) + signature <= kMaxBody - kAdded;
+}
+
+void free_unused(Type* type) {
+    if (!type || type->users > 0) return;
+    type->users = 1;
+    leave_type(type);
+}
+
 // Null where there is no memory for it.
 Object* new_object(Client* owner, const char* path, Type* type) {
     auto* object = static_cast<Object*>(calloc(1, sizeof(Object)));
@@ -196,13 +209,11 @@ int add_object(const Request& request) {
     Type* type =
         signature ? new_type(signature) : find_type(request.attributes.number(UBUS_ATTR_OBJTYPE));
     if (signature && !type) return UBUS_STATUS_INVALID_ARGUMENT;
-    const Object* object = new_object(request.from, path, type);
+    const bool tellable = is_tellable(path, type);
+    const Object* object = tellable ? new_object(request.from, path, type) : nullptr;
     if (!object) {
-        if (type && type->users == 0) {
-            type->users = 1;
-            leave_type(type);
-        }
-        return UBUS_STATUS_NO_MEMORY;
+        free_unused(type);
+        return tellable ? UBUS_STATUS_NO_MEMORY : UBUS_STATUS_INVALID_ARGUMENT;
     }
 
     blob_buf* buf = new_message();

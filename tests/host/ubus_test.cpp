@@ -469,6 +469,73 @@ TEST_F(Bus, CarriesMessagesOfAnySizeUpToAMegabyte) {
     expect_served();
 }
 
+// The broker's own attributes must not make a message too long for the service that gets it.
+TEST_F(Bus, KeepsAServiceFromAMessageThatIsTooLong) {
+    const Service service;
+    constexpr int kSizes = 50;
+    int served = 0;
+    int refused = 0;
+    for (size_t i = 0; i < kSizes; i++) {
+        Blob message;
+        const std::string text(1048576 - 4 * i, 'm');
+        blobmsg_add_string(message.buf(), "name", text.c_str());
+        const int status = call("test", "echo", message.head());
+        served += status == UBUS_STATUS_OK;
+        refused += status == UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    EXPECT_EQ(served + refused, kSizes);
+    EXPECT_GT(served, 0);
+    EXPECT_GT(refused, 0);
+    expect_served();
+}
+
+TEST_F(Bus, KeepsASubscriberFromANoticeThatIsTooLong) {
+    RawPeer target, subscriber;
+    const uint32_t target_id = target.add_object();
+    Blob pair;
+    blob_put_u32(pair.buf(), UBUS_ATTR_OBJID, subscriber.add_object());
+    blob_put_u32(pair.buf(), UBUS_ATTR_TARGET, target_id);
+    subscriber.send(UBUS_MSG_SUBSCRIBE, 2, 0, &pair);
+    ASSERT_EQ(subscriber.status(), UBUS_STATUS_OK);
+    for (const size_t size : {size_t{1048548}, size_t{10}}) {
+        Blob notice;
+        blob_put_u32(notice.buf(), UBUS_ATTR_OBJID, target_id);
+        blob_put_string(notice.buf(), UBUS_ATTR_METHOD, "news");
+        blob_put(notice.buf(), UBUS_ATTR_DATA, std::string(size, 'n').data(),
+                 static_cast<unsigned int>(size));
+        ASSERT_LE(blob_raw_len(notice.head()), 1048576U);
+        target.send(UBUS_MSG_NOTIFY, 3, target_id, &notice);
+    }
+    const auto message = subscriber.next();
+    EXPECT_EQ(message.first, UBUS_MSG_INVOKE);
+    EXPECT_LT(message.second.size(), 100U);
+}
+
+// Nor what it tells of an object too long for those that look it up, or listen.
+TEST_F(Bus, TakesNoObjectThatItCouldNotTellOf) {
+    Blob nothing;
+    const Context sender = connect_bus();
+    ubus_event_handler listener = {};
+    listener.cb = [](ubus_context*, ubus_event_handler*, const char*, blob_attr*) {};
+    ASSERT_EQ(ubus_register_event_handler(ctx_.get(), &listener, "*"), UBUS_STATUS_OK);
+    for (size_t size = 1048300; size <= 1048576; size += 12) {
+        ubus_object_type type = {"type", 0, nullptr, 0};
+        const std::string path(size, 'p');
+        ubus_object object = make_object(path.c_str());
+        object.type = &type;
+        const int status = ubus_add_object(sender.get(), &object);
+        if (status == UBUS_STATUS_OK) {
+            EXPECT_EQ(id_of(path.c_str()), object.id) << size;
+            EXPECT_EQ(ubus_remove_object(sender.get(), &object), UBUS_STATUS_OK);
+        } else {
+            ASSERT_EQ(status, UBUS_STATUS_INVALID_ARGUMENT) << size;
+        }
+    }
+    EXPECT_EQ(ubus_lookup(
+                  ctx_.get(), nullptr, [](auto...) {}, nullptr),
+              UBUS_STATUS_OK);
+}
+
 TEST_F(Bus, HasAHundredObjectsInOrder) {
     std::vector<std::string> paths;
     for (int i = 100; i < 200; i++) {
