@@ -104,6 +104,8 @@ Client* add_client(int fd);
 void remove_all_clients();
 Client* find_client(uint32_t id);
 bool is_overloaded(const Client* client);
+// Nothing reaches it any more, and it is about to be removed.
+bool is_dropped(const Client* client);
 
 // Sends to a client that still has room, and drops one that has not. A message that is longer than
 // kMaxBody is not sent: its reader would take it for the end of the connection.

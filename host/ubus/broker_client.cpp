@@ -34,10 +34,6 @@ struct Packet {
 
 avl_tree clients = AVL_TREE_INIT(clients, compare_ids, false, nullptr);
 
-bool is_dropped(const Client* client) {
-    return client->removal.pending;
-}
-
 // The client may be in use further up; the loop removes it when all is done.
 void drop(Client* client) {
     uloop_fd_delete(&client->sock);
@@ -238,6 +234,10 @@ Client* find_client(uint32_t id) {
     Client* client = nullptr;
     client = avl_find_element(&clients, &id, client, by_id);
     return client && !is_dropped(client) ? client : nullptr;
+}
+
+bool is_dropped(const Client* client) {
+    return client->removal.pending;
 }
 
 bool is_overloaded(const Client* client) {

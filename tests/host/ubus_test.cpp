@@ -66,6 +66,7 @@ class Child {
     Child& operator=(const Child&) = delete;
 
     pid_t pid() const { return pid_; }
+    void signal(int number) const { kill(pid_, number); }
     int wait() {
         int status = 0;
         waitpid(pid_, &status, 0);
@@ -418,6 +419,18 @@ TEST_F(Bus, LetsAServiceCallAnotherWhileItIsCalled) {
     Blob message;
     blobmsg_add_string(message.buf(), "name", std::string(70000, 'n').c_str());
     EXPECT_THAT(ask("test", "ask", message.head()), ElementsAre(std::string(70000, 'n')));
+}
+
+TEST_F(Bus, AnswersForAServiceThatHasJustDied) {
+    Service service;
+    const uint32_t id = id_of("test");
+    // The broker learns of the end and of the call at the same time.
+    broker_->signal(SIGSTOP);
+    service->stop(SIGKILL);
+    ubus_request req;
+    ASSERT_EQ(ubus_invoke_async(ctx_.get(), id, "echo", nullptr, &req), UBUS_STATUS_OK);
+    broker_->signal(SIGCONT);
+    EXPECT_EQ(ubus_complete_request(ctx_.get(), &req, kTimeLimit), UBUS_STATUS_NOT_FOUND);
 }
 
 TEST_F(Bus, FindsNoObjectThatVanishedAfterTheLookup) {
