@@ -139,6 +139,39 @@ int ask_other(ubus_context* ctx, ubus_object* /*object*/, ubus_request_data* req
     return status == UBUS_STATUS_OK ? ubus_send_reply(ctx, req, message) : status;
 }
 
+bool is_asking = false;
+
+// Calls another object for a while, and has still something to do then.
+int ask_slowly(ubus_context* ctx, ubus_object* /*object*/, ubus_request_data* /*req*/,
+               const char* /*method*/, blob_attr* /*message*/) {
+    is_asking = true;
+    uint32_t id = 0;
+    int status = ubus_lookup_id(ctx, "other", &id);
+    if (status == UBUS_STATUS_OK)
+        status = ubus_invoke(ctx, id, "later", nullptr, nullptr, nullptr, kTimeLimit);
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    is_asking = false;
+    return status;
+}
+
+// The how manieth call it is, and whether another one is being handled.
+int count_calls(ubus_context* ctx, ubus_object* /*object*/, ubus_request_data* req,
+                const char* /*method*/, blob_attr* /*message*/) {
+    static int count = 0;
+    const std::string text = (is_asking ? "inside " : "outside ") + std::to_string(++count);
+    Blob reply;
+    blobmsg_add_string(reply.buf(), "name", text.c_str());
+    return ubus_send_reply(ctx, req, reply.head());
+}
+
+int answer_a_hundred_times(ubus_context* ctx, ubus_object* /*object*/, ubus_request_data* req,
+                           const char* /*method*/, blob_attr* message) {
+    for (int i = 0; i < 100; i++) {
+        ubus_send_reply(ctx, req, message);
+    }
+    return 0;
+}
+
 int tell_caller(ubus_context* ctx, ubus_object* /*object*/, ubus_request_data* req,
                 const char* /*method*/, blob_attr* /*message*/) {
     Blob reply;
@@ -166,7 +199,8 @@ constexpr ubus_method kMethods[] = {
     UBUS_METHOD_NOARG("refuse", refuse),      UBUS_METHOD_NOARG("never", never_answer),
     UBUS_METHOD_NOARG("later", answer_later), UBUS_METHOD_NOARG("ask", ask_other),
     UBUS_METHOD_NOARG("caller", tell_caller), UBUS_METHOD_NOARG("hang", stop_reading),
-    UBUS_METHOD_NOARG("leave", leave),
+    UBUS_METHOD_NOARG("leave", leave),        UBUS_METHOD_NOARG("ask_slowly", ask_slowly),
+    UBUS_METHOD_NOARG("count", count_calls),  UBUS_METHOD_NOARG("hundred", answer_a_hundred_times),
 };
 
 ubus_object_type object_type = UBUS_OBJECT_TYPE("test", kMethods);
@@ -421,6 +455,48 @@ TEST_F(Bus, LetsAServiceCallAnotherWhileItIsCalled) {
     EXPECT_THAT(ask("test", "ask", message.head()), ElementsAre(std::string(70000, 'n')));
 }
 
+TEST_F(Bus, LeavesCallsThatComeMeanwhileForLaterInTheirOrder) {
+    const Service service;
+    const Service other({"other"});
+    const uint32_t id = id_of("test");
+    ubus_request slow;
+    ASSERT_EQ(ubus_invoke_async(ctx_.get(), id, "ask_slowly", nullptr, &slow), UBUS_STATUS_OK);
+    const auto keep = [](ubus_request* req, int, blob_attr* reply) {
+        const blobmsg_policy policy = {"name", BLOBMSG_TYPE_STRING};
+        blob_attr* found = nullptr;
+        blobmsg_parse_attr(&policy, 1, &found, reply);
+        *static_cast<std::string*>(req->priv) = found ? blobmsg_get_string(found) : "(none)";
+    };
+    // The first comes while the other object is asked, the last when it has answered.
+    std::vector<std::string> texts(3);
+    std::vector<ubus_request> counts(3);
+    for (size_t i = 0; i < counts.size(); i++) {
+        ASSERT_EQ(ubus_invoke_async(ctx_.get(), id, "count", nullptr, &counts[i]), UBUS_STATUS_OK);
+        counts[i].data_cb = keep;
+        counts[i].priv = &texts[i];
+        ubus_complete_request_async(ctx_.get(), &counts[i]);
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    EXPECT_EQ(ubus_complete_request(ctx_.get(), &slow, kTimeLimit), UBUS_STATUS_OK);
+    for (ubus_request& count : counts) {
+        EXPECT_EQ(ubus_complete_request(ctx_.get(), &count, kTimeLimit), UBUS_STATUS_OK);
+    }
+    EXPECT_THAT(texts, ElementsAre("outside 1", "outside 2", "outside 3"));
+}
+
+TEST_F(Bus, WaitsForNoMoreRepliesThanItsTimeAllows) {
+    const Service service;
+    int replies = 0;
+    const auto take_time = [](ubus_request* req, int, blob_attr*) {
+        ++*static_cast<int*>(req->priv);
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    };
+    EXPECT_EQ(ubus_invoke(ctx_.get(), id_of("test"), "hundred", nullptr, take_time, &replies, 100),
+              UBUS_STATUS_TIMEOUT);
+    EXPECT_LE(replies, 6);
+    expect_served();
+}
+
 TEST_F(Bus, AnswersForAServiceThatHasJustDied) {
     Service service;
     const uint32_t id = id_of("test");
@@ -458,6 +534,27 @@ TEST_F(Bus, EndsACallWhoseBrokerDies) {
     broker_.reset();
     EXPECT_EQ(ubus_invoke(ctx_.get(), id, "echo", nullptr, nullptr, nullptr, kTimeLimit),
               UBUS_STATUS_CONNECTION_FAILED);
+}
+
+TEST_F(Bus, EndsARequestThatWasSentBeforeTheConnectionWasLost) {
+    const Service service;
+    ubus_request req;
+    ASSERT_EQ(ubus_invoke_async(ctx_.get(), id_of("test"), "never", nullptr, &req), UBUS_STATUS_OK);
+    broker_->stop(SIGKILL);
+    broker_.reset();
+    uint32_t id = 0;
+    EXPECT_EQ(ubus_lookup_id(ctx_.get(), "test", &id), UBUS_STATUS_CONNECTION_FAILED);
+    EXPECT_EQ(ubus_complete_request(ctx_.get(), &req, 1000), UBUS_STATUS_CONNECTION_FAILED);
+}
+
+TEST_F(Bus, LooksNothingElseUpForAPathThatIsTooLong) {
+    const Service service;
+    const std::string path(17 << 20, 'p');
+    uint32_t id = 0;
+    EXPECT_EQ(ubus_lookup_id(ctx_.get(), path.c_str(), &id), UBUS_STATUS_NO_MEMORY);
+    EXPECT_EQ(id, 0U);
+    ubus_object object = make_object(path.c_str());
+    EXPECT_EQ(ubus_add_object(ctx_.get(), &object), UBUS_STATUS_NO_MEMORY);
 }
 
 TEST_F(Bus, ConnectsToNothingThatIsNotThere) {
