@@ -1008,6 +1008,43 @@ TEST_F(Bus, LetsOthersThanRootDoNothing) {
               UBUS_STATUS_PERMISSION_DENIED);
 }
 
+TEST_F(Bus, ShowsNothingToOthersThanRoot) {
+    const Service service;
+    for (const char* path : {static_cast<const char*>(nullptr), "*", "te*"}) {
+        EXPECT_EQ(as_nobody([path] {
+                      const Context own = connect_bus();
+                      int found = 0;
+                      const auto count = [](ubus_context*, ubus_object_data*, void* priv) {
+                          ++*static_cast<int*>(priv);
+                      };
+                      if (!own) return -1;
+                      ubus_lookup(own.get(), path, count, &found);
+                      return found;
+                  }),
+                  0);
+    }
+}
+
+TEST_F(Bus, TellsOthersThanRootNothing) {
+    const Service service;
+    const uint32_t target = id_of("test");
+    EXPECT_EQ(as_nobody([target] {
+                  RawPeer peer;
+                  Blob pair;
+                  blob_put_u32(pair.buf(), UBUS_ATTR_OBJID, peer.add_object());
+                  blob_put_u32(pair.buf(), UBUS_ATTR_TARGET, target);
+                  peer.send(UBUS_MSG_SUBSCRIBE, 2, 0, &pair);
+                  return peer.status();
+              }),
+              UBUS_STATUS_NOT_FOUND);
+    EXPECT_EQ(as_nobody([] {
+                  const Context own = connect_bus();
+                  ubus_event_handler handler = {};
+                  return own ? ubus_register_event_handler(own.get(), &handler, "*") : -1;
+              }),
+              UBUS_STATUS_PERMISSION_DENIED);
+}
+
 // ---- the command ----
 
 class UbusCommand : public Bus {
