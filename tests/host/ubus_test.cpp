@@ -409,6 +409,40 @@ class RawPeer {
     int fd_;
 };
 
+// A broker for one client: says these bytes once it is connected, and these once it is asked.
+class FakeBroker {
+  public:
+    FakeBroker(const std::string& hello, const std::string& answer)
+        : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        strcpy(address.sun_path, kPath);
+        unlink(kPath);
+        EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+        EXPECT_EQ(listen(fd_, 1), 0);
+        thread_ = std::thread([this, hello, answer] {
+            const int client = accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC);
+            char request[256];
+            ::send(client, hello.data(), hello.size(), MSG_NOSIGNAL);
+            if (recv(client, request, sizeof(request), 0) > 0)
+                ::send(client, answer.data(), answer.size(), MSG_NOSIGNAL);
+            close(client);
+        });
+    }
+    ~FakeBroker() {
+        thread_.join();
+        close(fd_);
+    }
+    FakeBroker(const FakeBroker&) = delete;
+    FakeBroker& operator=(const FakeBroker&) = delete;
+
+    static constexpr const char* kPath = "/tmp/fake.sock";
+
+  private:
+    int fd_;
+    std::thread thread_;
+};
+
 // ---- calls ----
 
 TEST_F(Bus, CallsAMethodAndHandsOutItsReplies) {
@@ -484,6 +518,36 @@ TEST_F(Bus, LeavesCallsThatComeMeanwhileForLaterInTheirOrder) {
     EXPECT_THAT(texts, ElementsAre("outside 1", "outside 2", "outside 3"));
 }
 
+TEST_F(Bus, AnswersACallThatComesMeanwhileAndIsTheLast) {
+    const Service service;
+    const Service other({"other"});
+    const uint32_t id = id_of("test");
+    ubus_request slow, count;
+    ASSERT_EQ(ubus_invoke_async(ctx_.get(), id, "ask_slowly", nullptr, &slow), UBUS_STATUS_OK);
+    ASSERT_EQ(ubus_invoke_async(ctx_.get(), id, "count", nullptr, &count), UBUS_STATUS_OK);
+    ubus_complete_request_async(ctx_.get(), &count);
+    EXPECT_EQ(ubus_complete_request(ctx_.get(), &slow, kTimeLimit), UBUS_STATUS_OK);
+    EXPECT_EQ(ubus_complete_request(ctx_.get(), &count, kTimeLimit), UBUS_STATUS_OK);
+}
+
+TEST_F(Bus, AnswersNoCallThatWantsNoAnswer) {
+    const Service service;
+    RawPeer peer;
+    Blob message;
+    blob_put_u32(message.buf(), UBUS_ATTR_OBJID, id_of("test"));
+    blob_put_string(message.buf(), UBUS_ATTR_METHOD, "refuse");
+    blob_put_u8(message.buf(), UBUS_ATTR_NO_REPLY, 1);
+    blob_put(message.buf(), UBUS_ATTR_DATA, nullptr, 0);
+    peer.send(UBUS_MSG_INVOKE, 1, id_of("test"), &message);
+    Blob nothing;
+    peer.send(UBUS_MSG_PING, 2, 0, &nothing);
+    EXPECT_EQ(peer.status(), UBUS_STATUS_OK);
+    // The service has answered what came before this.
+    expect_served();
+    peer.send(UBUS_MSG_PING, 3, 0, &nothing);
+    EXPECT_EQ(peer.status(), UBUS_STATUS_OK);
+}
+
 TEST_F(Bus, WaitsForNoMoreRepliesThanItsTimeAllows) {
     const Service service;
     int replies = 0;
@@ -534,6 +598,41 @@ TEST_F(Bus, EndsACallWhoseBrokerDies) {
     broker_.reset();
     EXPECT_EQ(ubus_invoke(ctx_.get(), id, "echo", nullptr, nullptr, nullptr, kTimeLimit),
               UBUS_STATUS_CONNECTION_FAILED);
+}
+
+TEST_F(Bus, EndsALoopWhoseBrokerDies) {
+    ubus_add_uloop(ctx_.get());
+    broker_->stop(SIGKILL);
+    broker_.reset();
+    uloop_timeout limit = {};
+    limit.cb = [](uloop_timeout*) { uloop_end(); };
+    uloop_timeout_set(&limit, kTimeLimit);
+    EXPECT_EQ(uloop_run(), 0);
+    EXPECT_TRUE(limit.pending);
+    uloop_timeout_cancel(&limit);
+}
+
+TEST(Client, ConnectsToNothingThatDoesNotSayHello) {
+    for (const std::string& hello :
+         {RawPeer::header(UBUS_MSG_STATUS, 0, 7, 4), RawPeer::header(UBUS_MSG_HELLO, 0, 7, 4, 1),
+          RawPeer::header(UBUS_MSG_HELLO, 0, 7, 3)}) {
+        const FakeBroker broker(hello, "");
+        EXPECT_EQ(ubus_connect(FakeBroker::kPath), nullptr);
+    }
+}
+
+TEST(Client, TakesNoAnswerThatLacksWhatItMustHave) {
+    const FakeBroker broker(
+        RawPeer::header(UBUS_MSG_HELLO, 0, 7, 4),
+        RawPeer::header(UBUS_MSG_DATA, 1, 0, 4) + RawPeer::header(UBUS_MSG_STATUS, 1, 0, 4));
+    const Context ctx{ubus_connect(FakeBroker::kPath), ubus_free};
+    ASSERT_NE(ctx, nullptr);
+    int found = 0;
+    const auto count = [](ubus_context*, ubus_object_data*, void* priv) {
+        ++*static_cast<int*>(priv);
+    };
+    EXPECT_EQ(ubus_lookup(ctx.get(), "test", count, &found), UBUS_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(found, 0);
 }
 
 TEST_F(Bus, EndsARequestThatWasSentBeforeTheConnectionWasLost) {
@@ -721,6 +820,25 @@ TEST_F(Bus, BringsItsObjectsAlongToANewConnection) {
     EXPECT_NE(object.id, old);
     EXPECT_EQ(id_of("mine"), object.id);
     EXPECT_EQ(ubus_reconnect(ctx_.get(), "/tmp/nothing"), UBUS_STATUS_CONNECTION_FAILED);
+}
+
+TEST_F(Bus, TellsAnObjectWhetherItHasSubscribers) {
+    ubus_object object = make_object("mine");
+    object.subscribe_cb = [](ubus_context*, ubus_object*) { uloop_end(); };
+    object_type.id = 0;
+    ASSERT_EQ(ubus_add_object(ctx_.get(), &object), UBUS_STATUS_OK);
+    ubus_add_uloop(ctx_.get());
+    RawPeer peer;
+    Blob pair;
+    blob_put_u32(pair.buf(), UBUS_ATTR_OBJID, peer.add_object());
+    blob_put_u32(pair.buf(), UBUS_ATTR_TARGET, object.id);
+    peer.send(UBUS_MSG_SUBSCRIBE, 2, 0, &pair);
+    uloop_run_timeout(kTimeLimit);
+    EXPECT_TRUE(object.has_subscribers);
+    peer.send(UBUS_MSG_UNSUBSCRIBE, 3, 0, &pair);
+    uloop_run_timeout(kTimeLimit);
+    EXPECT_FALSE(object.has_subscribers);
+    EXPECT_EQ(ubus_remove_object(ctx_.get(), &object), UBUS_STATUS_OK);
 }
 
 // ---- events ----
