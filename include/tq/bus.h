@@ -39,8 +39,9 @@ typedef void (*notify_reply_handler)(struct ubus_request *req, int type, struct 
 
 /* Connects to the bus at its default socket; a connection that is there is torn down first. The
  * socket is registered with the process's uloop, which a program that runs one drives it by, on
- * the thread that makes the requests; a program that does not run uloop needs nothing more. The end
- * of the broker ends a running uloop (libubus calls uloop_end).
+ * the thread that makes the requests; a program that does not run uloop needs nothing more. After
+ * the end of the broker the socket leaves the uloop; whether a running one then ends is libubus's
+ * choice, not this library's.
  * 0; -1 when there is no bus ("Failed to connect to ubus"), nothing is held then. */
 TQ_API int init_ubus_client(void);
 
