@@ -790,6 +790,34 @@ TEST_F(Bus, ServesFiftyClientsAtOnce) {
 
 // ---- objects ----
 
+TEST_F(Bus, SubscribesNoObjectToItself) {
+    RawPeer peer;
+    const uint32_t object = peer.add_object();
+    Blob pair;
+    blob_put_u32(pair.buf(), UBUS_ATTR_OBJID, object);
+    blob_put_u32(pair.buf(), UBUS_ATTR_TARGET, object);
+    peer.send(UBUS_MSG_SUBSCRIBE, 2, 0, &pair);
+    EXPECT_EQ(peer.status(), UBUS_STATUS_INVALID_ARGUMENT);
+}
+
+TEST_F(Bus, TellsATargetWhenItsLastSubscriberIsGone) {
+    RawPeer target;
+    const uint32_t target_id = target.add_object();
+    {
+        RawPeer subscriber;
+        Blob pair;
+        blob_put_u32(pair.buf(), UBUS_ATTR_OBJID, subscriber.add_object());
+        blob_put_u32(pair.buf(), UBUS_ATTR_TARGET, target_id);
+        subscriber.send(UBUS_MSG_SUBSCRIBE, 2, 0, &pair);
+        EXPECT_EQ(subscriber.status(), UBUS_STATUS_OK);
+    }
+    for (const uint32_t active : {1U, 0U}) {
+        const auto message = target.next();
+        EXPECT_EQ(message.first, UBUS_MSG_NOTIFY);
+        EXPECT_EQ(RawPeer::attribute(message.second, UBUS_ATTR_ACTIVE), active);
+    }
+}
+
 TEST_F(Bus, PutsObjectsOnTheBusAndTakesThemOff) {
     ubus_object first = make_object("first");
     ubus_object second = make_object("second");
@@ -878,6 +906,40 @@ TEST_F(Bus, TellsEachListenerWhatItsPatternsAre) {
     uloop_run_timeout(kTimeLimit);
     EXPECT_THAT(listener.events, testing::Contains("ubus.object.add"));
     EXPECT_EQ(ubus_unregister_event_handler(ctx_.get(), &listener.handler), UBUS_STATUS_OK);
+}
+
+TEST_F(Bus, TellsNobodyOfWhatItDoesItself) {
+    Listener listener;
+    listener.handler.cb = keep_event;
+    ASSERT_EQ(ubus_register_event_handler(ctx_.get(), &listener.handler, "*"), UBUS_STATUS_OK);
+    const Context sender = connect_bus();
+    Blob message;
+    ASSERT_EQ(ubus_send_event(ctx_.get(), "own", message.head()), UBUS_STATUS_OK);
+    ASSERT_EQ(ubus_send_event(sender.get(), "end", message.head()), UBUS_STATUS_OK);
+    ubus_add_uloop(ctx_.get());
+    uloop_run_timeout(kTimeLimit);
+    EXPECT_THAT(listener.events, ElementsAre("end"));
+}
+
+TEST_F(Bus, TakesEventsAndPatternsOnlyAsTheyMustBe) {
+    const Service service;
+    RawPeer peer;
+    Blob bare;
+    blob_put_u32(bare.buf(), UBUS_ATTR_OBJID, UBUS_SYSTEM_OBJECT_EVENT);
+    blob_put_string(bare.buf(), UBUS_ATTR_METHOD, "send");
+    peer.send(UBUS_MSG_INVOKE, 1, UBUS_SYSTEM_OBJECT_EVENT, &bare);
+    EXPECT_EQ(peer.status(), UBUS_STATUS_INVALID_ARGUMENT);
+
+    Blob pattern;
+    blobmsg_add_u32(pattern.buf(), "object", id_of("test"));
+    blobmsg_add_string(pattern.buf(), "pattern", "*");
+    EXPECT_EQ(ubus_invoke(ctx_.get(), UBUS_SYSTEM_OBJECT_EVENT, "register", pattern.head(), nullptr,
+                          nullptr, kTimeLimit),
+              UBUS_STATUS_PERMISSION_DENIED);
+    EXPECT_EQ(ubus_invoke(ctx_.get(), UBUS_SYSTEM_OBJECT_EVENT, "send", pattern.head(), nullptr,
+                          nullptr, kTimeLimit),
+              UBUS_STATUS_INVALID_ARGUMENT);
+    expect_served();
 }
 
 // ---- what peers may do to the broker ----
