@@ -685,7 +685,7 @@ TEST_F(Uloop, EndsTheInnerLoopAloneUnlessASignalComes) {
         uloop_timeout last = {};
         last.cb = fire<3>;
         uloop_timeout_set(&inner, 1);
-        uloop_timeout_set(&last, 20);
+        uloop_timeout_set(&last, 500);
         EXPECT_EQ(uloop_run(), signal ? SIGINT : 0);
         EXPECT_EQ(inner_result, signal ? SIGINT : 0);
         EXPECT_EQ(fired.size(), signal ? 0U : 1U);
