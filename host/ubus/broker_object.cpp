@@ -79,6 +79,7 @@ void end_subscription(Subscription* subscription) {
     free(subscription);
 }
 
+// NOLINTBEGIN(clang-analyzer-unix.Malloc): what was freed has left its list
 void end_subscriptions_of(Object* object) {
     while (!list_empty(&object->subscribers)) {
         auto* subscription = list_first_entry(&object->subscribers, Subscription, of_target);
@@ -92,6 +93,7 @@ void end_subscriptions_of(Object* object) {
         if (list_empty(&target->subscribers)) tell_whether_subscribed(target);
     }
 }
+// NOLINTEND(clang-analyzer-unix.Malloc)
 
 Subscription* find_subscription(Object* subscriber, const Object* target) {
     list_head* entry = nullptr;
@@ -157,6 +159,7 @@ Object* new_object(Client* owner, const char* path, Type* type) {
 }
 
 void free_object(Object* object) {
+    // NOLINTNEXTLINE(clang-analyzer-unix.Malloc): what was freed has left its list
     if (object->path) {
         announce_object(object, "ubus.object.remove");
         avl_delete(&paths, &object->by_path);

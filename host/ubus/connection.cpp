@@ -85,12 +85,10 @@ Received receive_all(int fd, void* buffer, size_t size) {
         const ssize_t got = recv(fd, static_cast<char*>(buffer) + have, size - have, MSG_DONTWAIT);
         if (got > 0) {
             have += static_cast<size_t>(got);
-        } else if (got == 0) {
-            return Received::kBroken;
-        } else if (errno == EAGAIN) {
+        } else if (got < 0 && errno == EAGAIN) {
             if (have == 0) return Received::kNothing;
             if (!wait_for(fd, POLLIN, kStallMilliseconds)) return Received::kBroken;
-        } else if (errno != EINTR) {
+        } else if (got == 0 || errno != EINTR) {
             return Received::kBroken;
         }
     }
