@@ -530,6 +530,26 @@ TEST_F(Bus, AnswersACallThatComesMeanwhileAndIsTheLast) {
     EXPECT_EQ(ubus_complete_request(ctx_.get(), &count, kTimeLimit), UBUS_STATUS_OK);
 }
 
+TEST_F(Bus, AnswersACallThatComesWhileTheLoopDoesNotRun) {
+    const Service service;
+    ubus_object object = make_object("mine");
+    object_type.id = 0;
+    ASSERT_EQ(ubus_add_object(ctx_.get(), &object), UBUS_STATUS_OK);
+    RawPeer peer;
+    Blob message;
+    blob_put_u32(message.buf(), UBUS_ATTR_OBJID, object.id);
+    blob_put_string(message.buf(), UBUS_ATTR_METHOD, "refuse");
+    blob_put(message.buf(), UBUS_ATTR_DATA, nullptr, 0);
+    peer.send(UBUS_MSG_INVOKE, 1, object.id, &message);
+    EXPECT_EQ(call("test", "later"), UBUS_STATUS_OK);
+    ubus_add_uloop(ctx_.get());
+    uloop_run_timeout(200);
+    Blob nothing;
+    peer.send(UBUS_MSG_PING, 2, 0, &nothing);
+    EXPECT_EQ(peer.next().first, UBUS_MSG_STATUS) << "the call's, before the ping's own answer";
+    EXPECT_EQ(ubus_remove_object(ctx_.get(), &object), UBUS_STATUS_OK);
+}
+
 TEST_F(Bus, AnswersNoCallThatWantsNoAnswer) {
     const Service service;
     RawPeer peer;
