@@ -66,6 +66,13 @@ uci_config_ctx* open_session() {
     return &session;
 }
 
+// Likewise, on a radio.
+uci_config_ctx* open_radio() {
+    static uci_config_ctx session;
+    if (!session.ctx) load_named_section(UCI_CONFIG_WIRELESS, &session, "radio0");
+    return &session;
+}
+
 reboot_cause_record records[REBOOT_CAUSE_RECORDS];
 reboot_cause_statistic statistic;
 reboot_cause_header header;
@@ -89,6 +96,7 @@ void run_ends(void (*write)()) {
 
 constexpr Call kCalls[] = {
     {"read_line", [] { read_line("/etc/config/system", "hostname", text, sizeof(text)); }},
+    {"iniparser_load", [] { iniparser_freedict(iniparser_load("/etc/board.conf")); }},
     {"run_cmd", [] { run_cmd("echo eth0", text, sizeof(text)); }},
     {"bbi_radio_device", [] { bbi_radio_device(1, text, sizeof(text)); }},
     {"get_vap_name", [] { get_vap_name(1, 3, text, sizeof(text)); }},
@@ -160,6 +168,11 @@ constexpr Call kCalls[] = {
      }},
     {"get_uci_config", [] { get_uci_config(open_session(), "hostname"); }},
     {"set_uci_config", [] { set_uci_config(open_session(), "hostname", next_value()); }},
+    {"wifi_get_rts_threshold", [] { wifi_get_rts_threshold(open_radio(), 0, &number); }},
+    {"wifi_set_rts_threshold",
+     [] { wifi_set_rts_threshold(open_radio(), 0, static_cast<int>(++serial)); }},
+    {"uci_get_threshold", [] { uci_get_threshold(7, &number); }},
+    {"uci_set_threshold", [] { uci_set_threshold(7, ++serial); }},
     {"save_uci_config",
      [] {
          add_uci_list(open_session(), "served", next_value());

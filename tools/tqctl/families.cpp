@@ -9,6 +9,7 @@ namespace {
 constexpr const Family* kFamilies[] = {
     &kUci,
     &kConfig,
+    &kWifi,
     &kBoard,
     &kMac,
     &kIf,
@@ -29,6 +30,7 @@ constexpr const Family* kFamilies[] = {
     &kImage,
     &kRedboot,
     &kSerial,
+    &kIni,
     &kHelp,
     &kMan,
     &kCompletion,
