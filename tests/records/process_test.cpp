@@ -490,11 +490,16 @@ TEST_F(NoticeTest, TakesNoEntryThatOnlyBeginsWithANumber) {
 TEST_F(NoticeTest, GoesOnBehindAProcessWithoutAMask) {
     const NamedProcess one("roamd", catch_signal);
     const NamedProcess two("roamd", catch_signal);
+    const std::string name = "Name:\troamd\n";
+    const std::string mask = "SigCgt:\t0001000000000000\n";
+    const auto write_status = [](const NamedProcess& process, const std::string& status) {
+        tq_test::write_file("/proc/" + std::to_string(process.pid()) + "/status", status);
+    };
     for (const NamedProcess* without : {&one, &two}) {
         shared()->signals = 0;
-        const std::map<std::string, std::string> files = {
-            {std::to_string(without->pid()) + "/status", "Name:\troamd\n"}};
-        const ScopedProc proc(files);
+        const ScopedMount proc("tmpfs", "/proc", "tmpfs", 0, "mode=0755");
+        write_status(one, without == &one ? name : name + mask);
+        write_status(two, without == &two ? name : name + mask);
         EXPECT_EQ(notice(), 0);
         EXPECT_TRUE(becomes([] { return shared()->signals == 1; }));
     }
