@@ -9,6 +9,7 @@ namespace {
 constexpr const Family* kFamilies[] = {
     &kUci,
     &kConfig,
+    &kWifi,
     &kBoard,
     &kMac,
     &kIf,
@@ -21,6 +22,8 @@ constexpr const Family* kFamilies[] = {
     &kBw,
     &kFlow,
     &kRebootLog,
+    &kPs,
+    &kLog,
     &kStatus,
     &kUpgrade,
     &kFlash,

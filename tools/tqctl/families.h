@@ -9,6 +9,7 @@ namespace tqctl {
 // NOLINTBEGIN(bugprone-dynamic-static-initializers)
 extern const Family kUci;
 extern const Family kConfig;
+extern const Family kWifi;
 extern const Family kBoard;
 extern const Family kMac;
 extern const Family kIf;
@@ -21,6 +22,8 @@ extern const Family kFm;
 extern const Family kBw;
 extern const Family kFlow;
 extern const Family kRebootLog;
+extern const Family kPs;
+extern const Family kLog;
 extern const Family kStatus;
 extern const Family kUpgrade;
 extern const Family kFlash;
