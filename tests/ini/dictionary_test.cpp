@@ -179,6 +179,17 @@ TEST(DictionarySet, KeepsKeysApartThatDifferInCase) {
     EXPECT_THAT(slots(d.get()), ElementsAre("0:key=1", "1:Key=2"));
 }
 
+TEST(DictionarySet, KeepsKeysApartWhoseHashesAreTheSame) {
+    const Dictionary d = make();
+    ASSERT_EQ(dictionary_hash("key74784"), dictionary_hash("key78400"));
+    dictionary_set(d.get(), "key74784", "1");
+    EXPECT_STREQ(dictionary_get(d.get(), "key78400", "none"), "none");
+    dictionary_set(d.get(), "key78400", "2");
+    EXPECT_THAT(slots(d.get()), ElementsAre("0:key74784=1", "1:key78400=2"));
+    dictionary_unset(d.get(), "key74784");
+    EXPECT_STREQ(dictionary_get(d.get(), "key78400", "none"), "2");
+}
+
 TEST(DictionarySet, DoublesAFullTableInItsOrder) {
     const Dictionary d = make();
     fill(d.get(), 128);
@@ -444,6 +455,21 @@ TEST(Dictionary, TakesNoticeOfSlotsThatTheCallerHasEmptied) {
     EXPECT_THAT(slots(d.get()), ElementsAre("0:key0=0", "1:a=x", "2:key2=2", "3:b=x"));
 }
 
+TEST(Dictionary, TakesNoticeAsOftenAsTheCallerChangesTheRecord) {
+    const Dictionary d = make();
+    fill(d.get(), 100);
+    for (unsigned round = 0; round < 50; round++) {
+        free(d->key[round]);
+        free(d->val[round]);
+        d->key[round] = d->val[round] = nullptr;
+        d->hash[round] = 0;
+        d->n--;
+        dictionary_set(d.get(), "key99", "new");
+        EXPECT_STREQ(dictionary_get(d.get(), name(round).c_str(), "none"), "none");
+    }
+    EXPECT_EQ(slots(d.get()).size(), 50U);
+}
+
 // A record of the caller's own making.
 Dictionary made_by_hand(int size) {
     const auto count = static_cast<size_t>(size);
@@ -473,6 +499,21 @@ TEST(Dictionary, WorksOnARecordThatTheCallerHasMade) {
 TEST(Dictionary, MadeByTheCallerIsFreed) {
     const Dictionary d = made_by_hand(3);
     fill(d.get(), 2);
+}
+
+TEST(Dictionary, WorksOnArraysOfTheCallersThatLieTogether) {
+    struct {
+        char* in_front[64];
+        char* val[128];
+        char* key[128];
+        unsigned hash[128];
+    } arrays{};
+    dictionary d{0, 128, arrays.val, arrays.key, arrays.hash};
+    fill(&d, 3);
+    EXPECT_STREQ(dictionary_get(&d, "key2", "none"), "2");
+    for (unsigned i = 0; i < 3; i++)
+        dictionary_unset(&d, name(i).c_str());
+    EXPECT_EQ(d.n, 0);
 }
 
 // dump

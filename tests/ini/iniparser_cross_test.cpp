@@ -9,7 +9,6 @@
 //   - a NUL byte, which 4.1 takes for the end of the file's last line, or of the line where it is
 //     its first byte; here it is always refused;
 //   - a directory, which 4.1 takes for an empty file;
-//   - a syntax error or memory that runs out: the same messages, but 4.1's go through a callback;
 //   - a slot that was emptied: 4.1 fills the first free one behind the n-th, 3.x the first;
 //   - iniparser_dump(), whose format is another, and names, which 4.1 turns into lower case;
 //   - an integer beyond 32 bits, which 4.1 cuts where a long is wider;

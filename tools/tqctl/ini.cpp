@@ -194,8 +194,7 @@ bool are_equal(const Ini& a, const Ini& b) {
 // A file beside the one that it is to replace; removed unless it has.
 class Replacement {
   public:
-    explicit Replacement(const char* path) : path_(realpath(path, nullptr)) {
-        if (!path_) path_.reset(strdup(path));
+    explicit Replacement(const char* path) : path_(resolve(path)) {
         if (!path_ || asprintf(&name_, "%s.XXXXXX", path_.get()) < 0) return;
         stream_.reset(open_like_original());
     }
@@ -210,7 +209,9 @@ class Replacement {
     [[nodiscard]] const char* name() const { return name_; }
 
     // On the disk, whole; false with errno.
-    bool flush() { return fflush(stream()) == 0 && fsync(fileno(stream())) == 0; }
+    [[nodiscard]] bool flush() const {
+        return fflush(stream()) == 0 && fsync(fileno(stream())) == 0;
+    }
 
     bool commit() {
         if (rename(name_, path_.get()) != 0) return false;
@@ -219,6 +220,12 @@ class Replacement {
     }
 
   private:
+    // The file itself where path is a link to it.
+    static char* resolve(const char* path) {
+        char* real = realpath(path, nullptr);
+        return real ? real : strdup(path);
+    }
+
     FILE* open_like_original() {
         const int fd = mkostemp(name_, O_CLOEXEC);
         if (fd < 0) return nullptr;
