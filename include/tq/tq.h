@@ -14,7 +14,9 @@
 #include <tq/thd_eloop.h>
 #include <tq/image_switch.h>
 #include <tq/mtd.h>
+#include <tq/ipc.h>
 #include <tq/netif.h>
+#include <tq/netlink.h>
 #include <tq/redboot.h>
 #include <tq/ip_address.h>
 #include <tq/status_file.h>
