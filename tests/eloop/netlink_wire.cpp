@@ -64,6 +64,29 @@ std::string end_of(uint16_t type, const nlmsghdr& question, int error) {
            payload;
 }
 
+// What a question about a family is answered with.
+std::string description(const std::string& question, const std::string& family, uint16_t number,
+                        const Peer::Groups& groups) {
+    nlmsghdr header{};
+    memcpy(&header, question.data(), sizeof(header));
+    std::string id;
+    add(id, number);
+    std::string entries;
+    uint16_t index = 0;
+    for (const auto& [name, group] : groups) {
+        std::string value;
+        add(value, group);
+        entries += attribute(++index, attribute(CTRL_ATTR_MCAST_GRP_ID, value) +
+                                          attribute(CTRL_ATTR_MCAST_GRP_NAME, name + '\0'));
+    }
+    const uint16_t flags = header.nlmsg_flags & NLM_F_DUMP ? NLM_F_MULTI : 0;
+    return genl_message(GENL_ID_CTRL, CTRL_CMD_NEWFAMILY,
+                        attribute(CTRL_ATTR_FAMILY_NAME, family + '\0') +
+                            attribute(CTRL_ATTR_FAMILY_ID, id) +
+                            attribute(CTRL_ATTR_MCAST_GROUPS, entries),
+                        header.nlmsg_seq, header.nlmsg_pid, flags);
+}
+
 }  // namespace
 
 Hold::Hold() {
@@ -93,12 +116,11 @@ Peer::Peer(std::string family, uint16_t id, Groups groups)
       id_(id),
       groups_(std::move(groups)),
       socket_(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_USERSOCK)) {
-    sockaddr_nl address = port(0);
-    socklen_t size = sizeof(address);
-    auto* const own = reinterpret_cast<sockaddr*>(&address);
-    if (bind(socket_, own, size) != 0 || getsockname(socket_, own, &size) != 0)
+    // Away from the process id, which libnl takes for its first socket.
+    const sockaddr_nl own = port(0x70000000U | static_cast<uint32_t>(getpid()));
+    if (bind(socket_, reinterpret_cast<const sockaddr*>(&own), sizeof(own)) != 0)
         throw std::runtime_error("no NETLINK_USERSOCK");
-    peer_port = address.nl_pid;
+    peer_port = own.nl_pid;
     thread_ = std::thread([this] { serve(); });
 }
 
@@ -142,34 +164,14 @@ void Peer::answer(const std::string& question, const sockaddr_nl& asker) const {
     memcpy(&header, question.data(), sizeof(header));
     if (header.nlmsg_type != GENL_ID_CTRL) return;
     if (header.nlmsg_flags & NLM_F_DUMP) {
-        send_to(socket_, description(question), asker);
+        send_to(socket_, description(question, "nlctrl", GENL_ID_CTRL, {}), asker);
+        send_to(socket_, description(question, family_, id_, groups_), asker);
         return send_to(socket_, end_of(NLMSG_DONE, header, 0), asker);
     }
     if (asked_for(question) != family_)
         return send_to(socket_, end_of(NLMSG_ERROR, header, -ENOENT), asker);
-    send_to(socket_, description(question), asker);
+    send_to(socket_, description(question, family_, id_, groups_), asker);
     if (header.nlmsg_flags & NLM_F_ACK) send_to(socket_, end_of(NLMSG_ERROR, header, 0), asker);
-}
-
-std::string Peer::description(const std::string& question) const {
-    nlmsghdr header{};
-    memcpy(&header, question.data(), sizeof(header));
-    std::string id;
-    add(id, id_);
-    std::string groups;
-    uint16_t index = 0;
-    for (const auto& [name, number] : groups_) {
-        std::string value;
-        add(value, number);
-        groups += attribute(++index, attribute(CTRL_ATTR_MCAST_GRP_ID, value) +
-                                         attribute(CTRL_ATTR_MCAST_GRP_NAME, name + '\0'));
-    }
-    const uint16_t flags = header.nlmsg_flags & NLM_F_DUMP ? NLM_F_MULTI : 0;
-    return genl_message(GENL_ID_CTRL, CTRL_CMD_NEWFAMILY,
-                        attribute(CTRL_ATTR_FAMILY_NAME, family_ + '\0') +
-                            attribute(CTRL_ATTR_FAMILY_ID, id) +
-                            attribute(CTRL_ATTR_MCAST_GROUPS, groups),
-                        header.nlmsg_seq, header.nlmsg_pid, flags);
 }
 
 }  // namespace tq_test::wire

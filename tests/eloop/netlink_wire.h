@@ -57,7 +57,6 @@ class Peer {
   private:
     void serve() const;
     void answer(const std::string& question, const sockaddr_nl& asker) const;
-    std::string description(const std::string& question) const;
 
     std::string family_;
     uint16_t id_;
