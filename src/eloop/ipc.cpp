@@ -128,6 +128,6 @@ int resp_set_error_msg(char* resp, const char* msg, size_t resp_size) {
     const int room = static_cast<int>(resp_size) - kReplyHeaderSize;
     if (room < 0) return fail_with(EINVAL);
     const auto length = std::min(static_cast<size_t>(room), strlen(msg));
-    memcpy(&resp[kReplyHeaderSize], msg, length);
+    std::copy_n(msg, length, &resp[kReplyHeaderSize]);
     return static_cast<int>(length);
 }

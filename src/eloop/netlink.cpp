@@ -101,8 +101,7 @@ int send_whole(int fd, std::span<const char> bytes) {
 }
 
 bool is_whole(const nlmsghdr& header, size_t received) {
-    return received >= sizeof(header) && header.nlmsg_len >= sizeof(header) &&
-           header.nlmsg_len <= received;
+    return header.nlmsg_len >= sizeof(header) && header.nlmsg_len <= received;
 }
 
 // What the first attribute carries, as far as the message reaches.

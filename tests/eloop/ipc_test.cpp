@@ -24,7 +24,6 @@
 namespace {
 
 using namespace tq_test;  // NOLINT(google-build-using-namespace)
-using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr int64_t kSecond = 1000000;
@@ -79,7 +78,7 @@ class Ipc : public DeviceTest {
     }
 
     // Fills the server's queue, so that the kernel takes nothing more for it.
-    void fill_queue() const {
+    static void fill_queue() {
         const int sock = connect();
         while (send(sock, "x", 1, MSG_DONTWAIT) == 1)
             continue;

@@ -127,7 +127,7 @@ Peer::Peer(std::string family, uint16_t id, Groups groups)
 Peer::~Peer() {
     const sockaddr_nl own = port(peer_port);
     peer_port = 0;
-    send_to(socket_, "end", own);
+    sendto(socket_, "end", 3, 0, reinterpret_cast<const sockaddr*>(&own), sizeof(own));
     thread_.join();
     close(socket_);
 }

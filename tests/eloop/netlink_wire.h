@@ -52,7 +52,7 @@ class Peer {
     Peer& operator=(const Peer&) = delete;
 
     void send_to_group(uint32_t group, const std::string& message) const;
-    void send_to_port(uint32_t port, const std::string& message) const;
+    void send_to_port(uint32_t number, const std::string& message) const;
 
   private:
     void serve() const;

@@ -50,19 +50,19 @@ class Wire : public DeviceTest {
 
 TEST_F(Wire, SixBytesOfPayloadMakeA32ByteMessage) {
     EXPECT_EQ(tq_genl_send(0x1234, sock, 9, "abcdef", 6), 32);
-    ASSERT_EQ(hold.sent().size(), 1U);
-    EXPECT_EQ(hold.sent()[0].bytes, std::string("\x20\0\0\0"  // length
-                                                "\x34\x12"    // family
-                                                "\1\0"        // a request
-                                                "\0\0\0\0",   // sequence
-                                                12) +
-                                        own_pid() +
-                                        std::string("\x09\0\0\0"  // command, version
-                                                    "\x0b\0\1\0"  // attribute: length, type
-                                                    "abcdef\0\0",
-                                                    16));
-    EXPECT_EQ(hold.sent()[0].address, kKernelAddress);
-    EXPECT_EQ(hold.sent()[0].flags, 0);
+    ASSERT_EQ(wire::Hold::sent().size(), 1U);
+    EXPECT_EQ(wire::Hold::sent()[0].bytes, std::string("\x20\0\0\0"  // length
+                                                       "\x34\x12"    // family
+                                                       "\1\0"        // a request
+                                                       "\0\0\0\0",   // sequence
+                                                       12) +
+                                               own_pid() +
+                                               std::string("\x09\0\0\0"  // command, version
+                                                           "\x0b\0\1\0"  // attribute: length, type
+                                                           "abcdef\0\0",
+                                                           16));
+    EXPECT_EQ(wire::Hold::sent()[0].address, kKernelAddress);
+    EXPECT_EQ(wire::Hold::sent()[0].flags, 0);
 }
 
 TEST_F(Wire, TheAttributeCountsAByteMoreThanThePayload) {
@@ -71,7 +71,7 @@ TEST_F(Wire, TheAttributeCountsAByteMoreThanThePayload) {
         const size_t total = 20 + (size + 5 + 3) / 4 * 4;
         EXPECT_EQ(tq_genl_send(28, sock, 1, payload.data(), static_cast<int>(size)),
                   static_cast<int>(total));
-        const std::string bytes = hold.sent().back().bytes;
+        const std::string bytes = wire::Hold::sent().back().bytes;
         std::string lengths;
         add(lengths, static_cast<uint32_t>(total));
         add(lengths, static_cast<uint16_t>(size + 5));
@@ -82,40 +82,40 @@ TEST_F(Wire, TheAttributeCountsAByteMoreThanThePayload) {
 
 TEST_F(Wire, AFamilyHasSixteenBitsAndACommandEight) {
     tq_genl_send(0x12345, sock, 255, "x", 1);
-    EXPECT_EQ(hold.sent()[0].bytes.substr(4, 2), "\x45\x23");
-    EXPECT_EQ(hold.sent()[0].bytes.substr(16, 1), "\xff");
+    EXPECT_EQ(wire::Hold::sent()[0].bytes.substr(4, 2), "\x45\x23");
+    EXPECT_EQ(wire::Hold::sent()[0].bytes.substr(16, 1), "\xff");
 }
 
 TEST_F(Wire, AShortSendIsContinued) {
     wire::Hold::take_only(30);
     EXPECT_EQ(tq_genl_send(28, sock, 9, "abcdef", 6), 2);
-    ASSERT_EQ(hold.sent().size(), 2U);
-    EXPECT_EQ(hold.sent()[1].bytes, hold.sent()[0].bytes.substr(30));
-    EXPECT_EQ(hold.sent()[1].address, kKernelAddress);
+    ASSERT_EQ(wire::Hold::sent().size(), 2U);
+    EXPECT_EQ(wire::Hold::sent()[1].bytes, wire::Hold::sent()[0].bytes.substr(30));
+    EXPECT_EQ(wire::Hold::sent()[1].address, kKernelAddress);
 }
 
 TEST_F(Wire, ASendThatTakesNothingIsNotRepeated) {
     wire::Hold::take_only(0);
     EXPECT_EQ(tq_genl_send(28, sock, 9, "abcdef", 6), -1);
-    EXPECT_EQ(hold.sent().size(), 1U);
+    EXPECT_EQ(wire::Hold::sent().size(), 1U);
 }
 
 TEST_F(Wire, APlainMessageIsAHeaderAndThePayload) {
     EXPECT_EQ(tq_write_netlink(nl_socket_get_fd(sock), "payload", 7), 0);
-    ASSERT_EQ(hold.sent().size(), 1U);
-    EXPECT_EQ(hold.sent()[0].bytes, std::string("\x17\0\0\0"  // length
-                                                "\0\0"        // type
-                                                "\1\0"        // a request
-                                                "\0\0\0\0",   // sequence
-                                                12) +
-                                        own_pid() + "payload");
-    EXPECT_EQ(hold.sent()[0].address, kKernelAddress);
-    EXPECT_EQ(hold.sent()[0].flags, 0);
-    EXPECT_EQ(hold.sent()[0].vectors, 1U);
+    ASSERT_EQ(wire::Hold::sent().size(), 1U);
+    EXPECT_EQ(wire::Hold::sent()[0].bytes, std::string("\x17\0\0\0"  // length
+                                                       "\0\0"        // type
+                                                       "\1\0"        // a request
+                                                       "\0\0\0\0",   // sequence
+                                                       12) +
+                                               own_pid() + "payload");
+    EXPECT_EQ(wire::Hold::sent()[0].address, kKernelAddress);
+    EXPECT_EQ(wire::Hold::sent()[0].flags, 0);
+    EXPECT_EQ(wire::Hold::sent()[0].vectors, 1U);
     const std::string longest(TQ_NETLINK_PAYLOAD_MAX, 'p');
     EXPECT_EQ(tq_write_netlink(nl_socket_get_fd(sock), longest.data(), longest.size()), 0);
-    EXPECT_EQ(hold.sent()[1].bytes.substr(0, 4), std::string("\x88\x13\0\0", 4));
-    EXPECT_EQ(hold.sent()[1].bytes.substr(16), longest);
+    EXPECT_EQ(wire::Hold::sent()[1].bytes.substr(0, 4), std::string("\x88\x13\0\0", 4));
+    EXPECT_EQ(wire::Hold::sent()[1].bytes.substr(16), longest);
 }
 
 // The Wi-Fi driver's family, with the numbers that a driver could get.

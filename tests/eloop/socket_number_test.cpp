@@ -40,6 +40,7 @@ TEST(SocketNumber, IsAnotherOneInEachThread) {
     tq::SocketNumber number;
     std::vector<std::vector<Pair>> seen(4);
     std::vector<std::thread> threads;
+    threads.reserve(seen.size());
     for (auto& mine : seen) {
         threads.emplace_back([&] {
             for (int i = 0; i < 1000; i++)

@@ -117,7 +117,7 @@ TEST_F(TqctlNetlink, GenlListenNeedsTheFamilyAndTheGroup) {
 void switch_feature(bool on) {
     ethtool_value value = {.cmd = ETHTOOL_SGSO, .data = on};
     ifreq request{};
-    strcpy(request.ifr_name, "tq0");
+    snprintf(request.ifr_name, sizeof(request.ifr_name), "tq0");
     request.ifr_data = reinterpret_cast<char*>(&value);
     const int sock = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     ioctl(sock, SIOCETHTOOL, &request);

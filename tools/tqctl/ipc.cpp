@@ -18,7 +18,7 @@ namespace {
 constexpr char kDefaultSeconds[] = "1";
 
 // Longer than what the kernel lets through by default.
-constexpr size_t kMaxSize = 256 * 1024;
+constexpr size_t kMaxSize = 262144;
 
 ExitCode cause(const Context& context, const char* what) {
     if (errno == ECONNREFUSED) return context.fail(ExitCode::kRefused, "%s: nobody is there", what);

@@ -52,9 +52,10 @@ class Shown {
     netlink_msg message{0, 0, payload_};
 
     void print(Output& output) {
-        for (size_t i = 0; i < message.len; i++)
+        const size_t size = message.len;
+        for (size_t i = 0; i < size; i++)
             snprintf(&digits_[2 * i], 3, "%02x", payload_[i]);
-        digits_[2 * message.len] = '\0';
+        digits_[2 * size] = '\0';
         if (output.is_json()) return output.document(json());
         printf("%u %u%s%s\n", message.type, message.len, message.len > 0 ? " " : "", digits_);
         fflush(stdout);
