@@ -33,6 +33,8 @@ const char* next_value() {
 bool connect_once() {
     static const bool connected = init_ubus_client() == 0;
     return connected;
+}
+
 // The flash of the simulated device holds no block before the first call.
 void load_block() {
     static const bool formatted = [] {
@@ -55,11 +57,22 @@ void save_block() {
 void find_key() {
     static const bool loaded = (load_block(), true);
     if (loaded) redboot_get_config("alias/kernel", text, REDBOOT_CONFIG_STRING);
+}
+
 // A session that the first call opens.
 uci_config_ctx* open_session() {
     static uci_config_ctx session;
     if (!session.ctx) load_unnamed_section(UCI_CONFIG_SYSTEM, &session, "system");
     return &session;
+}
+
+// Likewise, on a radio.
+uci_config_ctx* open_radio() {
+    static uci_config_ctx session;
+    if (!session.ctx) load_named_section(UCI_CONFIG_WIRELESS, &session, "radio0");
+    return &session;
+}
+
 reboot_cause_record records[REBOOT_CAUSE_RECORDS];
 reboot_cause_statistic statistic;
 reboot_cause_header header;
@@ -83,6 +96,7 @@ void run_ends(void (*write)()) {
 
 constexpr Call kCalls[] = {
     {"read_line", [] { read_line("/etc/config/system", "hostname", text, sizeof(text)); }},
+    {"iniparser_load", [] { iniparser_freedict(iniparser_load("/etc/board.conf")); }},
     {"run_cmd", [] { run_cmd("echo eth0", text, sizeof(text)); }},
     {"bbi_radio_device", [] { bbi_radio_device(1, text, sizeof(text)); }},
     {"get_vap_name", [] { get_vap_name(1, 3, text, sizeof(text)); }},
@@ -116,6 +130,18 @@ constexpr Call kCalls[] = {
     {"redboot_get_config", find_key},
     {"mtd_open", [] { close(mtd_open("/etc/config/system", 1)); }},
     {"check_primary_image", [] { check_primary_image(); }},
+    {"apps_is_running", [] { apps_is_running(11); }},
+    {"set_process_syslog_level",
+     [] {
+         syslog_cfg = get_syslog_cfg();
+         set_process_syslog_level(11, static_cast<int>(++serial));
+     }},
+    {"write_syslog_config_file",
+     [] {
+         syslog_cfg = get_syslog_cfg();
+         write_syslog_config_file();
+     }},
+    {"reset_syslog_prority", [] { reset_syslog_prority(49); }},
     {"if_is_up", [] { if_is_up("eth0"); }},
     {"if_is_running", [] { if_is_running("eth0"); }},
     {"set_if_flag", [] { set_if_flag("eth0", 1); }},
@@ -142,6 +168,11 @@ constexpr Call kCalls[] = {
      }},
     {"get_uci_config", [] { get_uci_config(open_session(), "hostname"); }},
     {"set_uci_config", [] { set_uci_config(open_session(), "hostname", next_value()); }},
+    {"wifi_get_rts_threshold", [] { wifi_get_rts_threshold(open_radio(), 0, &number); }},
+    {"wifi_set_rts_threshold",
+     [] { wifi_set_rts_threshold(open_radio(), 0, static_cast<int>(++serial)); }},
+    {"uci_get_threshold", [] { uci_get_threshold(7, &number); }},
+    {"uci_set_threshold", [] { uci_set_threshold(7, ++serial); }},
     {"save_uci_config",
      [] {
          add_uci_list(open_session(), "served", next_value());

@@ -8,12 +8,10 @@ namespace tqctl {
 // Constants, each initialized where it is defined.
 // NOLINTBEGIN(bugprone-dynamic-static-initializers)
 extern const Family kUci;
-extern const Family kBus;
-extern const Family kFm;
-extern const Family kBw;
-extern const Family kFlow;
 extern const Family kConfig;
+extern const Family kWifi;
 extern const Family kBoard;
+extern const Family kMac;
 extern const Family kIf;
 extern const Family kArp;
 extern const Family kRoute;
@@ -22,13 +20,20 @@ extern const Family kIp;
 extern const Family kIpc;
 extern const Family kNetlink;
 extern const Family kGenl;
+extern const Family kBus;
+extern const Family kFm;
+extern const Family kBw;
+extern const Family kFlow;
 extern const Family kRebootLog;
+extern const Family kPs;
+extern const Family kLog;
 extern const Family kStatus;
 extern const Family kUpgrade;
 extern const Family kFlash;
 extern const Family kImage;
 extern const Family kRedboot;
 extern const Family kSerial;
+extern const Family kIni;
 extern const Family kHelp;
 extern const Family kMan;
 extern const Family kCompletion;
