@@ -243,7 +243,8 @@ int tq_write_netlink(int sock, const void* data, size_t size) {
     if (size > TQ_NETLINK_PAYLOAD_MAX) {
         return TQ_FAIL("invalid parameters, len = %d\n", static_cast<int>(size));
     }
-    RawMessage message = {};
+    RawMessage message;
+    message.header = {};
     message.header.nlmsg_len = static_cast<uint32_t>(NLMSG_HDRLEN + size);
     message.header.nlmsg_flags = NLM_F_REQUEST;
     message.header.nlmsg_pid = static_cast<uint32_t>(getpid());
@@ -262,7 +263,8 @@ int tq_read_netlink(int sock, netlink_msg* msg, size_t size) {
     if (!msg || !msg->data || !is_size(size)) {
         return TQ_FAIL("%s:pmsg or data null  <= 0\n\n", __func__);
     }
-    RawMessage message = {};
+    RawMessage message;
+    message.header = {};
     iovec vector = {.iov_base = &message, .iov_len = sizeof(message)};
     msghdr reply = {};
     reply.msg_iov = &vector;
