@@ -47,6 +47,7 @@ endmacro()
 tq_dependency(uci uci.h uci)
 tq_dependency(ubox libubox/blobmsg.h ubox)
 tq_dependency(ubus libubus.h ubus)
+tq_dependency(nl-tiny unl.h nl-tiny PATH_SUFFIXES libnl-tiny)
 tq_dependency(oem tq/oem.h tqoem)
 
 set(TQ_HOST_DEPENDENCIES "")

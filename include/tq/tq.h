@@ -14,8 +14,10 @@
 #include <tq/thd_eloop.h>
 #include <tq/image_switch.h>
 #include <tq/mtd.h>
+#include <tq/ipc.h>
 #include <tq/mac.h>
 #include <tq/netif.h>
+#include <tq/netlink.h>
 #include <tq/redboot.h>
 #include <tq/dictionary.h>
 #include <tq/iniparser.h>

@@ -1,0 +1,133 @@
+#include "tq/ipc.h"
+
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <span>
+
+#include "eloop/socket_number.h"
+#include "foundation/file.h"
+#include "foundation/guard.h"
+#include "foundation/text.h"
+
+namespace {
+
+using tq::is_size;
+using tq::UniqueFd;
+
+constexpr int kExecSeconds = 1;
+
+// What a reply begins with: its owner's business.
+constexpr int kReplyHeaderSize = 4;
+
+constinit tq::SocketNumber socket_number;
+
+// A name in the abstract namespace. The zeros behind it, up to the end of the path, are part of it.
+class AbstractName {
+  public:
+    AbstractName() : text(std::span(address_.sun_path).subspan<1>()) {
+        static_assert(sizeof(address_) == 110);
+        address_.sun_family = AF_UNIX;
+    }
+
+    [[nodiscard]] const sockaddr* address() const {
+        return reinterpret_cast<const sockaddr*>(&address_);
+    }
+    static constexpr socklen_t kSize = sizeof(sockaddr_un);
+
+  private:
+    sockaddr_un address_ = {};
+
+  public:
+    tq::TextWriter text;
+};
+
+// errno is the caller's to read, whatever is closed after the failure.
+class KeepErrno {
+  public:
+    KeepErrno() = default;
+    ~KeepErrno() { errno = error_; }
+    KeepErrno(const KeepErrno&) = delete;
+    KeepErrno& operator=(const KeepErrno&) = delete;
+
+  private:
+    int error_ = errno;
+};
+
+int fail_with(int error) {
+    errno = error;
+    return -1;
+}
+
+bool send_or_close(int sock, const void* req, size_t req_len, int flags) {
+    if (send(sock, req, req_len, flags) >= 0) return true;
+    const KeepErrno keep;
+    close(sock);
+    return false;
+}
+
+}  // namespace
+
+int ipc_connect(const char* server_name) {
+    if (!server_name) return fail_with(EINVAL);
+    UniqueFd sock(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!sock) return -1;
+    const auto [high, low] = socket_number.next();
+    AbstractName client;
+    client.text.append("%s-ipc-%d-%d-%d", server_name, getpid(), static_cast<int>(high),
+                       static_cast<int>(low));
+    if (bind(sock.get(), client.address(), AbstractName::kSize) < 0) return -1;
+    AbstractName server;
+    server.text.append("%s", server_name);
+    if (connect(sock.get(), server.address(), AbstractName::kSize) < 0) return -1;
+    return sock.release();
+}
+
+int ipc_cmd(int sock, const void* req, size_t req_len, void* resp, size_t resp_len,
+            int timeout_secs) {
+    if (!req || !is_size(req_len) || !resp || !is_size(resp_len)) return fail_with(EINVAL);
+    if (sock >= FD_SETSIZE) return fail_with(EINVAL);
+    if (!send_or_close(sock, req, req_len, MSG_DONTWAIT | MSG_NOSIGNAL)) return -1;
+    fd_set readable;
+    FD_ZERO(&readable);
+    FD_SET(sock, &readable);
+    timeval limit = {.tv_sec = timeout_secs, .tv_usec = 0};
+    const int ready = select(sock + 1, &readable, nullptr, nullptr, &limit);
+    if (ready < 0) return ready;
+    if (!FD_ISSET(sock, &readable)) return fail_with(ETIMEDOUT);
+    return static_cast<int>(recv(sock, resp, resp_len, 0));
+}
+
+int ipc_cmd_imm(int sock, const void* req, size_t req_len) {
+    if (!req || !is_size(req_len)) return fail_with(EINVAL);
+    return send_or_close(sock, req, req_len, MSG_NOSIGNAL) ? 0 : -1;
+}
+
+int ipc_close(int sock) {
+    return close(sock);
+}
+
+int ipc_exec(const char* server_name, const void* req, size_t req_len, void* resp,
+             size_t resp_len) {
+    const int sock = ipc_connect(server_name);
+    if (sock < 0) return -1;
+    const int received = ipc_cmd(sock, req, req_len, resp, resp_len, kExecSeconds);
+    const KeepErrno keep;
+    // Closed already where the request could not be sent: known to the callers, and kept.
+    close(sock);
+    return received;
+}
+
+int resp_set_error_msg(char* resp, const char* msg, size_t resp_size) {
+    if (!resp || !msg || !is_size(resp_size)) return fail_with(EINVAL);
+    const int room = static_cast<int>(resp_size) - kReplyHeaderSize;
+    if (room < 0) return fail_with(EINVAL);
+    const auto length = std::min(static_cast<size_t>(room), strlen(msg));
+    std::copy_n(msg, length, &resp[kReplyHeaderSize]);
+    return static_cast<int>(length);
+}

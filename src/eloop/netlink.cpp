@@ -1,0 +1,329 @@
+#include "tq/netlink.h"
+
+#include <linux/genetlink.h>
+#include <linux/netlink.h>
+#include <netlink/genl/ctrl.h>
+#include <netlink/genl/genl.h>
+#include <netlink/netlink.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstddef>
+#include <cstring>
+#include <memory>
+#include <span>
+
+#include "foundation/file.h"
+#include "foundation/guard.h"
+#include "foundation/log.h"
+
+// Of C alone: it does not say so itself.
+extern "C" {
+#include <unl.h>
+}
+
+namespace {
+
+using tq::is_size;
+using tq::UniqueFd;
+
+// A message of one attribute. What may be received ends before the room for the byte more that the
+// attribute's length counts, and for the padding.
+struct GenlMessage {
+    nlmsghdr header;                    //  0
+    genlmsghdr command;                 // 16
+    nlattr attribute;                   // 20
+    char payload[TQ_GENL_PAYLOAD_MAX];  // 24
+    char padding[4];
+};
+constexpr size_t kCommandAt = offsetof(GenlMessage, command);
+constexpr size_t kAttributeAt = offsetof(GenlMessage, attribute);
+constexpr size_t kPayloadAt = offsetof(GenlMessage, payload);
+constexpr size_t kGenlReceiveSize = offsetof(GenlMessage, padding);
+static_assert(kCommandAt == 16 && kAttributeAt == 20 && kPayloadAt == 24);
+static_assert(kGenlReceiveSize == 5020 && sizeof(GenlMessage) == 5024);
+
+struct RawMessage {
+    nlmsghdr header;                       // 0
+    char payload[TQ_NETLINK_PAYLOAD_MAX];  // 16
+};
+static_assert(offsetof(RawMessage, payload) == NLMSG_HDRLEN && sizeof(RawMessage) == 5000);
+
+constexpr uint16_t kAttributeType = 1;
+constexpr unsigned char kHello = 1;
+constexpr int kBufferSize = 600 * 1024;
+constexpr int kMaxGroup = 32;
+
+constexpr sockaddr_nl kKernel = {.nl_family = AF_NETLINK, .nl_pad = 0, .nl_pid = 0, .nl_groups = 0};
+static_assert(sizeof(kKernel) == 12);
+
+const sockaddr* as_sockaddr(const sockaddr_nl& address) {
+    return reinterpret_cast<const sockaddr*>(&address);
+}
+
+struct FreeSocket {
+    void operator()(nl_sock* sock) const { nl_socket_free(sock); }
+};
+using UniqueSocket = std::unique_ptr<nl_sock, FreeSocket>;
+
+// The family "fuMAC" as libnl-tiny's group operations want it: they change none of it.
+class FumacFamily {
+  public:
+    explicit FumacFamily(nl_sock* sock) {
+        unl_.sock = sock;
+        unl_.family_name = name_;
+        unl_.hdrlen = GENL_HDRLEN;
+    }
+    FumacFamily(const FumacFamily&) = delete;
+    FumacFamily& operator=(const FumacFamily&) = delete;
+
+    unl* get() { return &unl_; }
+
+  private:
+    char name_[sizeof("fuMAC")] = "fuMAC";
+    unl unl_ = {};
+};
+
+// The bytes sent last, or -1.
+int send_whole(int fd, std::span<const char> bytes) {
+    for (;;) {
+        const ssize_t sent =
+            sendto(fd, bytes.data(), bytes.size(), 0, as_sockaddr(kKernel), sizeof(kKernel));
+        if (sent < 0 && errno == EAGAIN) continue;
+        if (sent <= 0) return -1;
+        const auto count = static_cast<size_t>(sent);
+        if (count >= bytes.size()) return static_cast<int>(sent);
+        bytes = {bytes.data() + count, bytes.size() - count};
+    }
+}
+
+bool is_whole(const nlmsghdr& header, size_t received) {
+    return header.nlmsg_len >= sizeof(header) && header.nlmsg_len <= received;
+}
+
+// What the first attribute carries, as far as the message reaches.
+size_t payload_size(const GenlMessage& message) {
+    if (message.header.nlmsg_len < kPayloadAt) return 0;
+    const size_t claimed = std::max<size_t>(message.attribute.nla_len, NLA_HDRLEN) - NLA_HDRLEN;
+    return std::min(claimed, message.header.nlmsg_len - kPayloadAt);
+}
+
+int genl_rcv_msg(int family_id, int fd, netlink_msg& msg, size_t size) {
+    if (!is_size(size)) {
+        return TQ_FAIL("invalid parameters, len = %d\n", static_cast<int>(size));
+    }
+    GenlMessage message;
+    memset(&message, 0, kPayloadAt);
+    const ssize_t got = recv(fd, &message, kGenlReceiveSize, 0);
+    if (got < 0) {
+        return TQ_FAIL("recv fail, ret = %d, errno = %d, err info:%s\n", static_cast<int>(got),
+                       errno, strerror(errno));
+    }
+    const int type = message.header.nlmsg_type;
+    const bool whole = is_whole(message.header, static_cast<size_t>(got));
+    if (type == NLMSG_ERROR || !whole) {
+        return TQ_FAIL(
+            "msg.nlh.nlmsg_type = %d, NLMSG_ERROR = %d, NLMSG_OK((&msg.nlh), ret) = %d\n", type,
+            NLMSG_ERROR, whole);
+    }
+    if (type != family_id) {
+        return TQ_FAIL("msg.nlh.nlmsg_type = %d, family_id = %d\n", type, family_id);
+    }
+    const size_t count = std::min(payload_size(message), size);
+    memcpy(msg.data, message.payload, count);
+    msg.type = message.command.cmd;
+    msg.len = static_cast<uint16_t>(count);
+    return static_cast<int>(count);
+}
+
+int fumac_genl_listen(nl_sock* sock, const char* group) {
+    if (!sock) return TQ_FAIL("invalid parameters\n");
+    FumacFamily fumac(sock);
+    const int result = unl_genl_subscribe(fumac.get(), group);
+    if (result < 0) TQ_LOG(LOG_ERR, "bind mcast group %s fail: %d\n", group, result);
+    return result;
+}
+
+}  // namespace
+
+nl_sock* tq_genl_connect(int* family_id, const char* family_name) {
+    if (family_id) *family_id = -1;
+    if (!family_id || !family_name || !*family_name) {
+        TQ_LOG(LOG_ERR, "invalid parameters\n");
+        return nullptr;
+    }
+    UniqueSocket sock(nl_socket_alloc());
+    if (!sock) {
+        TQ_LOG(LOG_ERR, "failed to allocate netlink socket\n\n");
+        return nullptr;
+    }
+    if (const int error = genl_connect(sock.get()); error < 0) {
+        TQ_LOG(LOG_ERR, "failed to connect generic netlink: %d\n\n", error);
+        return nullptr;
+    }
+    const int id = genl_ctrl_resolve(sock.get(), family_name);
+    if (id <= 0) {
+        TQ_LOG(LOG_ERR, "not find family:%s id:%d \n\n", family_name, id);
+        return nullptr;
+    }
+    *family_id = id;
+    TQ_LOG(LOG_DEBUG, "name=%s, family_id=%d\n\n", family_name, id);
+    return sock.release();
+}
+
+int tq_genl_disconnect(nl_sock* sock) {
+    if (!sock) return TQ_FAIL("invalid parameters\n");
+    nl_socket_free(sock);
+    return 0;
+}
+
+int tq_genl_send(int family_id, nl_sock* sock, unsigned char cmd, const void* data, int len) {
+    if (!sock || !data || len <= 0) return TQ_FAIL("%s:arguments is null\n\n", __func__);
+    if (len > TQ_GENL_PAYLOAD_MAX) return TQ_FAIL("invalid parameters, len = %d\n", len);
+    const auto size = static_cast<size_t>(len);
+    GenlMessage message = {};
+    // Receivers count on the byte that is one too many.
+    message.attribute.nla_len = static_cast<uint16_t>(NLA_HDRLEN + size + 1);
+    message.attribute.nla_type = kAttributeType;
+    message.command.cmd = cmd;
+    message.header.nlmsg_len =
+        static_cast<uint32_t>(kAttributeAt + NLA_ALIGN(message.attribute.nla_len));
+    message.header.nlmsg_type = static_cast<uint16_t>(family_id);
+    message.header.nlmsg_flags = NLM_F_REQUEST;
+    message.header.nlmsg_pid = static_cast<uint32_t>(getpid());
+    memcpy(message.payload, data, size);
+    return send_whole(nl_socket_get_fd(sock),
+                      {reinterpret_cast<const char*>(&message), message.header.nlmsg_len});
+}
+
+int tq_genl_recv(int family_id, nl_sock* sock, netlink_msg* msg, size_t size) {
+    if (!sock || !msg || !msg->data || size == 0) {
+        return TQ_FAIL("%s:arguments is null\n\n", __func__);
+    }
+    const int count = genl_rcv_msg(family_id, nl_socket_get_fd(sock), *msg, size);
+    if (count < 0) TQ_LOG(LOG_WARNING, "%s:genl_rcv_msg error\n\n", __func__);
+    return count;
+}
+
+nl_sock* tq_genl_connect_and_send(int* family_id, const char* family_name) {
+    UniqueSocket sock(tq_genl_connect(family_id, family_name));
+    if (!sock) {
+        TQ_LOG(LOG_ERR, "tq_genl_connect error\n\n");
+        return nullptr;
+    }
+    constexpr char kGreeting[] = "Hello";
+    if (tq_genl_send(*family_id, sock.get(), kHello, kGreeting, sizeof(kGreeting)) < 0) {
+        TQ_LOG(LOG_ERR, "tq_genl_send error\n\n");
+        return nullptr;
+    }
+    return sock.release();
+}
+
+int tq_open_netlink(int protocol, int group) {
+    if (group < 1 || group > kMaxGroup) return TQ_FAIL("group error :%d\n\n", group);
+    UniqueFd sock(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, protocol));
+    if (!sock) return TQ_FAIL("CREATE NETLINK SOCKET FAIL\n\n");
+    (void)setsockopt(sock.get(), SOL_SOCKET, SO_RCVBUF, &kBufferSize, sizeof(kBufferSize));
+    (void)setsockopt(sock.get(), SOL_SOCKET, SO_SNDBUF, &kBufferSize, sizeof(kBufferSize));
+    const sockaddr_nl local = {.nl_family = AF_NETLINK,
+                               .nl_pad = 0,
+                               .nl_pid = static_cast<uint32_t>(getpid()),
+                               .nl_groups = 1U << (group - 1)};
+    if (bind(sock.get(), as_sockaddr(local), sizeof(local)) < 0) {
+        return TQ_FAIL("BIND NETLINK SOCKET FAIL\n\n");
+    }
+    return sock.release();
+}
+
+int tq_write_netlink(int sock, const void* data, size_t size) {
+    if (!data || !is_size(size)) return TQ_FAIL("%s:data is null or size <= 0\n\n", __func__);
+    if (size > TQ_NETLINK_PAYLOAD_MAX) {
+        return TQ_FAIL("invalid parameters, len = %d\n", static_cast<int>(size));
+    }
+    RawMessage message;
+    message.header = {};
+    message.header.nlmsg_len = static_cast<uint32_t>(NLMSG_HDRLEN + size);
+    message.header.nlmsg_flags = NLM_F_REQUEST;
+    message.header.nlmsg_pid = static_cast<uint32_t>(getpid());
+    memcpy(message.payload, data, size);
+    iovec vector = {.iov_base = &message, .iov_len = message.header.nlmsg_len};
+    sockaddr_nl kernel = kKernel;
+    msghdr request = {};
+    request.msg_name = &kernel;
+    request.msg_namelen = sizeof(kernel);
+    request.msg_iov = &vector;
+    request.msg_iovlen = 1;
+    return sendmsg(sock, &request, 0) < 0 ? TQ_FAIL("sendmsg fail\n") : 0;
+}
+
+int tq_read_netlink(int sock, netlink_msg* msg, size_t size) {
+    if (!msg || !msg->data || !is_size(size)) {
+        return TQ_FAIL("%s:pmsg or data null  <= 0\n\n", __func__);
+    }
+    RawMessage message;
+    message.header = {};
+    iovec vector = {.iov_base = &message, .iov_len = sizeof(message)};
+    msghdr reply = {};
+    reply.msg_iov = &vector;
+    reply.msg_iovlen = 1;
+    const ssize_t got = recvmsg(sock, &reply, 0);
+    if (got < 0) return TQ_FAIL("recvmsg fail\n\n");
+    const auto claimed = static_cast<uint16_t>(message.header.nlmsg_len - NLMSG_HDRLEN);
+    const ssize_t received = std::max<ssize_t>(got - NLMSG_HDRLEN, 0);
+    const size_t count = std::min({size_t{claimed}, static_cast<size_t>(received), size});
+    memcpy(msg->data, message.payload, count);
+    msg->type = message.header.nlmsg_type;
+    msg->len = static_cast<uint16_t>(count);
+    return static_cast<int>(count);
+}
+
+int tq_close_netlink(int sock) {
+    const UniqueFd closing(sock);
+    return 0;
+}
+
+nl_sock* fumac_genl_init(int* family_id) {
+    if (!family_id) {
+        TQ_LOG(LOG_ERR, "invalid parameters\n");
+        return nullptr;
+    }
+    UniqueSocket sock(nl_socket_alloc());
+    if (!sock) {
+        TQ_LOG(LOG_ERR, "failed to allocate genetlink socket\n");
+        return nullptr;
+    }
+    if (const int error = genl_connect(sock.get()); error < 0) {
+        TQ_LOG(LOG_ERR, "failed to connect genetlink: %d\n", error);
+        return nullptr;
+    }
+    const int id = genl_ctrl_resolve(sock.get(), "fuMAC");
+    if (id <= 0) {
+        TQ_LOG(LOG_ERR, "con't find genetlink family %s\n", "fuMAC");
+        return nullptr;
+    }
+    *family_id = id;
+    TQ_LOG(LOG_INFO, "genetlink bind pid %d to family id %d\n",
+           static_cast<int>(nl_socket_get_local_port(sock.get())), id);
+    return sock.release();
+}
+
+void fumac_genl_deinit(nl_sock* sock) {
+    if (sock) nl_socket_free(sock);
+}
+
+int fumac_genl_multicast_id(nl_sock* sock, const char* group) {
+    if (!sock || !group) return TQ_FAIL("invalid parameters\n");
+    FumacFamily fumac(sock);
+    return unl_genl_multicast_id(fumac.get(), group);
+}
+
+int fumac_genl_listen_mlme(nl_sock* sock) {
+    return fumac_genl_listen(sock, "mlme");
+}
+
+int fumac_genl_listen_stainfo(nl_sock* sock) {
+    return fumac_genl_listen(sock, "sta-info");
+}
