@@ -19,6 +19,7 @@
 #include <tq/redboot.h>
 #include <tq/ip_address.h>
 #include <tq/status_file.h>
+#include <tq/sysstat.h>
 #include <tq/types.h>
 #include <tq/uci_path.h>
 #include <tq/uci_session.h>
