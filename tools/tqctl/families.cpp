@@ -21,6 +21,7 @@ constexpr const Family* kFamilies[] = {
     &kBw,
     &kFlow,
     &kRebootLog,
+    &kStat,
     &kStatus,
     &kUpgrade,
     &kFlash,

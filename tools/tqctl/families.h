@@ -21,6 +21,7 @@ extern const Family kFm;
 extern const Family kBw;
 extern const Family kFlow;
 extern const Family kRebootLog;
+extern const Family kStat;
 extern const Family kStatus;
 extern const Family kUpgrade;
 extern const Family kFlash;
