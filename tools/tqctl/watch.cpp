@@ -173,7 +173,7 @@ class Screen {
     void end_line() {
         column_ = 0;
         if (++row_ >= rows_) return;
-        fputs(look_.moves ? "\033[K\r\n" : "\r\n", stdout);
+        fputs(look_.moves ? "\033[K\n" : "\n", stdout);
     }
 
     // A cell of one column.
@@ -346,7 +346,6 @@ ExitCode watch(Context& context, Arguments arguments) {
     const Look look = find_look();
     const Terminal terminal(look);
     static Picture picture;
-    measure(picture);
     do {
         measure(picture);
         draw(picture, look);
