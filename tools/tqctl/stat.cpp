@@ -194,6 +194,11 @@ ExitCode all(Context& context, Arguments) {
     return show(context, read_all);
 }
 
+// Of this file, so that the table can be checked when it is compiled.
+ExitCode watch(Context& context, Arguments arguments) {
+    return watch_figures(context, arguments);
+}
+
 constexpr Command kCommands[] = {
     {"cpu", "", 0, 0, "shows the processor's type and usage",
      "type, usage_percent over half a second, the ticks since boot that it is calculated\n"

@@ -336,7 +336,7 @@ bool quits_within(uint64_t interval) {
 
 }  // namespace
 
-ExitCode watch(Context& context, Arguments arguments) {
+ExitCode watch_figures(Context& context, Arguments arguments) {
     const std::optional<int64_t> seconds =
         arguments.empty() ? 1 : parse_number(arguments[0], 1, 60);
     if (!seconds) return context.misuse("%s: not a number from 1 to 60", arguments[0]);

@@ -5,6 +5,6 @@
 
 namespace tqctl {
 
-ExitCode watch(Context& context, Arguments arguments);
+ExitCode watch_figures(Context& context, Arguments arguments);
 
 }  // namespace tqctl
