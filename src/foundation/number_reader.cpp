@@ -40,7 +40,7 @@ bool NumberReader::number(uint64_t& value, uint64_t most) {
     if (!written.fits || value > most) {
         value = most;
     } else if (written.negative) {
-        value = (0 - value) & most;
+        value = 0 - value;
     }
     return true;
 }

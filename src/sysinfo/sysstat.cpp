@@ -15,6 +15,7 @@
 #include <cstring>
 #include <numeric>
 #include <span>
+#include <string_view>
 
 #include "foundation/file.h"
 #include "foundation/log.h"
@@ -47,14 +48,25 @@ bool read_numbers(NumberReader& reader, std::span<Number> numbers) {
     return std::ranges::all_of(numbers, [&](Number& number) { return reader.number(number); });
 }
 
-constexpr const char* kMemoryLines[PROC_MEMINFO_FIGURES] = {
+constexpr char kMemoryLines[PROC_MEMINFO_FIGURES][10] = {
     "MemTotal:", "MemFree:", "Buffers:", "Cached:"};
 
-// The place of the figure that a line has; PROC_MEMINFO_FIGURES where it has none.
+bool ends_with(std::string_view text, const char* name) {
+    const size_t length = strlen(name);
+    return text.size() >= length && memcmp(text.end() - length, name, length) == 0;
+}
+
+// The place of the first of the names that the line contains; PROC_MEMINFO_FIGURES where there is
+// none. Each name ends in a colon, and a line has hardly more than one.
 size_t memory_figure(const char* line) {
-    const auto* const name =
-        std::ranges::find_if(kMemoryLines, [line](const char* text) { return strstr(line, text); });
-    return static_cast<size_t>(name - kMemoryLines);
+    size_t place = PROC_MEMINFO_FIGURES;
+    for (const char* colon = strchr(line, ':'); colon; colon = strchr(colon + 1, ':')) {
+        const std::string_view front(line, static_cast<size_t>(colon + 1 - line));
+        for (size_t i = 0; i < place; i++) {
+            if (ends_with(front, kMemoryLines[i])) place = i;
+        }
+    }
+    return place;
 }
 
 // The number behind the line's first colon, in front of which something has to be.

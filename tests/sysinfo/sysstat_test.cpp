@@ -438,7 +438,7 @@ TEST_F(ProcMeminfo, FailsWithoutOneOfTheLines) {
 
 TEST_F(ProcMeminfo, StopsAtALineWithoutANumber) {
     for (const std::string line :
-         {"MemFree: kB\n", "MemFree:\n", ":MemFree: 2\n", "x: MemFree: 2\n"}) {
+         {"MemFree: kB\n", "MemFree:\n", ":5 MemFree: 2\n", "x: MemFree: 2\n"}) {
         const ScopedProc proc(
             Files{{"meminfo", "MemTotal: 1\n" + line + "MemFree: 2\nBuffers: 3\nCached: 4\n"}});
         const Memory memory;
@@ -644,6 +644,17 @@ TEST_F(Service, ThatIsGoneForTheSecondFlowHasToldTheFirst) {
     EXPECT_EQ(out, 0U);
     EXPECT_THAT(log_.take().back(),
                 Line(LOG_ERR, "tq_get_eth_flow", "tq_get_out_flow_statistics fail\n"));
+}
+
+TEST_F(Service, ThatLacksTheSecondFlowGivesZeroForIt) {
+    const Broker broker;
+    ASSERT_EQ(init_ubus_client(), 0);
+    const BusService service({"statistics=int:ifInFlow:11"});
+    uint32_t in = kUntouched;
+    uint32_t out = kUntouched;
+    EXPECT_EQ(tq_get_eth_flow(1, &in, &out), 0);
+    EXPECT_EQ(in, 11U);
+    EXPECT_EQ(out, 0U);
 }
 
 TEST_F(Service, ThatFailsBehindItsFlowsGivesZero) {
