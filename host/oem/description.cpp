@@ -68,9 +68,9 @@ constexpr FactRow kFactRows[] = {
     {"name", Fact::kLanName, Section::kLan, Form::kName, false, 0, kName},
     {"label", Fact::kLanLabel, Section::kLan, Form::kText, false, 0, kName},
     {"port", Fact::kLanPort, Section::kLan, Form::kText, false, 0, kName},
-    {"primary_image", Fact::kPrimaryImage, Section::kPartitions, Form::kName, false, 0, kPartition},
-    {"backup_image", Fact::kBackupImage, Section::kPartitions, Form::kName, false, 0, kPartition},
-    {"backup_boot_loader", Fact::kBackupBootLoader, Section::kPartitions, Form::kName, false, 0,
+    {"primary_image", Fact::kPrimaryImage, Section::kPartitions, Form::kText, false, 0, kPartition},
+    {"backup_image", Fact::kBackupImage, Section::kPartitions, Form::kText, false, 0, kPartition},
+    {"backup_boot_loader", Fact::kBackupBootLoader, Section::kPartitions, Form::kText, false, 0,
      kPartition},
     {"reboot_cause", Fact::kRebootCause, Section::kPartitions, Form::kName, false, 0, kName},
 };

@@ -39,7 +39,8 @@ TQ_API int sys_image_switch(void);
  * when the block cannot be loaded or has no script or no kernel alias. */
 TQ_API int sys_image_check(void);
 
-/* Saves the serial number, cut at 128 bytes, flushes the file systems and waits one second.
+/* Saves the serial number, cut at 128 bytes, flushes the file systems and waits one second. An
+ * entry of that key and another type keeps its type, and as much of the number as it has room for.
  * 0; -1 when the block cannot be loaded, and for a null serial ("invalid parameters" in the log); 1
  * when there is no room for it or the block cannot be saved. */
 TQ_API int sys_sn_set(const char *serial);

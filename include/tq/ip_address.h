@@ -10,8 +10,9 @@
  * well, however short the text is.
  *
  * IPv4 text is read as callers have always written it. Each number may have blanks and one sign
- * before it, and text behind the last one is ignored: "1. +2.3.4x" is 1.2.3.4. Octal and hexadecimal
- * do not exist: "010" is ten. A negative number, and one beyond 32 bits, counts as too large.
+ * before it, and text behind the last one is ignored: "1. +2.3.4x" is 1.2.3.4. Octal and
+ * hexadecimal do not exist: "010" is ten. A number beyond 32 bits counts as too large. A negative
+ * one is counted down from 2^32, and so too large as a rule, but "-4294967295" is 1.
  */
 #ifndef TQ_IP_ADDRESS_H
 #define TQ_IP_ADDRESS_H

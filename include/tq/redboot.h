@@ -88,25 +88,30 @@ TQ_API int redboot_load_config(void);
 
 /* Completes the block with length, magic numbers and checksum, and writes it to flash,
  * synchronously and in one call. A power cut during the write leaves a block that the next load
- * refuses, or the old one. 1 when all 4096 bytes were written; 0: "Please load redboot
- * configuration first" (nothing loaded), "Can't open %s\n" (the device), or without a message a
- * write that failed or was cut short. */
+ * refuses, or the old one.
+ * 1 when all 4096 bytes were written; 0: "Please load redboot configuration first" (nothing
+ * loaded), "Can't open %s\n" (the device), or without a message a write that failed or was cut
+ * short. */
 TQ_API int redboot_write_config(void);
 
-/* Reads the value of the first entry with that key into *value, which is by type
- *   bool, int, IPv4 address      a uint32_t
- *   string, script, port         a const char *, set to the value inside redboot_config: valid
- * until the next load, and not terminated where it fills its field Ethernet address unsigned
- * char[6] 1 when there is such an entry, even if it is of another type: then *value is untouched,
- * and "Request for config value '%s' - wrong type\n" is printed. So set *value to something else
- * first where that matters. 0 when nothing was loaded or no entry has the key. */
+/* Reads the value of the first entry with that key into *value, which is by type:
+ *
+ *   bool, int, IPv4 address    uint32_t
+ *   string, script, port       const char *, set to the text inside redboot_config
+ *   Ethernet address           unsigned char[6]
+ *
+ * The pointer is valid until the next load; a text that fills its field has no terminator.
+ * 1 when there is such an entry, even if it is of another type: then *value is untouched, and
+ * "Request for config value '%s' - wrong type\n" is printed. So set *value to something else first
+ * where that matters. 0 when nothing was loaded or no entry has the key. */
 TQ_API int redboot_get_config(const char *key, void *value, uint32_t type);
 
 /* Changes the value of the first entry with that key, in memory only. value is read by type: 4
  * bytes of a bool, int or IPv4 address, 6 of an Ethernet address, and of a text at most 128, up to
- * its terminator; the rest of those 128 is zeroed. Of a script's 512 bytes the last 384 stay as
- * they are. 1; 0 when nothing was loaded or no entry has the key, or with "Can't set config value
- * '%s' - wrong type\n" when the entry is of another type, or of none that has a value. */
+ * its terminator; the rest of those 128 is zeroed. It may lie in the same field. Of a script's 512
+ * bytes the last 384 stay as they are.
+ * 1; 0 when nothing was loaded or no entry has the key, or with "Can't set config value '%s' -
+ * wrong type\n" when the entry is of another type, or of none that has a value. */
 TQ_API int redboot_set_config(const char *key, const void *value, uint32_t type);
 
 /* Adds an entry in memory, behind the last one, with its default as the value; where the key is

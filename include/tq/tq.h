@@ -17,12 +17,18 @@
 #include <tq/mac.h>
 #include <tq/netif.h>
 #include <tq/redboot.h>
+#include <tq/dictionary.h>
+#include <tq/iniparser.h>
 #include <tq/ip_address.h>
+#include <tq/process.h>
 #include <tq/status_file.h>
 #include <tq/sysstat.h>
+#include <tq/syslog_config.h>
 #include <tq/types.h>
+#include <tq/uci_option.h>
 #include <tq/uci_path.h>
 #include <tq/uci_session.h>
+#include <tq/wifi.h>
 #include <tq/util.h>
 
 #endif /* TQ_TQ_H */

@@ -25,6 +25,11 @@ struct Alias {
     const char* no_backup;
 };
 
+constexpr Alias kKernel = {redboot_kernel_alias, redboot_pri_kernel, redboot_bak_kernel,
+                           "Primary kernel doesn't exist", "Backup kernel doesn't exist"};
+constexpr Alias kRootdev = {redboot_rootdev_alias, redboot_pri_rootdev, redboot_bak_rootdev,
+                            "Primary image doesn't exist", "Backup image doesn't exist"};
+
 // The text in the entry of that key and type, or null; the store says 1 for one of another type,
 // too.
 const char* stored_text(const char* key, uint32_t type) {
@@ -105,10 +110,6 @@ int save() {
 }  // namespace
 
 int sys_image_switch(void) {
-    const Alias kernel = {redboot_kernel_alias, redboot_pri_kernel, redboot_bak_kernel,
-                          "Primary kernel doesn't exist", "Backup kernel doesn't exist"};
-    const Alias rootdev = {redboot_rootdev_alias, redboot_pri_rootdev, redboot_bak_rootdev,
-                           "Primary image doesn't exist", "Backup image doesn't exist"};
     if (redboot_load_config() != 1) return 1;
     uint32_t enabled = 0;
     if (redboot_get_config(redboot_script_en_key, &enabled, REDBOOT_CONFIG_BOOL) != 1) return 1;
@@ -116,10 +117,10 @@ int sys_image_switch(void) {
     const char* script = stored_text(redboot_script_data_key, REDBOOT_CONFIG_SCRIPT);
     if (!script) return 1;
     changed |= set_standard_script(script);
-    const Turn kernel_turn = turn(kernel);
+    const Turn kernel_turn = turn(kKernel);
     if (kernel_turn == Turn::kMissingImage) return 1;
     changed |= kernel_turn == Turn::kChanged;
-    const Turn rootdev_turn = turn(rootdev);
+    const Turn rootdev_turn = turn(kRootdev);
     if (rootdev_turn == Turn::kMissingImage) return 1;
     changed |= rootdev_turn == Turn::kChanged;
     return changed ? save() : 0;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <optional>
 #include <string_view>
 
@@ -37,11 +38,28 @@ static_assert(sizeof(void*) != 4 || sizeof(redboot_config_option) == 24);
 static_assert(offsetof(redboot_config_option, enable_sense) == 3 * sizeof(void*));
 static_assert(offsetof(redboot_config_option, default_value) == 3 * sizeof(void*) + 8);
 
-constexpr size_t kNumberSize = 4;
 constexpr size_t kTextSize = 128;
-constexpr size_t kScriptSize = 512;
 constexpr size_t kEthernetSize = 6;
-constexpr size_t kEthernetFieldSize = 8;
+
+// How the values of a type are kept: the room that one has in the block, and how many of its bytes
+// the calls read and write.
+struct ValueLayout {
+    uint16_t room;
+    uint8_t used;
+    bool is_text;
+};
+
+constexpr ValueLayout kLayouts[] = {
+    {0, 0, false},              // none
+    {4, 4, false},              // bool
+    {4, 4, false},              // int
+    {128, kTextSize, true},     // string
+    {512, kTextSize, true},     // script
+    {4, 4, false},              // IPv4 address
+    {8, kEthernetSize, false},  // Ethernet address
+    {128, kTextSize, true},     // network port
+};
+static_assert(std::size(kLayouts) == REDBOOT_CONFIG_NET_PORT + 1);
 
 // Keys have their lengths, terminator included, in a byte.
 constexpr size_t kLongestKey = 254;
@@ -59,22 +77,9 @@ consteval uint32_t crc_of_byte(uint32_t byte) {
     return byte;
 }
 
-size_t value_size(uint32_t type) {
-    switch (type) {
-        case REDBOOT_CONFIG_BOOL:
-        case REDBOOT_CONFIG_INT:
-        case REDBOOT_CONFIG_IP:
-            return kNumberSize;
-        case REDBOOT_CONFIG_STRING:
-        case REDBOOT_CONFIG_NET_PORT:
-            return kTextSize;
-        case REDBOOT_CONFIG_SCRIPT:
-            return kScriptSize;
-        case REDBOOT_CONFIG_ESA:
-            return kEthernetFieldSize;
-        default:
-            return 0;
-    }
+// Types that are not known have no value.
+const ValueLayout& layout_of(uint32_t type) {
+    return kLayouts[type < std::size(kLayouts) ? type : 0];
 }
 
 // The text in a field up to its terminator, or all of the field.
@@ -98,7 +103,7 @@ class Entry {
     }
     [[nodiscard]] unsigned char* names() const { return header_ + kEntryHeaderSize; }
     [[nodiscard]] unsigned char* value() const { return names() + header_[1] + header_[3]; }
-    [[nodiscard]] size_t room() const { return value_size(type()); }
+    [[nodiscard]] size_t room() const { return layout_of(type()).room; }
     [[nodiscard]] size_t size() const {
         return kEntryHeaderSize + header_[1] + header_[3] + room();
     }
@@ -111,7 +116,8 @@ class Entry {
 
 // A key without its terminator is none.
 bool Entry::has_key(std::string_view key) const {
-    return key.size() < header_[1] && this->key() == key;
+    return key.size() < header_[1] && memcmp(names(), key.data(), key.size()) == 0 &&
+           names()[key.size()] == '\0';
 }
 
 std::optional<Entry> entry_at(size_t offset) {
@@ -167,24 +173,12 @@ int no_space_for(const char* key) {
 }
 
 void get_value(const Entry& entry, void* value) {
-    switch (entry.type()) {
-        case REDBOOT_CONFIG_BOOL:
-        case REDBOOT_CONFIG_INT:
-        case REDBOOT_CONFIG_IP:
-            memcpy(value, entry.value(), kNumberSize);
-            break;
-        case REDBOOT_CONFIG_STRING:
-        case REDBOOT_CONFIG_SCRIPT:
-        case REDBOOT_CONFIG_NET_PORT: {
-            const unsigned char* text = entry.value();
-            memcpy(value, &text, sizeof(text));
-            break;
-        }
-        case REDBOOT_CONFIG_ESA:
-            memcpy(value, entry.value(), kEthernetSize);
-            break;
-        default:
-            break;
+    const unsigned char* field = entry.value();
+    const ValueLayout& layout = layout_of(entry.type());
+    if (layout.is_text) {
+        memcpy(value, &field, sizeof(field));
+    } else {
+        memcpy(value, field, layout.used);
     }
 }
 
@@ -199,59 +193,43 @@ int get_config(std::string_view key, void* value, uint32_t type) {
     return 1;
 }
 
-// Never reads past the text's own end.
-void store_text(unsigned char* field, size_t size, const void* source) {
-    const char* text = static_cast<const char*>(source);
-    const size_t length = strnlen(text, size);
-    memcpy(field, text, length);
+// Never reads past the text's own end. What is stored may have been handed out of the same field.
+void store_text(unsigned char* field, size_t size, const void* text) {
+    const size_t length = strnlen(static_cast<const char*>(text), size);
+    memmove(field, text, length);
     memset(field + length, 0, size - length);
 }
 
-// False for a type that has no value.
-bool set_value(const Entry& entry, const void* value) {
-    switch (entry.type()) {
-        case REDBOOT_CONFIG_BOOL:
-        case REDBOOT_CONFIG_INT:
-        case REDBOOT_CONFIG_IP:
-            memcpy(entry.value(), value, kNumberSize);
-            return true;
-        case REDBOOT_CONFIG_STRING:
-        case REDBOOT_CONFIG_SCRIPT:
-        case REDBOOT_CONFIG_NET_PORT:
-            store_text(entry.value(), kTextSize, value);
-            return true;
-        case REDBOOT_CONFIG_ESA:
-            memcpy(entry.value(), value, kEthernetSize);
-            return true;
-        default:
-            return false;
+void set_value(const Entry& entry, const void* value) {
+    const ValueLayout& layout = layout_of(entry.type());
+    if (layout.is_text) {
+        store_text(entry.value(), layout.used, value);
+    } else {
+        memcpy(entry.value(), value, layout.used);
     }
 }
 
 // The entry's type may be another than the option's: what its room does not hold is cut.
 void redboot_store_default(const Entry& entry, const redboot_config_option& option) {
     unsigned char* field = entry.value();
+    const size_t room = std::min<size_t>(entry.room(), layout_of(option.type).used);
     // NOLINTNEXTLINE(performance-no-int-to-ptr): a word that is a pointer for some types
-    const void* source = reinterpret_cast<const void*>(option.default_value);
+    const auto* source = reinterpret_cast<const char*>(option.default_value);
     const auto number = static_cast<uint32_t>(option.default_value);
     switch (option.type) {
-        case REDBOOT_CONFIG_BOOL:
-        case REDBOOT_CONFIG_INT:
-        case REDBOOT_CONFIG_IP:
-            memcpy(field, &number, std::min(entry.room(), kNumberSize));
-            break;
         case REDBOOT_CONFIG_STRING:
-            store_text(field, std::min(entry.room(), kTextSize), source);
+            store_text(field, room, source);
             break;
-        case REDBOOT_CONFIG_NET_PORT: {
-            const size_t length = strnlen(static_cast<const char*>(source), kTextSize);
-            memcpy(field, source, std::min({entry.room(), length + 1, kTextSize}));
+        case REDBOOT_CONFIG_NET_PORT:
+            memmove(field, source, std::min(room, strnlen(source, kTextSize) + 1));
             break;
-        }
         case REDBOOT_CONFIG_ESA:
-            memcpy(field, source, std::min(entry.room(), kEthernetSize));
+            memcpy(field, source, room);
+            break;
+        case REDBOOT_CONFIG_SCRIPT:
             break;
         default:
+            memcpy(field, &number, room);
             break;
     }
 }
@@ -336,24 +314,25 @@ void print_ethernet_address(const unsigned char* address) {
 
 void redboot_print_config_entry(const Entry& entry) {
     printf(TQ_KEY_FORMAT ": ", TQ_KEY(entry.key()));
+    const std::string_view text = text_of(entry.value(), entry.room());
     uint32_t number = 0;
     switch (entry.type()) {
         case REDBOOT_CONFIG_BOOL:
             get_value(entry, &number);
-            printf("%s\n", number ? "true" : "false");
+            print_text(number ? "true" : "false");
             break;
         case REDBOOT_CONFIG_INT:
             get_value(entry, &number);
             printf("%lu\n", static_cast<unsigned long>(number));
             break;
         case REDBOOT_CONFIG_SCRIPT:
-            print_script(text_of(entry.value(), entry.room()));
+            print_script(text);
             break;
         case REDBOOT_CONFIG_ESA:
             print_ethernet_address(entry.value());
             break;
         default:
-            print_text(text_of(entry.value(), entry.room()));
+            print_text(text);
             break;
     }
 }
@@ -460,10 +439,11 @@ int redboot_set_config(const char* key, const void* value, uint32_t type) {
     if (!key || !value) return 0;
     const std::optional<Entry> entry = redboot_find_config(key);
     if (!entry) return 0;
-    if (entry->type() != type || !set_value(*entry, value)) {
+    if (entry->type() != type || entry->room() == 0) {
         printf("Can't set config value '%s' - wrong type\n", key);
         return 0;
     }
+    set_value(*entry, value);
     return 1;
 }
 
@@ -477,7 +457,8 @@ int redboot_add_config(const redboot_config_option* option) {
     const size_t enable_key_size = stored_size(option->enable_key);
     if (std::max(key_size, enable_key_size) > kLongestKey + 1) return no_space_for(option->key);
     const size_t offset = find_free_space();
-    const size_t need = kEntryHeaderSize + key_size + enable_key_size + value_size(option->type);
+    const size_t need =
+        kEntryHeaderSize + key_size + enable_key_size + layout_of(option->type).room;
     if (offset + need > kEntriesEnd) return no_space_for(option->key);
     append_entry(offset, *option);
     return 1;

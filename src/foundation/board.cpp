@@ -1,12 +1,13 @@
 #include "tq/board.h"
 
+#include <strings.h>
 #include <tq/oem.h>
 
-#include <cctype>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "foundation/log.h"
 #include "foundation/text.h"

@@ -29,6 +29,7 @@ bool LineReader::refill() {
     begin_ = 0;
     const size_t room = sizeof(buffer_) - 1 - end_;
     const ssize_t got = read_some(fd_, &buffer_[end_], std::min(room, kReadSize));
+    failed_ = got < 0;
     if (got <= 0) return false;
     end_ += static_cast<size_t>(got);
     return true;
@@ -49,6 +50,13 @@ size_t LineReader::complete_piece() const {
     const void* feed = memchr(first, '\n', limit);
     if (feed) return static_cast<size_t>(static_cast<const char*>(feed) - first) + 1;
     return limit == piece_limit_ ? limit : 0;
+}
+
+void LineReader::skip(std::string_view start) {
+    while (end_ < start.size() && refill())
+        continue;
+    if (end_ >= start.size() && memcmp(buffer_, start.data(), start.size()) == 0)
+        begin_ = start.size();
 }
 
 const char* LineReader::next() {

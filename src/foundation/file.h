@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <span>
+#include <string_view>
 #include <utility>
 
 namespace tq {
@@ -75,6 +76,9 @@ class HeapText {
     [[nodiscard]] char* get() const { return text_; }
     explicit operator bool() const { return text_ != nullptr; }
 
+    // Hands the text to the caller.
+    char* release() { return std::exchange(text_, nullptr); }
+
   private:
     char* text_;
 };
@@ -98,6 +102,14 @@ class LineReader {
     // The next piece, valid until the next call; null at the end or when the read fails.
     const char* next();
 
+    // The piece's length, which its text does not tell where it has NUL bytes in it.
+    [[nodiscard]] size_t length() const { return piece_; }
+
+    [[nodiscard]] bool failed() const { return failed_; }
+
+    // Drops these bytes, at most a piece of them, where the input starts with them.
+    void skip(std::string_view start);
+
   private:
     static constexpr size_t kReadSize = 8192;
 
@@ -111,6 +123,7 @@ class LineReader {
     size_t end_ = 0;
     size_t piece_ = 0;
     char after_piece_ = '\0';
+    bool failed_ = false;
     char buffer_[kPiece + kReadSize + 1];
     static_assert(kLongPiece <= kReadSize);
 };

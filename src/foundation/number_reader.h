@@ -1,6 +1,7 @@
 // number_reader.h - reads numbers out of text as sscanf does where a long has 32 bits.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <string_view>
 
@@ -31,10 +32,7 @@ class NumberReader {
     }
 
     bool literal(std::string_view wanted) {
-        for (const char c : wanted) {
-            if (!literal(c)) return false;
-        }
-        return true;
+        return std::ranges::all_of(wanted, [this](char c) { return literal(c); });
     }
 
     void skip_blanks() {

@@ -32,7 +32,9 @@ class Request {
     Record* operator->() { return &record_; }
 
     // Negative for a failure, errno says which; also where no socket could be opened.
-    int issue(int operation) { return socket_ ? ioctl(socket_.get(), operation, &record_) : -1; }
+    int issue(unsigned operation) {
+        return socket_ ? ioctl(socket_.get(), operation, &record_) : -1;
+    }
 
   private:
     UniqueFd socket_{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
@@ -61,7 +63,7 @@ class IfRequest : public Request<ifreq> {
         memcpy((*this)->ifr_name, ifname, strnlen(ifname, IFNAMSIZ));
     }
 
-    int set_address(int operation, const uint32_t* address) {
+    int set_address(unsigned operation, const uint32_t* address) {
         (*this)->ifr_addr = inet_address(address);
         return issue(operation) < 0 ? -1 : 0;
     }
@@ -93,7 +95,7 @@ int has_flag(const char* ifname, int flag) {
     return (request->ifr_flags & flag) != 0;
 }
 
-int get_address(const char* ifname, int operation, uint32_t* address) {
+int get_address(const char* ifname, unsigned operation, uint32_t* address) {
     if (!ifname || !address) return -1;
     IfRequest request(ifname);
     if (request.issue(operation) < 0) return -1;
@@ -101,7 +103,7 @@ int get_address(const char* ifname, int operation, uint32_t* address) {
     return 0;
 }
 
-int set_address(const char* ifname, int operation, const uint32_t* address) {
+int set_address(const char* ifname, unsigned operation, const uint32_t* address) {
     if (!ifname || !address) return -1;
     return IfRequest(ifname).set_address(operation, address);
 }
@@ -132,7 +134,7 @@ bool is_by_gateway(const Route& route) {
     return (route.flags & kUpByGateway) == kUpByGateway;
 }
 
-int change_arp(int operation, const char* ifname, const uint8_t* ip, const uint8_t* mac,
+int change_arp(unsigned operation, const char* ifname, const uint8_t* ip, const uint8_t* mac,
                unsigned flags) {
     Request<arpreq> request;
     request->arp_pa = inet_address(ip);

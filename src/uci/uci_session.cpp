@@ -147,7 +147,8 @@ bool matches(uci_context* context, uci_section* section, const char* const* matc
 
 int find_uci_section(uci_config_ctx* session, const char* type, const char* const* match) {
     if (!session || !session->ptr.p) {
-        return TQ_FAIL("incomplete param, section_type: %s, uctx->ptr.p: %p\n", type, nullptr);
+        return TQ_FAIL("incomplete param, section_type: %s, uctx->ptr.p: %p\n", type,
+                       static_cast<void*>(nullptr));
     }
     uci_element* element = nullptr;
     uci_foreach_element(&session->ptr.p->sections, element) {

@@ -76,6 +76,7 @@ class ImageSwitch : public DeviceTest {
         writes_ = faults::count("write");
         EXPECT_EQ(faults::seconds_slept(), waits_) << "one second each";
         EXPECT_EQ(no_wait.fired(), waits_ > 0);
+        saved_in_order_ = faults::in_order({"write", "sync", "sleep"});
         return result;
     }
     Outcome switch_image() { return counted(sys_image_switch); }
@@ -84,6 +85,7 @@ class ImageSwitch : public DeviceTest {
         EXPECT_EQ(read_file(kFlash), flash_with(block));
         EXPECT_EQ(waits_, 1U);
         EXPECT_EQ(flushes_, 1U);
+        EXPECT_TRUE(saved_in_order_) << "the block, the flush, the wait";
     }
     void expect_nothing_written() const {
         EXPECT_EQ(block_in_flash(), before_);
@@ -107,6 +109,7 @@ class ImageSwitch : public DeviceTest {
     unsigned waits_ = 0;
     unsigned flushes_ = 0;
     unsigned writes_ = 0;
+    bool saved_in_order_ = false;
 };
 
 using ImageCheck = ImageSwitch;
@@ -421,6 +424,40 @@ TEST_F(ImageSwitch, SavesTheOtherChangesWhereBothAliasesAreOfAnotherType) {
     expect_saved(boot_block(expected.entries() + aliases));
 }
 
+// Each of the two is a change by itself.
+TEST_F(ImageSwitch, SavesTheScriptsEnablingOrItsTimeoutAlone) {
+    const std::string aliases = int_entry("alias/kernel", 1) + int_entry("alias/rootdev", 1);
+    Boot boot;
+    boot.kernel.reset();
+    boot.rootdev.reset();
+    boot.timeout.reset();
+    boot.enabled = false;
+    Boot expected = boot;
+    expected.enabled = true;
+    put_block(boot_block(boot.entries() + aliases));
+    EXPECT_EQ(switch_image(), (Outcome{0, kWrongAliases}));
+    expect_saved(boot_block(expected.entries() + aliases));
+
+    const std::string script_of_another_type = int_entry("boot_script", 1) + aliases;
+    boot.enabled.reset();
+    boot.timeout = 10;
+    expected = boot;
+    expected.timeout = 5;
+    put_block(boot_block(boot.entries() + script_of_another_type));
+    EXPECT_EQ(switch_image().result, 0);
+    expect_saved(boot_block(expected.entries() + script_of_another_type));
+}
+
+TEST_F(ImageSwitch, SavesATurnedRootDeviceWhereTheKernelIsOfAnotherType) {
+    Boot boot;
+    boot.kernel.reset();
+    Boot expected = on_backup();
+    expected.kernel.reset();
+    put_block(boot_block(boot.entries() + int_entry("alias/kernel", 1)));
+    EXPECT_EQ(switch_image().result, 0);
+    expect_saved(boot_block(expected.entries() + int_entry("alias/kernel", 1)));
+}
+
 TEST_F(ImageSwitch, SavesATurnedKernelWhereTheRootDeviceIsOfAnotherType) {
     Boot boot;
     boot.rootdev.reset();
@@ -515,6 +552,13 @@ TEST_F(SerialNumber, ReplacesTheOneThatIsThere) {
     put_block(boot_block(string_entry("serial_number", std::string(128, 'o')) + rest));
     EXPECT_EQ(counted([] { return sys_sn_set("new"); }), (Outcome{0, ""}));
     expect_saved(boot_block(string_entry("serial_number", "new") + rest));
+}
+
+TEST_F(SerialNumber, KeepsToTheRoomOfAnEntryOfAnotherType) {
+    const std::string next = int_entry("next", 2);
+    put_block(boot_block(int_entry("serial_number", 1) + next));
+    EXPECT_EQ(counted([] { return sys_sn_set("SN-0001"); }), (Outcome{0, ""}));
+    expect_saved(boot_block(entry(2, "serial_number", "SN-0") + next));
 }
 
 TEST_F(SerialNumber, ReadsBackUpTo128Characters) {

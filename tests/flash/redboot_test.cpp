@@ -635,6 +635,21 @@ TEST_F(Redboot, SetsTheFirst128BytesOfATextAndNeverReadsBehindIt) {
     }
 }
 
+TEST_F(Redboot, StoresAPartOfTheTextThatItHandedOut) {
+    load_entries(string_entry("s", "one two three") + entry(7, "port", padded("npe_eth0", 128)));
+    EXPECT_EQ(redboot_set_config("s", text("s", REDBOOT_CONFIG_STRING) + 4, REDBOOT_CONFIG_STRING),
+              1);
+    EXPECT_STREQ(text("s", REDBOOT_CONFIG_STRING), "two three");
+    EXPECT_EQ(
+        add(option("s", REDBOOT_CONFIG_STRING, pointer(text("s", REDBOOT_CONFIG_STRING) + 4))),
+        (Outcome{1, ""}));
+    const char* port = text("port", REDBOOT_CONFIG_NET_PORT);
+    EXPECT_EQ(add(option("port", REDBOOT_CONFIG_NET_PORT, pointer(port + 4))), (Outcome{1, ""}));
+    const std::string expected =
+        string_entry("s", "three") + entry(7, "port", padded(std::string("eth0\0th0", 8), 128));
+    EXPECT_EQ(loaded_block().substr(8, 4080), boot_block(expected).substr(8, 4080));
+}
+
 TEST_F(Redboot, SetsTheFirst128BytesOfAScriptOnly) {
     for (const size_t size : {5U, 128U, 400U}) {
         load_entries(script_entry("s", std::string(512, 'o')));

@@ -233,6 +233,20 @@ TEST_F(OemTest, TakesBlanksCommentsAndLineEndsAsAPersonWritesThem) {
     EXPECT_THAT(log_.take(), IsEmpty());
 }
 
+// "kernel bak" is a usual name. Quotes are no form of this file: they belong to the text.
+TEST_F(OemTest, TakesBlanksInLabelsAndInNamesOfPartitions) {
+    write_file(kBoard,
+               "[wan]\nlabel = LAN 4 / IPTV \nport = \"0 1\"\n"
+               "[partitions]\nprimary_image =  kernel bak\t\nbackup_image = a  b\n"
+               "backup_boot_loader = \"u boot\"\n");
+    EXPECT_EQ(wan_text(AP_TYPE_WAN_IF_LABEL), "LAN 4 / IPTV");
+    EXPECT_EQ(wan_text(AP_TYPE_WAN_IF_PORT), "\"0 1\"");
+    EXPECT_EQ(partition_text(AP_TYPE_PAT_PRI_IMAGE, 64), "kernel bak");
+    EXPECT_EQ(partition_text(AP_TYPE_PAT_BK_IMAGE, 64), "a  b");
+    EXPECT_EQ(partition_text(AP_TYPE_PAT_BK_UBOOT_IMAGE, 64), "\"u boot\"");
+    EXPECT_THAT(log_.take(), IsEmpty());
+}
+
 TEST_F(OemTest, AnswersTheLongestTexts) {
     const std::string name(31, 'n');
     const std::string partition(63, 'p');
@@ -312,6 +326,9 @@ std::vector<Bad> bad_descriptions() {
          "3: speed_ability is a number from 1 to 4, not '5'"},
         {"[radio 0]\ndevice = wifi 0\n", "2: device has a blank or a letter beyond ASCII"},
         {"[radio 0]\ndevice = w\xc3\xa4\n", "2: device has a blank or a letter beyond ASCII"},
+        {"[wan]\nname = eth 0\n", "2: name has a blank or a letter beyond ASCII"},
+        {"[partitions]\nreboot_cause = /etc/reboot cause\n",
+         "2: reboot_cause has a blank or a letter beyond ASCII"},
         {"[radio 0]\ndevice = " + std::string(32, 'd') + "\n",
          "2: device is 32 bytes long, 31 at most"},
         {"[wan]\nlabel = " + std::string(5000, 'l') + "\n",

@@ -34,6 +34,7 @@ constexpr int kDiesHalfWritten = -2;
 
 struct Counter {
     unsigned calls;
+    unsigned last;           // the number of its last call among all that were counted
     unsigned until_failure;  // 0 when no failure is due
     int error;
     bool fired;
@@ -41,6 +42,7 @@ struct Counter {
 
 // Reached from malloc: plain data, in place before the first constructor runs.
 thread_local constinit std::array<Counter, kCalls.size()> counters{};
+thread_local constinit unsigned calls_counted = 0;
 thread_local constinit unsigned seconds_asked = 0;
 thread_local constinit const AnswerIoctl* ioctl_answer = nullptr;
 
@@ -60,6 +62,7 @@ bool fails() {
     static_assert(index < kCalls.size());
     Counter& counter = counters[index];
     ++counter.calls;
+    counter.last = ++calls_counted;
     if (counter.until_failure == 0 || --counter.until_failure > 0) return false;
     if (counter.error < 0) raise(SIGKILL);
     counter.fired = true;
@@ -118,12 +121,23 @@ std::optional<int> AnswerIoctl::operator()(unsigned long operation, void* argume
 
 void reset() {
     for (Counter& counter : counters)
-        counter.calls = 0;
+        counter.calls = counter.last = 0;
+    calls_counted = 0;
     seconds_asked = 0;
 }
 
 unsigned count(std::string_view name) {
     return counters[known_index_of(name)].calls;
+}
+
+bool in_order(std::initializer_list<std::string_view> names) {
+    unsigned before = 0;
+    for (const std::string_view name : names) {
+        const unsigned last = counters[known_index_of(name)].last;
+        if (last <= before) return false;
+        before = last;
+    }
+    return true;
 }
 
 unsigned seconds_slept() {

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <functional>
+#include <initializer_list>
 #include <optional>
 #include <string_view>
 
@@ -57,6 +58,10 @@ void kill_at(std::string_view name, unsigned nth, Death death = Death::kBefore);
 
 void reset();
 unsigned count(std::string_view name);
+
+// True where all of these were called since reset(), the last call of each behind the last call of
+// the one named before it.
+bool in_order(std::initializer_list<std::string_view> names);
 
 // What sleep() was asked for since reset(), also where it failed at once.
 unsigned seconds_slept();

@@ -1,4 +1,4 @@
-// printed.h - what the code under test prints on standard output.
+// printed.h - what the code under test prints on standard output, or on standard error.
 #pragma once
 
 #include <sys/mman.h>
@@ -10,16 +10,17 @@
 
 namespace tq_test {
 
-// Takes the place of standard output until its scope ends.
+// Takes the place of standard output, or error, until its scope ends.
 class CapturedOutput {
   public:
-    CapturedOutput() : saved_(dup(STDOUT_FILENO)), file_(memfd_create("output", MFD_CLOEXEC)) {
+    explicit CapturedOutput(int fd = STDOUT_FILENO)
+        : fd_(fd), saved_(dup(fd)), file_(memfd_create("output", MFD_CLOEXEC)) {
         fflush(stdout);
-        dup2(file_, STDOUT_FILENO);
+        dup2(file_, fd_);
     }
     ~CapturedOutput() {
         fflush(stdout);
-        dup2(saved_, STDOUT_FILENO);
+        dup2(saved_, fd_);
         close(saved_);
         close(file_);
     }
@@ -39,6 +40,7 @@ class CapturedOutput {
     }
 
   private:
+    int fd_;
     int saved_;
     int file_;
 };

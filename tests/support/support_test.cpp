@@ -262,6 +262,20 @@ TEST(Faults, CountCalls) {
     EXPECT_THROW(faults::count("no_such_call"), std::invalid_argument);
 }
 
+TEST(Faults, TellTheOrderOfCalls) {
+    faults::reset();
+    EXPECT_FALSE(faults::in_order({"close"}));
+    close(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    EXPECT_TRUE(faults::in_order({"open", "close"}));
+    EXPECT_FALSE(faults::in_order({"close", "open"}));
+    EXPECT_FALSE(faults::in_order({"open", "sync", "close"}));
+    const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    EXPECT_FALSE(faults::in_order({"open", "close"})) << "the last calls count";
+    close(fd);
+    faults::reset();
+    EXPECT_FALSE(faults::in_order({"open"}));
+}
+
 TEST(Faults, LetGoOfWhatFailsToClose) {
     const int fd = open("/etc/passwd", O_RDONLY);
     {

@@ -12,6 +12,7 @@
 #include <net/if_arp.h>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -79,12 +80,6 @@ constexpr Mac kMac = {0x02, 0x11, 0x22, 0x33, 0x44, 0x55};
 constexpr Ip kNeighbour = {192, 0, 2, 77};
 constexpr uint32_t kUntouched = 0x5a5a5a5a;
 
-// The kernel notices a link in its own time.
-constexpr const char* kUntilTheLinkIsUp =
-    "until grep -qx up /sys/class/net/tq0/operstate; do sleep 0.01; done";
-constexpr const char* kUntilTheLinkIsDown =
-    "while grep -qx up /sys/class/net/tq0/operstate; do sleep 0.01; done";
-
 uint32_t inet(const char* text) {
     return inet_addr(text);
 }
@@ -101,6 +96,12 @@ std::string sys(const std::string& ifname, const std::string& file) {
     while (!text.empty() && text.back() == '\n')
         text.pop_back();
     return text;
+}
+
+// The kernel notices a link in its own time.
+void wait_for_operstate(const std::string& state) {
+    while (sys(kIf, "operstate") != state)
+        usleep(1000);
 }
 
 unsigned long flags_of(const std::string& ifname) {
@@ -174,15 +175,31 @@ class Recorder {
     }};
 };
 
+// A network without interfaces, until the scope ends. The kernel takes it apart by itself; to
+// delete an interface would be to wait for that.
+class OwnNetwork {
+  public:
+    OwnNetwork() { EXPECT_EQ(unshare(CLONE_NEWNET), 0) << strerror(errno); }
+    ~OwnNetwork() {
+        EXPECT_EQ(setns(device_, CLONE_NEWNET), 0) << strerror(errno);
+        close(device_);
+    }
+    OwnNetwork(const OwnNetwork&) = delete;
+    OwnNetwork& operator=(const OwnNetwork&) = delete;
+
+  private:
+    const int device_ = open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC);
+};
+
 // Each test has a pair of interfaces of its own, both up: tq0, and tq1 at the other end of its
 // cable. No call logs anything or leaves a descriptor open.
 class Netif : public DeviceTest {
   protected:
     void SetUp() override {
         must_run(
-            "ip link add tq0 address 02:00:00:00:00:01 type veth peer name tq1 && "
-            "ip link set tq0 up && ip link set tq1 up");
-        must_run(kUntilTheLinkIsUp);
+            "printf '%s\\n' 'link add tq0 address 02:00:00:00:00:01 type veth peer name tq1' "
+            "'link set tq0 up' 'link set tq1 up' | ip -batch -");
+        wait_for_operstate("up");
         tq_test::faults::reset();
         descriptors_ = open_descriptors();
     }
@@ -190,7 +207,6 @@ class Netif : public DeviceTest {
     void TearDown() override {
         EXPECT_EQ(open_descriptors(), descriptors_);
         EXPECT_THAT(log_.take(), IsEmpty());
-        must_run("ip link del tq0");
     }
 
     static void give_address() { must_run("ip addr add 192.0.2.1/24 brd + dev tq0"); }
@@ -198,6 +214,9 @@ class Netif : public DeviceTest {
     LogCapture log_;
 
   private:
+    const OwnNetwork network_;
+    // /sys shows the network of the one who mounts it.
+    const tq_test::ScopedMount sys_{"sysfs", "/sys", "sysfs", 0, ""};
     std::vector<int> descriptors_;
 };
 
@@ -387,7 +406,6 @@ TEST_F(Netif, CutsALongNameAsTheKernelDoes) {
     }
     uint32_t mtu = 0;
     EXPECT_EQ(get_if_mtu("abcdefghijklmn", &mtu), -1);
-    must_run("ip link set abcdefghijklmno name tq0");
 }
 
 TEST_F(Netif, PutsAtMostSixteenBytesOfANameIntoARequest) {
@@ -440,7 +458,7 @@ TEST_F(Flags, TellsWhetherAnInterfaceIsUp) {
 TEST_F(Flags, RunsOnlyWhereTheLinkIsThere) {
     EXPECT_EQ(if_is_running(kIf), 1);
     must_run("ip link set tq1 down");
-    must_run(kUntilTheLinkIsDown);
+    wait_for_operstate("lowerlayerdown");
     EXPECT_EQ(if_is_up(kIf), 1);
     EXPECT_EQ(if_is_running(kIf), 0);
 }

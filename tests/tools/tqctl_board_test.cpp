@@ -45,10 +45,16 @@ TEST_F(TqctlBoardTest, LeavesOutWhatTheBoardDoesNotSay) {
     write_file("/etc/config/forward", "");
     EXPECT_EQ(tqctl("-q board show").out,
               "mode=managed\nforward=bridge\nradios=1\nports=1\nlan_ports=0\n");
-    EXPECT_EQ(tqctl("-q board radios").out, "0 -       -       modes=0 bss=0 -\n");
-    EXPECT_EQ(tqctl("-qj board radios").out, "[{\"radio\":0,\"modes\":0,\"bss\":0}]\n");
+    EXPECT_EQ(tqctl("-q board radios").out, "0 -       -       modes=- bss=- -\n");
+    EXPECT_EQ(tqctl("-qj board radios").out, "[{\"radio\":0}]\n");
     EXPECT_EQ(tqctl("-q board ports").out, "0 -       kind=100 ability=- - -\n");
     EXPECT_EQ(tqctl("-qj board ports").out, "[{\"port\":0,\"kind\":100}]\n");
+}
+
+TEST_F(TqctlBoardTest, TellsAZeroFromWhatTheBoardDoesNotSay) {
+    write_file(kBoard, "[radio 0]\nmodes=0\nbss=0\n");
+    EXPECT_EQ(tqctl("-q board radios").out, "0 -       -       modes=0 bss=0 -\n");
+    EXPECT_EQ(tqctl("-qj board radios").out, "[{\"radio\":0,\"modes\":0,\"bss\":0}]\n");
 }
 
 TEST_F(TqctlBoardTest, ListsTheRadios) {

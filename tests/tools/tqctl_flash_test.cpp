@@ -3,6 +3,7 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 
@@ -118,6 +119,14 @@ TEST_F(TqctlFlash, ListKeepsQuotesInNames) {
     EXPECT_TRUE(succeeds(list_partitions(""), "mtd1 0x00000010 0x00000001 a \"b\" c\n"));
 }
 
+TEST_F(TqctlFlash, ListKnowsPartitionsOfMoreThanFourGigabytes) {
+    const ScopedTable table("mtd1: 180000000 00020000 \"data\"\n");
+    EXPECT_TRUE(succeeds(list_partitions(""), "mtd1 0x180000000 0x00020000 data\n"));
+    EXPECT_TRUE(succeeds(list_partitions("-j "),
+                         "[{\"number\":1,\"name\":\"data\",\"size\":6442450944,"
+                         "\"erase_size\":131072}]\n"));
+}
+
 TEST_F(TqctlFlash, ListReportsALineThatIsNoPartition) {
     const ScopedTable table(kTable + "mtd13: nonsense\n\nmtd14: 1 1 \"\n" +
                             "mtd15: 00000001 00000001 \"last\"\n");
@@ -188,14 +197,20 @@ TEST_F(TqctlVersion, IsRefusedWhereThePartitionIsMissing) {
     fs::remove("/tmp/backup");
     EXPECT_TRUE(fails(tqctl("flash version backup"), kRefused,
                       "tqctl: flash version: backup: its partition cannot be read\n"));
+    write_file("/tmp/backup", "");
+    EXPECT_TRUE(fails(tqctl("flash version backup"), kRefused, "cannot be read\n"));
+    write_file("/tmp/backup", std::string(512, ' '));
+    EXPECT_TRUE(succeeds(tqctl("flash version backup"), std::string(24, ' ') + "\n"));
 }
 
 TEST_F(TqctlVersion, IsDamagedWhereItIsNoText) {
     write_file("/tmp/boot", image("1.\x80"));
     EXPECT_TRUE(fails(tqctl("flash version boot-loader"), kDamaged,
                       "boot-loader: bytes 276 to 299 of its partition are no version\n"));
-    write_file("/tmp/boot", image(""));
-    EXPECT_TRUE(fails(tqctl("flash version boot-loader"), kDamaged, "are no version\n"));
+    for (const std::string& content : {image(""), std::string(600, '\0'), std::string("x")}) {
+        write_file("/tmp/boot", content);
+        EXPECT_TRUE(fails(tqctl("flash version boot-loader"), kDamaged, "are no version\n"));
+    }
 }
 
 TEST_F(TqctlVersion, ShowsControlCharactersAsEscapes) {
@@ -279,6 +294,15 @@ TEST_F(TqctlRedboot, GetRefusesAKeyThatIsNotThere) {
                       "tqctl: redboot get: nothing: no entry has this key\n"));
 }
 
+TEST_F(TqctlRedboot, AKeyWithoutATerminatorIsListedButNotFound) {
+    const std::string block = boot_block(entry_with(2, 1, "key", 3, 0, word(1)));
+    put_block(block);
+    EXPECT_EQ(tqctl("redboot list").out, "key=1\n");
+    for (const char* verb : {"redboot get key", "redboot set key=2"})
+        EXPECT_TRUE(fails(tqctl(verb), kRefused, "key: no entry has this key\n"));
+    EXPECT_EQ(block_in_flash(), block);
+}
+
 // Every verb on a block that does not load
 
 TEST_F(TqctlRedboot, EveryVerbSaysWhichBytesAreDamaged) {
@@ -293,6 +317,24 @@ TEST_F(TqctlRedboot, EveryVerbSaysWhichBytesAreDamaged) {
         EXPECT_THAT(result.err, HasSubstr("bytes 4092 to 4095: the checksum is 0x"));
         EXPECT_EQ(block_in_flash(), block);
     }
+}
+
+// Flash without a block would be a hundred broken entries.
+TEST_F(TqctlRedboot, FlashThatNeverHeldABlockIsDescribedByItsFrameAlone) {
+    write_file(kFlash, flash_with(""));
+    const CommandResult result = tqctl("redboot verify");
+    EXPECT_TRUE(fails(result, kDamaged, "bytes 4 to 7: the first magic number is 0x"));
+    EXPECT_EQ(std::ranges::count(result.err, '\n'), 3) << result.err;
+    put_block(boot_block(""));
+}
+
+TEST_F(TqctlRedboot, ADamagedEntryIsNamedBesideTheChecksum) {
+    std::string block = boot_block(seven_entries());
+    block[8] = 9;
+    put_block(block);
+    const CommandResult result = tqctl("redboot verify");
+    EXPECT_TRUE(is_damaged(result, "bytes 4092 to 4095: the checksum is 0x"));
+    EXPECT_TRUE(is_damaged(result, "bytes 8 to 18: 'a_bool' is of the unknown type 9\n"));
 }
 
 TEST_F(TqctlRedboot, DamagedMagicNumbersAreNamed) {
@@ -315,9 +357,10 @@ TEST_F(TqctlRedboot, DamagedMagicNumbersAreNamed) {
 TEST_F(TqctlRedboot, FlashThatIsTooShortIsDamaged) {
     write_file(kFlash, boot_block("").substr(0, 100));
     EXPECT_TRUE(fails(tqctl("redboot list"), kDamaged,
-                      "/dev/mtdblock1: only bytes 0 to 99 of the block's 4096\n"));
+                      "/dev/mtdblock1: 100 bytes, too short for the block's 4096\n"));
     write_file(kFlash, "");
-    EXPECT_TRUE(fails(tqctl("redboot list"), kDamaged, "/dev/mtdblock1: only "));
+    EXPECT_TRUE(fails(tqctl("redboot list"), kDamaged,
+                      "/dev/mtdblock1: 0 bytes, too short for the block's 4096\n"));
     put_block(boot_block(""));
 }
 
@@ -363,10 +406,15 @@ TEST_F(TqctlRedboot, SetRefusesWhatIsNoValueOfTheType) {
         {"an_int=99999999999999999999999", "an int is a number"},
         {"an_int=1x", "an int is a number"},
         {"an_int=", "an int is a number"},
+        {"'an_int= -18446744073709551615'", "an int is a number"},
+        {"an_int=+1", "an int is a number"},
         {"an_ip=1.2.3", "an ip is written as 192.0.2.1"},
         {"an_ip=1.2.3.256", "an ip is written as"},
         {"an_esa=02:00:5e:0a:ff", "an esa is written as"},
         {"an_esa=02:00:5e:0a:ff:01:02", "an esa is written as"},
+        {"an_esa=-1:00:5e:0a:ff:01", "an esa is written as"},
+        {"'an_esa= 2:00:5e:0a:ff:01'", "an esa is written as"},
+        {"an_esa=02:00:5e:0a:ff:0x1", "an esa is written as"},
         {"a_string=" + std::string(128, 'x'), "a text is at most 127 bytes long"},
         {"a_script=" + std::string(128, 'x'), "a text is at most 127 bytes long"},
         {"odd=1", "an entry of unknown type has no value"},
@@ -423,6 +471,7 @@ TEST_F(TqctlRedboot, AddRefusesAKeyThatIsThereAndWrongArguments) {
     EXPECT_TRUE(fails(tqctl("redboot add word n 1"), kUsage, "there is no type 'word'"));
     EXPECT_TRUE(fails(tqctl("redboot add int '' 1"), kUsage, "'' is not a key"));
     EXPECT_TRUE(fails(tqctl("redboot add int a=b 1"), kUsage, "'a=b' is not a key"));
+    EXPECT_TRUE(fails(tqctl("redboot add int n 1 ''"), kUsage, "'' is not a key"));
     EXPECT_TRUE(
         fails(tqctl("redboot add int n 1 a_bool yes"), kUsage, "'yes' is neither true nor false"));
     EXPECT_EQ(block_in_flash(), block);
@@ -440,7 +489,8 @@ TEST_F(TqctlRedboot, AddRefusesFreeSpaceThatWouldChangeTheKey) {
     const std::string area = int_entry("first", 1) + '\0' + std::string(4000, '\x01');
     const std::string block = boot_block(area);
     put_block(block);
-    EXPECT_EQ(tqctl("redboot add int key 1").status, kDamaged);
+    EXPECT_TRUE(fails(tqctl("redboot add int key 1"), kDamaged,
+                      "tqctl: redboot add: key: the free space is not as it should be"));
     EXPECT_EQ(block_in_flash(), block);
 }
 
@@ -617,6 +667,46 @@ TEST_F(TqctlImage, SwitchRehearsesEveryChange) {
                          "alias/rootdev: added as \"rootfs bak\"\n"));
 }
 
+TEST_F(TqctlImage, SwitchRehearsesOnlyTheFirstOfTwoEntriesWithOneKey) {
+    put_block(boot_block(primary_next() + string_entry("alias/kernel", "a second")));
+    EXPECT_TRUE(succeeds(tqctl("image switch --dry-run"),
+                         "alias/kernel: kernel -> \"kernel bak\"\n"
+                         "alias/rootdev: rootfs -> \"rootfs bak\"\n"));
+}
+
+TEST_F(TqctlImage, SwitchRehearsesInJsonWithTheValuesAsTheyAre) {
+    put_block(boot_block(
+        bool_entry("boot_script", true) + script_entry("boot_script_data", "a\\b\n") +
+        string_entry("alias/rootdev", "other") + string_entry("pri_pelkin_ver", "1.2.3")));
+    const std::string out = tqctl("-j image switch --dry-run").out;
+    EXPECT_EQ(out,
+              "{\"boot_script_data\":{\"from\":\"a\\\\b\\n\",\"to\":\"fis load -d "
+              "%{kernel}\\nexec\\n\"},"
+              "\"alias/rootdev\":{\"from\":\"other\",\"to\":\"rootfs\"},"
+              "\"alias/kernel\":{\"to\":\"kernel\"}}\n");
+}
+
+// Where the library's check does not tell, or tells the other one, the switch still has a target.
+TEST_F(TqctlImage, SwitchAsksAboutTheImageThatItGoesTo) {
+    const std::string versions =
+        string_entry("pri_pelkin_ver", "1.2.3") + string_entry("qak_pelkin_ver", "1.2.2");
+    const std::string other_script =
+        bool_entry("boot_script", true) + script_entry("boot_script_data", "x") + versions;
+    const std::vector<std::pair<std::string, std::string>> blocks = {
+        {other_script, "backup"},
+        {other_script + string_entry("alias/kernel", kBackupKernel), "primary"},
+        {other_script + string_entry("alias/kernel", "kernel"), "backup"},
+    };
+    for (const auto& [entries, image] : blocks) {
+        put_block(boot_block(entries));
+        EXPECT_EQ(run_command("echo n | tqctl image switch").err,
+                  "tqctl: image switch: start the " + image +
+                      " image next time? [y/N] "
+                      "tqctl: image switch: not confirmed, nothing was changed\n");
+        EXPECT_TRUE(succeeds(tqctl("image switch --yes"), image + "\n"));
+    }
+}
+
 // The rehearsal and the switch come to the same block.
 TEST_F(TqctlImage, SwitchDoesWhatWasRehearsed) {
     const std::string versions =
@@ -688,6 +778,15 @@ TEST_F(TqctlSerial, IsSetAndRead) {
 TEST_F(TqctlSerial, OfItsWholeFieldIsRead) {
     put_block(boot_block(string_entry("serial_number", std::string(128, 's')) + int_entry("n", 1)));
     EXPECT_TRUE(succeeds(tqctl("sn get"), std::string(128, 's') + "\n"));
+}
+
+// The library would put as much of it there as the entry's type has room for.
+TEST_F(TqctlSerial, IsNotStoredInAnEntryOfAnotherType) {
+    const std::string block = boot_block(int_entry("serial_number", 7));
+    put_block(block);
+    EXPECT_TRUE(fails(tqctl("sn set 12345"), kRefused,
+                      "tqctl: sn set: serial_number is of another type than string\n"));
+    EXPECT_EQ(block_in_flash(), block);
 }
 
 TEST_F(TqctlSerial, ThatIsTooLongIsRefused) {

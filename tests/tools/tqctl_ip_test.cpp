@@ -25,8 +25,10 @@ TEST_F(TqctlIpTest, ParseShowsWhatAnAddressMeans) {
 }
 
 TEST_F(TqctlIpTest, ParseRefusesWhatIsNoAddress) {
-    for (const char* text : {"x", "''", "10.0.0.256", "10.0.0.1/33", "10.0.0.1/255.0.255.0", "::g",
-                             "::1/129", "::1/-1"}) {
+    for (const char* text :
+         {"x", "''", "10.0.0.256", "10.0.0.1/33", "10.0.0.1/255.0.255.0", "::g", "::1/129",
+          "::1/-1", "::1/", "::1/x", "::1/64x", "10.0.0.1x", "10.0.0.1.2", "10.0.0.1/",
+          "10.0.0.1/24x", "10.0.0.1/24/8", "10.0.0.1/255.0.0.0x", "'10.0.0.1 '", "010.0.0.1"}) {
         EXPECT_TRUE(fails(tqctl(std::string("ip parse ") + text), kRefused, "is not an IP address"))
             << text;
     }
@@ -39,7 +41,8 @@ TEST_F(TqctlIpTest, MaskConvertsBothWays) {
     EXPECT_TRUE(succeeds(tqctl("-j ip mask 32"), "{\"mask\":\"255.255.255.255\"}\n"));
     EXPECT_TRUE(succeeds(tqctl("ip mask 255.255.240.0"), "20\n"));
     EXPECT_TRUE(succeeds(tqctl("-j ip mask 0.0.0.0"), "{\"prefix_length\":0}\n"));
-    for (const char* text : {"33", "-1", "x", "''", "255.0.255.0", "4294967320"})
+    for (const char* text : {"33", "-1", "x", "''", "255.0.255.0", "4294967320", "24x",
+                             "255.0.0.0x", "255.0.0.0/8", "::"})
         EXPECT_TRUE(
             fails(tqctl(std::string("ip mask ") + text), kRefused, "neither a mask nor a length"))
             << text;

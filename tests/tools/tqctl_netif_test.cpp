@@ -251,6 +251,7 @@ TEST_F(TqctlNetif, SetStopsAtARefusalAndSaysWhichItWas) {
     EXPECT_TRUE(fails(tqctl("if set tq0 mtu=1"), kRefused, "mtu=1: Invalid argument\n"));
     EXPECT_TRUE(fails(tqctl("if set tq0 mac=01:00:00:00:00:09"), kRefused,
                       "mac=01:00:00:00:00:09: Cannot assign requested address\n"));
+    EXPECT_THAT(tqctl("if show tq0").out, HasSubstr("up=false\n"));
 }
 
 // arp

@@ -103,13 +103,20 @@ ExitCode list(Context& context, int count, Describe describe, PrintRow print_row
     return ExitCode::kDone;
 }
 
+// As the results of the short forms they would be zeros where the board does not say.
+void add_numbers(json_object* object, int radio) {
+    unsigned modes = 0;
+    if (bbi_radio_support_mode(radio, &modes) == 0) json_add(object, "modes", number(modes));
+    int bss = 0;
+    if (bbi_radio_bss_support(radio, &bss) == 0) json_add(object, "bss", number(bss));
+}
+
 Json describe_radio(int radio) {
     Json object(json_object_new_object());
     json_add(object.get(), "radio", number(radio));
     json_add(object.get(), "device", text_if_any(bbi_radio_device_ret(radio)));
     json_add(object.get(), "prefix", text_if_any(bbi_radio_prefix_ifname_ret(radio)));
-    json_add(object.get(), "modes", number(bbi_radio_support_mode_ret(radio)));
-    json_add(object.get(), "bss", number(bbi_radio_bss_support_ret(radio)));
+    add_numbers(object.get(), radio);
     json_add(object.get(), "proc_dir", text_if_any(bbi_radio_proc_dir_ret(radio)));
     return object;
 }

@@ -18,7 +18,6 @@ namespace {
 
 constexpr char kFlash[] = "/dev/mtdblock1";
 
-constexpr size_t kEntriesBegin = 8;
 constexpr size_t kEntriesEnd = 4088;
 constexpr size_t kHeaderSize = 4;
 
@@ -80,6 +79,8 @@ class Examination {
 
     void run() {
         check_frame();
+        // Without the magic number this is no block that anybody wrote entries into.
+        if (word_at(block_ + 4) != kFirstMagic) return;
         BlockReader reader(block_);
         while (const auto entry = reader.next()) {
             check_entry(*entry);
@@ -168,8 +169,8 @@ void Examination::check_end(size_t offset) {
 }
 
 // Why the flash cannot be opened or read; otherwise it was the block.
-ExitCode explain_flash(const Context& context, int flags) {
-    const int fd = open(kFlash, flags | O_CLOEXEC);
+ExitCode explain_flash(const Context& context) {
+    const int fd = open(kFlash, O_RDWR | O_CLOEXEC);
     if (fd < 0) return context.fail(exit_code_of(errno), "%s: %s", kFlash, strerror(errno));
     unsigned char block[kBlockSize];
     const ssize_t got = read(fd, block, sizeof(block));
@@ -177,8 +178,8 @@ ExitCode explain_flash(const Context& context, int flags) {
     close(fd);
     if (got < 0) return context.fail(exit_code_of(error), "%s: %s", kFlash, strerror(error));
     if (got < ssize_t{kBlockSize}) {
-        return context.fail(ExitCode::kDamaged, "%s: only bytes 0 to %zd of the block's %zu",
-                            kFlash, got - 1, kBlockSize);
+        return context.fail(ExitCode::kDamaged, "%s: %zd bytes, too short for the block's %zu",
+                            kFlash, got, kBlockSize);
     }
     return ExitCode::kDone;
 }
@@ -219,7 +220,8 @@ std::optional<BlockEntry> BlockReader::next() {
 std::optional<BlockEntry> find_entry(const unsigned char* block, std::string_view key) {
     BlockReader reader(block);
     while (const auto entry = reader.next()) {
-        if (entry->key == key) return entry;
+        const size_t key_size = block[entry->offset + 1];
+        if (entry->key == key && key.size() < key_size) return entry;
     }
     return std::nullopt;
 }
@@ -336,7 +338,7 @@ ExitCode load_block(const Context& context) {
 }
 
 ExitCode explain_failed_load(const Context& context) {
-    const ExitCode flash = explain_flash(context, O_RDWR);
+    const ExitCode flash = explain_flash(context);
     if (flash != ExitCode::kDone) return flash;
     const ExitCode block = report_damage(context);
     if (block != ExitCode::kDone) return block;
@@ -348,7 +350,7 @@ ExitCode save_block(const Context& context) {
     const bool saved = redboot_write_config() == 1;
     output.stop();
     if (!saved) {
-        const ExitCode code = explain_flash(context, O_RDWR);
+        const ExitCode code = explain_flash(context);
         if (code != ExitCode::kDone) return code;
         return context.fail(ExitCode::kInputOutput, "%s: the block could not be written", kFlash);
     }

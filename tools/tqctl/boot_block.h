@@ -43,6 +43,7 @@ class BlockReader {
     size_t offset_ = 8;
 };
 
+// The first entry with that key. As in the library, a key without its terminator is none.
 std::optional<BlockEntry> find_entry(const unsigned char* block, std::string_view key);
 
 // The name of a type on the command line, and the type of a name; null and 0 for an unknown one.

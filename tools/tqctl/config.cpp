@@ -7,14 +7,12 @@
 #include <utility>
 
 #include "families.h"
+#include "uci_sections.h"
 #include "uci_store.h"
 
 namespace tqctl {
 
 namespace {
-
-// The longest name of a section as a path spells it, beyond which it is cut.
-constexpr size_t kSpellingSize = 256;
 
 ExitCode explain(const Context& context, const char* file, const Cause& cause) {
     return context.fail(cause.code, "%s: %s", file, cause.text);
@@ -38,43 +36,11 @@ ExitCode load(const Context& context, const uci_entry& entry, uci_config_ctx& se
     return explain(context, entry.file, cause_of_failure(entry.file, "it cannot be loaded"));
 }
 
-// Calls visit for every element of a list.
-template <typename Visit>
-void for_each(uci_list& list, Visit visit) {
-    uci_element* element = nullptr;
-    uci_foreach_element(&list, element) visit(*element);
-}
-
 int count(uci_list& list) {
     int number = 0;
     for_each(list, [&number](uci_element&) { number++; });
     return number;
 }
-
-// A section as a path spells it: its name, or @TYPE[N].
-class Spelling {
-  public:
-    explicit Spelling(uci_section& section) : section_(section) {
-        int index = 0;
-        bool reached = false;
-        for_each(section.package->sections, [&](uci_element& element) {
-            const uci_section* other = uci_to_section(&element);
-            reached = reached || other == &section;
-            if (!reached && strcmp(other->type, section.type) == 0) index++;
-        });
-        snprintf(position_, sizeof(position_), "@%s[%d]", section.type, index);
-    }
-    [[nodiscard]] const char* c_str() const {
-        return section_.anonymous ? position_ : section_.e.name;
-    }
-    [[nodiscard]] bool is(const char* spelling) const {
-        return strcmp(spelling, section_.e.name) == 0 || strcmp(spelling, position_) == 0;
-    }
-
-  private:
-    const uci_section& section_;
-    char position_[kSpellingSize];
-};
 
 // list
 

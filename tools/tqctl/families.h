@@ -9,6 +9,7 @@ namespace tqctl {
 // NOLINTBEGIN(bugprone-dynamic-static-initializers)
 extern const Family kUci;
 extern const Family kConfig;
+extern const Family kWifi;
 extern const Family kBoard;
 extern const Family kMac;
 extern const Family kIf;
@@ -22,12 +23,15 @@ extern const Family kBw;
 extern const Family kFlow;
 extern const Family kRebootLog;
 extern const Family kStat;
+extern const Family kPs;
+extern const Family kLog;
 extern const Family kStatus;
 extern const Family kUpgrade;
 extern const Family kFlash;
 extern const Family kImage;
 extern const Family kRedboot;
 extern const Family kSerial;
+extern const Family kIni;
 extern const Family kHelp;
 extern const Family kMan;
 extern const Family kCompletion;

@@ -21,7 +21,7 @@ constexpr char kTable[] = "/proc/mtd";
 
 struct Partition {
     int number;
-    uint32_t size;
+    uint64_t size;
     uint32_t erase_size;
     char name[256];
 };
@@ -29,7 +29,7 @@ struct Partition {
 // A line of the kernel's table: number, size, erase size and name.
 bool parse(const char* line, Partition& partition) {
     int name = 0;
-    const int got = sscanf(line, "mtd%d: %" SCNx32 " %" SCNx32 " \"%n", &partition.number,
+    const int got = sscanf(line, "mtd%d: %" SCNx64 " %" SCNx32 " \"%n", &partition.number,
                            &partition.size, &partition.erase_size, &name);
     const char* end = strrchr(line, '"');
     if (got != 3 || name == 0 || end < line + name) return false;
@@ -43,13 +43,14 @@ Json describe(const Partition& partition) {
     const bool whole =
         json_add(object.get(), "number", Json(json_object_new_int(partition.number))) &&
         json_add(object.get(), "name", json_text(partition.name)) &&
-        json_add(object.get(), "size", Json(json_object_new_int64(partition.size))) &&
+        json_add(object.get(), "size",
+                 Json(json_object_new_int64(static_cast<int64_t>(partition.size)))) &&
         json_add(object.get(), "erase_size", Json(json_object_new_int64(partition.erase_size)));
     return whole ? std::move(object) : nullptr;
 }
 
 void print(const Partition& partition) {
-    printf("mtd%d 0x%08" PRIx32 " 0x%08" PRIx32 " %s\n", partition.number, partition.size,
+    printf("mtd%d 0x%08" PRIx64 " 0x%08" PRIx32 " %s\n", partition.number, partition.size,
            partition.erase_size, OneLine(partition.name).c_str());
 }
 
@@ -89,6 +90,9 @@ struct Image {
     int (*read)(char* out);
 };
 
+// Filled with it, a block is no failure once it is read: all of it would be a version.
+constexpr char kUnread = ' ';
+
 constexpr Image kImages[] = {
     {"primary", check_primary_image, get_primary_info},
     {"backup", check_backup_image, get_backup_info},
@@ -100,7 +104,7 @@ ExitCode explain(const Context& context, const Image& image, const char* block) 
         return context.fail(ExitCode::kRefused, "%s: not marked as usable", image.name);
     }
     const bool was_read =
-        std::any_of(block, block + TQ_IMAGE_BLOCK_SIZE, [](char byte) { return byte != 0; });
+        std::any_of(block, block + TQ_IMAGE_BLOCK_SIZE, [](char byte) { return byte != kUnread; });
     if (!was_read) {
         return context.fail(ExitCode::kRefused, "%s: its partition cannot be read", image.name);
     }
@@ -109,7 +113,8 @@ ExitCode explain(const Context& context, const Image& image, const char* block) 
 }
 
 ExitCode print_version(Context& context, const Image& image, bool is_only) {
-    char block[TQ_IMAGE_BLOCK_SIZE] = "";
+    char block[TQ_IMAGE_BLOCK_SIZE];
+    memset(block, kUnread, sizeof(block));
     if (image.read(block) != 0) return explain(context, image, block);
     const char* field = block + TQ_IMAGE_VERSION_OFFSET;
     const OneLine version({field, strnlen(field, TQ_IMAGE_VERSION_SIZE)});

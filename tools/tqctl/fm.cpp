@@ -5,6 +5,7 @@
 
 #include "bus_connection.h"
 #include "families.h"
+#include "fm_threshold.h"
 #include "number.h"
 
 namespace tqctl {
@@ -141,6 +142,14 @@ constexpr Command kCommands[] = {
      "suppress TEXT\n"
      "wifi-down-cause RADIO WLAN STATUS CAUSE: why a radio's wlan is out of service",
      "tqctl fm set threshold 7 80", set},
+    {"threshold", "MODULE [VALUE]", 1, 2, "shows or stores a module's threshold",
+     "In the file tqfm; a module that is not in it is added. MODULE is its number.",
+     "tqctl fm threshold 7 80",
+     [](Context& context, Arguments arguments) { return fm_threshold(context, arguments); }},
+    {"suppress", "MODULE|all [VALUE]", 1, 2, "shows or stores a module's suppression",
+     "In the file tqfm, as the threshold. all stands for every module that is in it.",
+     "tqctl fm suppress all 300",
+     [](Context& context, Arguments arguments) { return fm_suppress(context, arguments); }},
 };
 static_assert(is_complete(kCommands));
 
@@ -148,8 +157,9 @@ static_assert(is_complete(kCommands));
 
 constinit const Family kFm = {
     "fm", "the fault management",
-    "Each is a message to a service on the bus. Exit code 1 stands for a service that\n"
-    "is not there, refuses or does not answer, 6 for a bus that is not there.",
+    "notify and set are messages to a service on the bus. Exit code 1 stands for a\n"
+    "service that is not there, refuses or does not answer, 6 for a bus that is not\n"
+    "there. threshold and suppress are in a file that the service reads.",
     kCommands};
 
 }  // namespace tqctl

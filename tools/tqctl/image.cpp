@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -122,38 +123,52 @@ const char* rehearse_switch() {
     return turn(redboot_rootdev_alias, redboot_pri_rootdev, redboot_bak_rootdev);
 }
 
-Json difference(const char* from, const char* to) {
+// The image that the block in memory names, its alias having been turned or added.
+const char* rehearsed_image() {
+    const char* kernel = stored_text(redboot_kernel_alias, REDBOOT_CONFIG_STRING);
+    return name_of(kernel && !equals(kernel, redboot_pri_kernel));
+}
+
+Json difference(const std::optional<BlockEntry>& from, const BlockEntry& to) {
     Json object(json_object_new_object());
-    const bool whole = (!from || json_add(object.get(), "from", json_text(from))) &&
-                       json_add(object.get(), "to", json_text(to));
+    const bool whole =
+        (!from || json_add(object.get(), "from", json_text(ValueText(*from).view()))) &&
+        json_add(object.get(), "to", json_text(ValueText(to).view()));
     return whole ? std::move(object) : nullptr;
 }
 
-// The entries of the block in memory that are others than before.
+void print_change(const std::optional<BlockEntry>& from, const BlockEntry& to) {
+    const OneLine key(to.key);
+    const OneLine value(ValueText(to).view());
+    if (from) {
+        printf("%s: %s -> %s\n", key.c_str(), OneLine(ValueText(*from).view()).c_str(),
+               value.c_str());
+    } else {
+        printf("%s: added as %s\n", key.c_str(), value.c_str());
+    }
+}
+
+// The entries of the block in memory that are others than before. None has moved; what was added
+// stands behind the last.
 void print_difference(Context& context, const unsigned char* before) {
     Json differences(json_object_new_object());
     BlockReader reader(redboot_config);
+    BlockReader reader_before(before);
     while (const auto entry = reader.next()) {
-        const auto old = find_entry(before, entry->key);
+        const auto old = reader_before.next();
         if (old && memcmp(old->value, entry->value, entry->value_size) == 0) continue;
-        const OneLine to(ValueText(*entry).view());
-        const OneLine from(old ? ValueText(*old).view() : std::string_view());
         if (context.output.is_json()) {
-            json_add(differences.get(), entry->key,
-                     difference(old ? from.c_str() : nullptr, to.c_str()));
-        } else if (old) {
-            printf("%s: %s -> %s\n", OneLine(entry->key).c_str(), from.c_str(), to.c_str());
+            json_add(differences.get(), entry->key, difference(old, *entry));
         } else {
-            printf("%s: added as %s\n", OneLine(entry->key).c_str(), to.c_str());
+            print_change(old, *entry);
         }
     }
     if (context.output.is_json()) context.output.document(differences);
 }
 
 // Standard input answers; its end is a no.
-bool confirms(int next) {
-    fprintf(stderr, "tqctl: image switch: start the %s image next time? [y/N] ",
-            name_of(next == 0 ? 1 : 0));
+bool confirms(const char* image) {
+    fprintf(stderr, "tqctl: image switch: start the %s image next time? [y/N] ", image);
     char answer[16] = "";
     if (!fgets(answer, sizeof(answer), stdin)) return false;
     return strcmp(answer, "y\n") == 0 || strcmp(answer, "yes\n") == 0;
@@ -206,7 +221,7 @@ ExitCode switch_image(Context& context, Arguments arguments) {
         print_difference(context, before);
         return ExitCode::kDone;
     }
-    if (!options.yes && !confirms(next_image())) {
+    if (!options.yes && !confirms(rehearsed_image())) {
         return context.fail(ExitCode::kRefused, "not confirmed, nothing was changed");
     }
     return switch_now(context);

@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "families.h"
+#include "number.h"
 
 namespace tqctl {
 
@@ -46,12 +47,6 @@ bool parse_mac(const char* text, Mac& mac) {
         if (!parse_octet(octet, mac[i]) || octet[2] != (is_last ? '\0' : ':')) return false;
     }
     return true;
-}
-
-bool parse_mtu(const char* text, uint32_t& mtu) {
-    const char* last = text + strlen(text);
-    const auto [end, error] = std::from_chars(text, last, mtu);
-    return error == std::errc{} && end == last;
 }
 
 struct AddressText {
@@ -209,8 +204,7 @@ bool is_mac(const char* text) {
 }
 
 bool is_mtu(const char* text) {
-    uint32_t mtu = 0;
-    return parse_mtu(text, mtu);
+    return parse_u32(text).has_value();
 }
 
 template <int (*set_address)(const char*, const uint32_t*)>
@@ -227,9 +221,7 @@ int apply_mac(const char* ifname, const char* text) {
 }
 
 int apply_mtu(const char* ifname, const char* text) {
-    uint32_t mtu = 0;
-    parse_mtu(text, mtu);
-    return set_if_mtu(ifname, mtu);
+    return set_if_mtu(ifname, *parse_u32(text));
 }
 
 struct Setting {
@@ -388,7 +380,7 @@ constexpr Command kIfCommands[] = {
      "The keys are address, netmask, broadcast (IPv4 addresses), mac and mtu; they are\n"
      "applied in this order. Without a netmask an address gets that of its class. For\n"
      "a new mac the interface is taken down and up again, so that routes through it\n"
-     "are lost. What was set before a refusal stays.",
+     "are lost. What was set before a refusal stays; one whose mac is refused stays down.",
      "tqctl if set eth0 address=192.0.2.1 netmask=255.255.255.0", set},
 };
 constexpr Command kArpCommands[] = {

@@ -51,7 +51,8 @@ const char* ParsedValue::parse_int(const char* spelling) {
     char* end = nullptr;
     errno = 0;
     const unsigned long long number = strtoull(spelling, &end, 0);
-    if (end == spelling || *end || *spelling == '-' || errno || number > UINT32_MAX) {
+    const bool is_number = *spelling >= '0' && *spelling <= '9' && !*end;
+    if (!is_number || errno || number > UINT32_MAX) {
         return "an int is a number from 0 to 4294967295";
     }
     const auto word = static_cast<uint32_t>(number);
@@ -68,7 +69,8 @@ const char* ParsedValue::parse_ethernet_address(const char* spelling) {
     int used = 0;
     const int got = sscanf(spelling, "%2x:%2x:%2x:%2x:%2x:%2x%n", &octets[0], &octets[1],
                            &octets[2], &octets[3], &octets[4], &octets[5], &used);
-    if (got != 6 || spelling[used]) return "an esa is written as 02:00:5e:00:53:01";
+    const bool is_plain = !spelling[strspn(spelling, "0123456789abcdefABCDEF:")];
+    if (got != 6 || spelling[used] || !is_plain) return "an esa is written as 02:00:5e:00:53:01";
     for (size_t i = 0; i < 6; i++) {
         bytes_[i] = static_cast<unsigned char>(octets[i]);
     }
@@ -189,7 +191,10 @@ ExitCode add_entry(const Context& context, const redboot_config_option& option,
         return context.fail(ExitCode::kRefused, "%s",
                             output.is_empty() ? option.key : output.text());
     }
-    if (!find_entry(redboot_config, option.key)) return report_damage(context);
+    if (!find_entry(redboot_config, option.key)) {
+        return context.fail(ExitCode::kDamaged,
+                            "%s: the free space is not as it should be; see verify", option.key);
+    }
     if (option.type != REDBOOT_CONFIG_SCRIPT) return ExitCode::kDone;
     return set_entry(context, option.key, option.type, value);
 }
@@ -200,6 +205,7 @@ ExitCode add(Context& context, Arguments arguments) {
     if (type == 0) return context.misuse("there is no type '%s'", arguments[0]);
     if (!*key || strchr(key, '=')) return context.misuse("'%s' is not a key", key);
     const char* enable_key = arguments.size() > 3 ? arguments[3] : nullptr;
+    if (enable_key && !*enable_key) return context.misuse("'' is not a key");
     const bool unless = arguments.size() > 4;
     if (unless && strcmp(arguments[4], "false") != 0 && strcmp(arguments[4], "true") != 0) {
         return context.misuse("'%s' is neither true nor false", arguments[4]);

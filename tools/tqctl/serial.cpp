@@ -1,5 +1,6 @@
 // serial.cpp - tqctl sn: the product serial number.
 #include <tq/image_switch.h>
+#include <tq/redboot.h>
 
 #include <cstring>
 
@@ -25,6 +26,13 @@ ExitCode set(Context& context, Arguments arguments) {
     if (strlen(arguments[0]) > kLongestText) {
         return context.fail(ExitCode::kRefused, "a serial number is at most %zu bytes long",
                             kLongestText);
+    }
+    const ExitCode loaded = load_block(context);
+    if (loaded != ExitCode::kDone) return loaded;
+    const auto entry = find_entry(redboot_config, redboot_sn_data_key);
+    if (entry && entry->type != REDBOOT_CONFIG_STRING) {
+        return context.fail(ExitCode::kRefused, "%s is of another type than string",
+                            redboot_sn_data_key);
     }
     LibraryOutput output;
     const int result = sys_sn_set(arguments[0]);

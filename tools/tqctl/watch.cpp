@@ -216,13 +216,13 @@ class Screen {
         constexpr uint64_t kSteps = std::size(kBlocks) - 1;
         for (const uint64_t value : history.values()) {
             const uint64_t step = highest == 0 ? 0 : value / (highest / kSteps + 1);
-            const size_t level = std::min<uint64_t>(value > 0 ? step + 1 : 0, kSteps);
+            const auto level = static_cast<size_t>(std::min(value > 0 ? step + 1 : 0, kSteps));
             cell(look_.utf8 ? kBlocks[level] : kLetters[level]);
         }
     }
 
   private:
-    void colour(uint64_t percent) {
+    void colour(uint64_t percent) const {
         if (!look_.colours) return;
         const char* high = percent >= 90 ? "\033[31m" : "\033[33m";
         fputs(percent < 70 ? "\033[32m" : high, stdout);

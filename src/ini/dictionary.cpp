@@ -1,0 +1,332 @@
+#include "tq/dictionary.h"
+
+#include <algorithm>
+#include <bit>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include "foundation/file.h"
+
+namespace {
+
+constexpr int kMinSize = 128;
+constexpr int kNone = -1;
+
+// The free slots, so that the first is found in as many steps as the table has levels: a bit a
+// slot, above it a bit for each word that is not zero, and so on up to one word.
+class FreeSlots {
+  public:
+    static uint64_t words_for(uint64_t slots) {
+        uint64_t total = 0;
+        do {
+            slots = words_of_level(slots);
+            total += slots;
+        } while (slots > 1);
+        return total;
+    }
+
+    void use(uint32_t* words) { words_ = words; }
+
+    // All of them are free.
+    void start(uint64_t slots) {
+        uint32_t* words = words_;
+        levels_ = 0;
+        do {
+            level_[levels_++] = words;
+            memset(words, 0xff, slots / kBits * sizeof(*words));
+            if (slots % kBits != 0) words[slots / kBits] = bit(slots) - 1;
+            slots = words_of_level(slots);
+            words += slots;
+        } while (slots > 1);
+    }
+
+    void give(unsigned slot) {
+        for (int level = 0; level < levels_; level++, slot /= kBits) {
+            level_[level][slot / kBits] |= bit(slot);
+        }
+    }
+
+    void take(unsigned slot) {
+        for (int level = 0; level < levels_; level++, slot /= kBits) {
+            level_[level][slot / kBits] &= ~bit(slot);
+            if (level_[level][slot / kBits] != 0) return;
+        }
+    }
+
+    [[nodiscard]] int first() const {
+        unsigned slot = 0;
+        for (int level = levels_; level-- > 0;) {
+            const uint32_t word = level_[level][slot];
+            if (word == 0) return kNone;
+            slot = slot * kBits + static_cast<unsigned>(std::countr_zero(word));
+        }
+        return static_cast<int>(slot);
+    }
+
+  private:
+    static constexpr unsigned kBits = 32;
+    static constexpr int kMostLevels = 7;  // for 2^35 slots
+
+    static uint64_t words_of_level(uint64_t bits) { return (bits + kBits - 1) / kBits; }
+    static uint32_t bit(uint64_t slot) { return uint32_t{1} << slot % kBits; }
+
+    uint32_t* words_;
+    uint32_t* level_[kMostLevels];
+    int levels_;
+};
+
+// What the slots hold, by hash. It stands in front of the three arrays, in one allocation with
+// them: so a copy of the record still leads to it.
+struct Index {
+    char** val;  // that of the record which the index belongs to
+    int size;
+    int entries;        // the record's n when the two were last in step
+    unsigned mask;      // number of buckets - 1
+    unsigned* buckets;  // slot + 1, or 0; a collision goes into the next one
+    FreeSlots free_slots;
+};
+
+// At most half of the buckets are in use, so that a search soon comes to an empty one.
+uint64_t bucket_count(int size) {
+    return std::bit_ceil(static_cast<uint64_t>(size) * 2);
+}
+
+// Null for a record whose arrays are not the library's: those of no other lie so close together.
+Index* index_of(const dictionary* d) {
+    if (d->key != d->val + d->size) return nullptr;
+    if (d->hash != reinterpret_cast<unsigned*>(d->key + d->size)) return nullptr;
+    Index* index = reinterpret_cast<Index*>(d->val) - 1;
+    return index->val == d->val && index->size == d->size ? index : nullptr;
+}
+
+// Null also where the caller has filled or emptied slots.
+const Index* index_in_step(const dictionary* d) {
+    const Index* index = index_of(d);
+    return index && index->entries == d->n ? index : nullptr;
+}
+
+void add_to_index(Index* index, const dictionary* d, unsigned slot) {
+    unsigned bucket = d->hash[slot] & index->mask;
+    while (index->buckets[bucket] != 0)
+        bucket = (bucket + 1) & index->mask;
+    index->buckets[bucket] = slot + 1;
+    index->free_slots.take(slot);
+}
+
+// Moves what a collision has put behind the bucket forward into the hole, as far as each entry is
+// still found from where its hash points.
+void close_hole(Index* index, const dictionary* d, unsigned hole) {
+    unsigned* buckets = index->buckets;
+    for (unsigned next = hole;;) {
+        next = (next + 1) & index->mask;
+        if (buckets[next] == 0) break;
+        const unsigned home = d->hash[buckets[next] - 1] & index->mask;
+        if (((next - home) & index->mask) < ((next - hole) & index->mask)) continue;
+        buckets[hole] = buckets[next];
+        hole = next;
+    }
+    buckets[hole] = 0;
+}
+
+void remove_from_index(Index* index, const dictionary* d, unsigned slot) {
+    unsigned bucket = d->hash[slot] & index->mask;
+    while (index->buckets[bucket] != slot + 1)
+        bucket = (bucket + 1) & index->mask;
+    close_hole(index, d, bucket);
+    index->free_slots.give(slot);
+}
+
+// Into an empty index.
+void add_all_to_index(Index* index, const dictionary* d) {
+    for (unsigned slot = 0; slot < static_cast<unsigned>(d->size); slot++) {
+        if (d->key[slot]) add_to_index(index, d, slot);
+    }
+    index->entries = d->n;
+}
+
+// Gives the record new, empty arrays with an index in front; false when memory runs out.
+bool allocate_arrays(dictionary* d, int size) {
+    const auto slots = static_cast<uint64_t>(size);
+    const uint64_t bytes = sizeof(Index) + slots * (2 * sizeof(char*) + sizeof(unsigned)) +
+                           bucket_count(size) * sizeof(unsigned) +
+                           FreeSlots::words_for(slots) * sizeof(uint32_t);
+    if (bytes > PTRDIFF_MAX) return false;
+    auto* index = static_cast<Index*>(calloc(1, static_cast<size_t>(bytes)));
+    if (!index) return false;
+    d->size = size;
+    d->val = reinterpret_cast<char**>(index + 1);
+    d->key = d->val + size;
+    d->hash = reinterpret_cast<unsigned*>(d->key + size);
+    index->val = d->val;
+    index->size = size;
+    index->mask = static_cast<unsigned>(bucket_count(size) - 1);
+    index->buckets = d->hash + size;
+    index->free_slots.use(index->buckets + bucket_count(size));
+    index->free_slots.start(slots);
+    return true;
+}
+
+void free_arrays(const dictionary* d) {
+    if (Index* index = index_of(d)) {
+        free(index);
+        return;
+    }
+    free(d->val);
+    free(d->key);
+    free(d->hash);
+}
+
+// Before a change: takes notice of what the caller has changed.
+void bring_in_step(const dictionary* d) {
+    Index* index = index_of(d);
+    if (!index || index->entries == d->n) return;
+    memset(index->buckets, 0, (size_t{index->mask} + 1) * sizeof(*index->buckets));
+    index->free_slots.start(static_cast<uint64_t>(d->size));
+    add_all_to_index(index, d);
+}
+
+bool grow(dictionary* d) {
+    if (d->size > INT_MAX / 2) return false;
+    const dictionary old = *d;
+    if (!allocate_arrays(d, std::max(kMinSize, old.size * 2))) return false;
+    std::copy_n(old.val, old.size, d->val);
+    std::copy_n(old.key, old.size, d->key);
+    std::copy_n(old.hash, old.size, d->hash);
+    add_all_to_index(index_of(d), d);
+    free_arrays(&old);
+    return true;
+}
+
+bool holds(const dictionary* d, unsigned slot, const char* key, unsigned hash) {
+    return d->hash[slot] == hash && d->key[slot] && strcmp(d->key[slot], key) == 0;
+}
+
+int find_by_slot(const dictionary* d, const char* key, unsigned hash) {
+    for (int slot = 0; slot < d->size; slot++) {
+        if (holds(d, static_cast<unsigned>(slot), key, hash)) return slot;
+    }
+    return kNone;
+}
+
+// The key's slot, or kNone.
+int find(const dictionary* d, const char* key, unsigned hash) {
+    const Index* index = index_in_step(d);
+    if (!index) return find_by_slot(d, key, hash);
+    for (unsigned bucket = hash & index->mask; index->buckets[bucket] != 0;
+         bucket = (bucket + 1) & index->mask) {
+        const unsigned slot = index->buckets[bucket] - 1;
+        if (holds(d, slot, key, hash)) return static_cast<int>(slot);
+    }
+    return kNone;
+}
+
+// kNone where the table is full.
+int first_free(const dictionary* d) {
+    if (const Index* index = index_in_step(d)) return index->free_slots.first();
+    char** const end = d->key + d->size;
+    char** const found = std::find(d->key, end, nullptr);
+    return found == end ? kNone : static_cast<int>(found - d->key);
+}
+
+int set_value(dictionary* d, int slot, const char* val) {
+    char* copy = val ? strdup(val) : nullptr;
+    if (val && !copy) return -1;
+    free(d->val[slot]);
+    d->val[slot] = copy;
+    return 0;
+}
+
+int add(dictionary* d, const char* key, unsigned hash, const char* val) {
+    tq::HeapText key_copy(strdup(key));
+    tq::HeapText val_copy(val ? strdup(val) : nullptr);
+    if (!key_copy || (val && !val_copy)) return -1;
+    if (first_free(d) == kNone && !grow(d)) return -1;
+    const int slot = first_free(d);
+    d->key[slot] = key_copy.release();
+    d->val[slot] = val_copy.release();
+    d->hash[slot] = hash;
+    d->n++;
+    if (Index* index = index_of(d)) {
+        add_to_index(index, d, static_cast<unsigned>(slot));
+        index->entries = d->n;
+    }
+    return 0;
+}
+
+}  // namespace
+
+unsigned dictionary_hash(const char* key) {
+    unsigned hash = 0;
+    if (!key) return hash;
+    for (; *key; key++) {
+        hash += static_cast<unsigned>(static_cast<signed char>(*key));
+        hash += hash << 10;
+        hash ^= hash >> 6;
+    }
+    hash += hash << 3;
+    hash ^= hash >> 11;
+    hash += hash << 15;
+    return hash;
+}
+
+dictionary* dictionary_new(int size) {
+    auto* d = static_cast<dictionary*>(malloc(sizeof(dictionary)));
+    if (!d) return nullptr;
+    d->n = 0;
+    if (!allocate_arrays(d, std::max(kMinSize, size))) {
+        free(d);
+        return nullptr;
+    }
+    return d;
+}
+
+void dictionary_del(dictionary* d) {
+    if (!d) return;
+    for (int slot = 0; slot < d->size; slot++) {
+        free(d->key[slot]);
+        free(d->val[slot]);
+    }
+    free_arrays(d);
+    free(d);
+}
+
+char* dictionary_get(const dictionary* d, const char* key, const char* def) {
+    const int slot = d && key ? find(d, key, dictionary_hash(key)) : kNone;
+    return slot == kNone ? const_cast<char*>(def) : d->val[slot];
+}
+
+int dictionary_set(dictionary* d, const char* key, const char* val) {
+    if (!d || !key) return -1;
+    bring_in_step(d);
+    const unsigned hash = dictionary_hash(key);
+    const int slot = find(d, key, hash);
+    return slot == kNone ? add(d, key, hash, val) : set_value(d, slot, val);
+}
+
+void dictionary_unset(dictionary* d, const char* key) {
+    if (!d || !key) return;
+    bring_in_step(d);
+    const int slot = find(d, key, dictionary_hash(key));
+    if (slot == kNone) return;
+    Index* index = index_of(d);
+    if (index) remove_from_index(index, d, static_cast<unsigned>(slot));
+    free(std::exchange(d->key[slot], nullptr));
+    free(std::exchange(d->val[slot], nullptr));
+    d->hash[slot] = 0;
+    d->n--;
+    if (index) index->entries = d->n;
+}
+
+void dictionary_dump(const dictionary* d, FILE* out) {
+    if (!d || !out) return;
+    if (d->n < 1) {
+        fputs("empty dictionary\n", out);
+        return;
+    }
+    for (int slot = 0; slot < d->size; slot++) {
+        if (!d->key[slot]) continue;
+        fprintf(out, "%20s\t[%s]\n", d->key[slot], d->val[slot] ? d->val[slot] : "UNDEF");
+    }
+}

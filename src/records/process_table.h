@@ -1,0 +1,28 @@
+// process_table.h - the table of known processes, and the notice of a new log level to those that
+// run.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "tq/syslog_config.h"
+
+namespace tq {
+
+inline constexpr size_t kProcessCount = 56;
+inline constexpr uint32_t kAllProcesses = SYSLOG_ALL_PROCESSES;
+
+// Room for "|" and each name closed by "|".
+inline constexpr size_t kNameListSize = 512;
+// A line of the log daemon's configuration, with room for every tag.
+inline constexpr size_t kConfigLineSize = 1024;
+
+// The one table of the process, in the order of the ids.
+std::span<syslog_process, kProcessCount> process_table();
+
+// Sends signal 49 to the running processes that the list ("|", names each closed by "|") holds and
+// that catch it. Always 0.
+int notice_apps(const char* list);
+
+}  // namespace tq

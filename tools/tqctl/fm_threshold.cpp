@@ -1,0 +1,79 @@
+// fm_threshold.cpp - tqctl fm threshold, fm suppress: what the fault daemon reads from its file.
+#include "fm_threshold.h"
+
+#include <tq/uci_option.h>
+
+#include <climits>
+#include <cstring>
+
+#include "number.h"
+#include "uci_store.h"
+
+namespace tqctl {
+
+namespace {
+
+constexpr char kFile[] = "tqfm";
+
+struct Value {
+    const char* name;
+    int (*get)(int module, int* value);
+    int (*set)(int module, unsigned value);
+};
+
+constexpr Value kThreshold = {"threshold", uci_get_threshold, uci_set_threshold};
+constexpr Value kSuppress = {"suppress", uci_get_suppress, uci_set_suppress};
+
+ExitCode explain(const Context& context, const Cause& cause) {
+    return context.fail(cause.code, "%s: %s", kFile, cause.text);
+}
+
+std::optional<int64_t> parse_module(const char* text) {
+    return parse_number(text, 0, INT_MAX);
+}
+
+ExitCode show(Context& context, const Value& value, int module) {
+    int number = 0;
+    if (value.get(module, &number) != 0)
+        return explain(context, cause_of_failure(kFile, "the module has no such value"));
+    context.output.value(value.name, static_cast<uint32_t>(number));
+    return ExitCode::kDone;
+}
+
+// Runs a change of the file.
+template <typename Change>
+ExitCode apply(const Context& context, Change change) {
+    if (const auto obstacle = obstacle_to_change(kFile)) return explain(context, *obstacle);
+    if (change() == 0) return ExitCode::kDone;
+    return explain(context, cause_of_failure(kFile, "the value cannot be written"));
+}
+
+ExitCode show_or_set(Context& context, const Value& value, Arguments arguments) {
+    const std::optional<int64_t> module = parse_module(arguments[0]);
+    if (!module) return context.misuse("%s: not the number of a module", arguments[0]);
+    const int number = static_cast<int>(*module);
+    if (arguments.size() == 1) return show(context, value, number);
+    const std::optional<uint32_t> wanted = parse_u32(arguments[1]);
+    if (!wanted) return context.misuse("%s: not a number from 0 to 4294967295", arguments[1]);
+    return apply(context, [&] { return value.set(number, *wanted); });
+}
+
+ExitCode set_all(const Context& context, Arguments arguments) {
+    if (arguments.size() != 2) return context.misuse("a value is missing");
+    const std::optional<uint32_t> wanted = parse_u32(arguments[1]);
+    if (!wanted) return context.misuse("%s: not a number from 0 to 4294967295", arguments[1]);
+    return apply(context, [&] { return uci_set_suppress_defaults(*wanted); });
+}
+
+}  // namespace
+
+ExitCode fm_threshold(Context& context, Arguments arguments) {
+    return show_or_set(context, kThreshold, arguments);
+}
+
+ExitCode fm_suppress(Context& context, Arguments arguments) {
+    if (strcmp(arguments[0], "all") == 0) return set_all(context, arguments);
+    return show_or_set(context, kSuppress, arguments);
+}
+
+}  // namespace tqctl
