@@ -142,6 +142,13 @@ constexpr Call kCalls[] = {
          write_syslog_config_file();
      }},
     {"reset_syslog_prority", [] { reset_syslog_prority(49); }},
+    {"tq_get_cpu_ticks",
+     [] {
+         uint32_t busy = 0;
+         tq_get_cpu_ticks(&address, &busy);
+     }},
+    {"tq_hal_get_processor_type", [] { tq_hal_get_processor_type(text, sizeof(text)); }},
+    {"tq_get_sys_uptime", [] { tq_get_sys_uptime(&address); }},
     {"if_is_up", [] { if_is_up("eth0"); }},
     {"if_is_running", [] { if_is_running("eth0"); }},
     {"set_if_flag", [] { set_if_flag("eth0", 1); }},

@@ -24,6 +24,7 @@
 #include <tq/ip_address.h>
 #include <tq/process.h>
 #include <tq/status_file.h>
+#include <tq/sysstat.h>
 #include <tq/syslog_config.h>
 #include <tq/types.h>
 #include <tq/uci_option.h>

@@ -14,6 +14,13 @@ ssize_t read_some(int fd, void* buffer, size_t size) {
     return got;
 }
 
+bool read_first_line(int fd, std::span<char> line) {
+    const ssize_t got = read_some(fd, line.data(), line.size() - 1);
+    line[got > 0 ? static_cast<size_t>(got) : 0] = '\0';
+    if (char* feed = strchr(line.data(), '\n')) feed[1] = '\0';
+    return got > 0;
+}
+
 // Moves what is left, less than a piece, to the front and reads behind it; false at the end of the
 // input.
 bool LineReader::refill() {

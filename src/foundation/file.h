@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <span>
 #include <string_view>
 #include <utility>
 
@@ -84,6 +85,10 @@ class HeapText {
 
 // Like read(2), but not interrupted by signals.
 ssize_t read_some(int fd, void* buffer, size_t size);
+
+// The first line of a small file, with its line feed, as much of it as fits and as one read gives.
+// False, with an empty line, where there is nothing to read.
+bool read_first_line(int fd, std::span<char> line);
 
 // Hands out the lines of a descriptor as fgets into 1024 bytes does: with their line feed, a longer
 // line in pieces of 1023 bytes, or of another size. The descriptor is lent; no byte is copied.

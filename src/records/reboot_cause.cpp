@@ -130,16 +130,9 @@ int newest_slot(const reboot_cause_header& header) {
     return older_slot(header, ring_position(header));
 }
 
-// The first line of a small file, with its line feed, as much of it as fits. False where there is
-// nothing to read.
 bool read_first_line(const char* path, std::span<char> line) {
     const UniqueFd file(open(path, O_RDONLY | O_CLOEXEC));
-    if (!file) return false;
-    const ssize_t got = tq::read_some(file.get(), line.data(), line.size() - 1);
-    if (got <= 0) return false;
-    line[static_cast<size_t>(got)] = '\0';
-    if (char* feed = strchr(line.data(), '\n')) feed[1] = '\0';
-    return true;
+    return file && tq::read_first_line(file.get(), line);
 }
 
 // The words of a command line end in zero bytes, so that its first line is the first word.

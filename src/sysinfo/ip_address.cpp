@@ -9,6 +9,7 @@
 #include <cstring>
 #include <span>
 
+#include "foundation/number_reader.h"
 #include "foundation/text.h"
 
 static_assert(sizeof(ip_address) == 28);
@@ -18,6 +19,8 @@ static_assert(offsetof(ip_address, form.v4.prefix_length) == 12);
 static_assert(offsetof(ip_address, form.v6.prefix_length) == 24);
 
 namespace {
+
+using tq::NumberReader;
 
 constexpr uint32_t kMaxV4Length = 32;
 constexpr uint32_t kMaxV6Length = 128;
@@ -49,71 +52,6 @@ static_assert([] {
     }
     return true;
 }());
-
-// Reads numbers as sscanf does where a long has 32 bits, and nothing else of its formats.
-class NumberReader {
-  public:
-    explicit NumberReader(const char* text) : next_(text) {}
-
-    // As "%u": a sign wraps around, and what 32 bits do not hold is the largest number. False where
-    // no number follows.
-    bool number(uint32_t& value) {
-        bool negative = false;
-        uint64_t magnitude = 0;
-        if (!read(negative, magnitude)) return false;
-        if (magnitude > UINT32_MAX) {
-            value = UINT32_MAX;
-        } else {
-            value = static_cast<uint32_t>(negative ? 0 - magnitude : magnitude);
-        }
-        return true;
-    }
-
-    // As "%d", where what is below zero is of no use either. False where no length up to 32
-    // follows.
-    bool prefix_length(uint32_t& value) {
-        bool negative = false;
-        uint64_t magnitude = 0;
-        if (!read(negative, magnitude) || magnitude > (negative ? 0 : kMaxV4Length)) return false;
-        value = static_cast<uint32_t>(magnitude);
-        return true;
-    }
-
-    bool literal(char wanted) {
-        if (*next_ != wanted) return false;
-        next_++;
-        return true;
-    }
-
-    void skip_blanks() {
-        while (is_blank(*next_))
-            next_++;
-    }
-
-    [[nodiscard]] const char* rest() const { return next_; }
-
-    static bool is_blank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
-
-  private:
-    static bool is_digit(char c) { return c >= '0' && c <= '9'; }
-
-    // The sign, and a magnitude that stops at 33 bits.
-    bool read(bool& negative, uint64_t& magnitude) {
-        skip_blanks();
-        negative = *next_ == '-';
-        if (negative || *next_ == '+') next_++;
-        if (!is_digit(*next_)) return false;
-        magnitude = 0;
-        for (; is_digit(*next_); next_++)
-            magnitude =
-                std::min<uint64_t>(magnitude * 10 + static_cast<uint64_t>(*next_ - '0'), kTooLarge);
-        return true;
-    }
-
-    static constexpr uint64_t kTooLarge = uint64_t{UINT32_MAX} + 1;
-
-    const char* next_;
-};
 
 using Octets = std::array<uint32_t, 4>;
 
@@ -335,7 +273,7 @@ int ip_set_v4_str_addr_mask(ip_address* address, const char* text) {
     address->size = sizeof(*address);
     if (ip_set_v4_str_mask(address, word) == 0) return 0;
     uint32_t prefix_length = 0;
-    if (!NumberReader(word).prefix_length(prefix_length)) return -1;
+    if (!NumberReader(word).number_up_to(kMaxV4Length, prefix_length)) return -1;
     return ip_set_v4_masklen(address, prefix_length);
 }
 

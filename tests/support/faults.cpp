@@ -21,11 +21,12 @@ namespace tq_test::faults {
 namespace {
 
 constexpr auto kCalls = std::to_array<std::string_view>(
-    {"open",      "openat",  "read",   "write", "close",   "fopen",  "fdopen", "fgets",   "fread",
-     "fwrite",    "fflush",  "fclose", "popen", "pclose",  "system", "malloc", "calloc",  "realloc",
-     "strdup",    "rename",  "unlink", "mkdir", "fsync",   "flock",  "fcntl",  "ioctl",   "mkstemp",
-     "ftruncate", "lseek",   "socket", "bind",  "connect", "send",   "sendto", "sendmsg", "recv",
-     "recvfrom",  "recvmsg", "select", "pread", "pwrite",  "sleep",  "sync"});
+    {"open",   "openat",  "read",    "write",     "close",    "fopen",   "fdopen", "fgets",
+     "fread",  "fwrite",  "fflush",  "fclose",    "popen",    "pclose",  "system", "malloc",
+     "calloc", "realloc", "strdup",  "rename",    "unlink",   "mkdir",   "fsync",  "flock",
+     "fcntl",  "ioctl",   "mkstemp", "ftruncate", "lseek",    "socket",  "bind",   "connect",
+     "send",   "sendto",  "sendmsg", "recv",      "recvfrom", "recvmsg", "select", "pread",
+     "pwrite", "sleep",   "sync",    "sysinfo",   "statfs"});
 
 // In the place of an errno: the call is the process's last.
 constexpr int kDiesBefore = -1;
@@ -247,6 +248,9 @@ TQ_FORWARD(recvmsg, -1, ssize_t, (int fd, msghdr* message, int flags), (fd, mess
 TQ_FORWARD(select, -1, int, (int n, fd_set* reads, fd_set* writes, fd_set* errors, timeval* timeout),
     (n, reads, writes, errors, timeout))
 TQ_FORWARD(sync, static_cast<void>(0), void, (), ())
+TQ_FORWARD(sysinfo, -1, int, (void* info), (info))
+TQ_FORWARD(statfs, -1, int, (const char* path, void* room), (path, room))
+TQ_FORWARD_AS(statfs64, "statfs", -1, int, (const char* path, void* room), (path, room))
 // clang-format on
 
 // A sleep that fails is one that a signal ends at once.

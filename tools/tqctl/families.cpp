@@ -25,6 +25,7 @@ constexpr const Family* kFamilies[] = {
     &kBw,
     &kFlow,
     &kRebootLog,
+    &kStat,
     &kPs,
     &kLog,
     &kStatus,

@@ -25,6 +25,7 @@ extern const Family kFm;
 extern const Family kBw;
 extern const Family kFlow;
 extern const Family kRebootLog;
+extern const Family kStat;
 extern const Family kPs;
 extern const Family kLog;
 extern const Family kStatus;

@@ -1,0 +1,342 @@
+#include "tq/sysstat.h"
+
+#include <fcntl.h>
+#include <mntent.h>
+#include <sys/statfs.h>
+#include <sys/sysinfo.h>
+#include <tq/board.h>
+#include <tq/bwctl.h>
+#include <tq/command.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <numeric>
+#include <span>
+#include <string_view>
+
+#include "foundation/file.h"
+#include "foundation/log.h"
+#include "foundation/number_reader.h"
+#include "foundation/text.h"
+
+static_assert(sizeof(if_stats) == 88);
+static_assert(offsetof(if_stats, out_octets) == 40);
+static_assert(offsetof(if_stats, in_flow) == 80);
+static_assert(offsetof(if_stats, out_flow) == 84);
+
+namespace {
+
+using tq::LineReader;
+using tq::NumberReader;
+using tq::UniqueFd;
+
+constexpr size_t kLineSize = 1024;
+
+constexpr char kStat[] = "/proc/stat";
+constexpr char kOverlay[] = "/overlay";
+
+UniqueFd open_to_read(const char* path) {
+    return UniqueFd(open(path, O_RDONLY | O_CLOEXEC));
+}
+
+// True where each has its number.
+template <typename Number>
+bool read_numbers(NumberReader& reader, std::span<Number> numbers) {
+    return std::ranges::all_of(numbers, [&](Number& number) { return reader.number(number); });
+}
+
+constexpr char kMemoryLines[PROC_MEMINFO_FIGURES][10] = {
+    "MemTotal:", "MemFree:", "Buffers:", "Cached:"};
+
+bool ends_with(std::string_view text, const char* name) {
+    const size_t length = strlen(name);
+    return text.size() >= length && memcmp(text.end() - length, name, length) == 0;
+}
+
+// The place of the first of the names that the line contains; PROC_MEMINFO_FIGURES where there is
+// none. Each name ends in a colon, and a line has hardly more than one.
+size_t memory_figure(const char* line) {
+    size_t place = PROC_MEMINFO_FIGURES;
+    for (const char* colon = strchr(line, ':'); colon; colon = strchr(colon + 1, ':')) {
+        const std::string_view front(line, static_cast<size_t>(colon + 1 - line));
+        for (size_t i = 0; i < place; i++) {
+            if (ends_with(front, kMemoryLines[i])) place = i;
+        }
+    }
+    return place;
+}
+
+// The number behind the line's first colon, in front of which something has to be.
+bool read_memory_figure(const char* line, uint32_t& figure) {
+    const char* colon = strchr(line, ':');
+    return colon != line && NumberReader(colon + 1).number(figure);
+}
+
+// Relays a percentage of the statistics service. One that came before the service failed does not
+// count.
+int relay(int (*ask)(uint32_t*), uint32_t* percent) {
+    *percent = 0;
+    uint32_t answer = 0;
+    if (ask(&answer) != 0) return -1;
+    *percent = answer;
+    return 0;
+}
+
+class MountTable {
+  public:
+    MountTable() : stream_(setmntent("/etc/mtab", "re")) {}
+    ~MountTable() {
+        if (stream_) endmntent(stream_);
+    }
+    MountTable(const MountTable&) = delete;
+    MountTable& operator=(const MountTable&) = delete;
+
+    explicit operator bool() const { return stream_ != nullptr; }
+
+    // The directory of the next entry, valid until the next call; null at the end.
+    const char* next() {
+        mntent entry{};
+        return getmntent_r(stream_, &entry, text_, sizeof(text_)) ? entry.mnt_dir : nullptr;
+    }
+
+  private:
+    FILE* stream_;
+    char text_[4096];
+};
+
+// A row of /proc/mtd: index, size, erase size and a name, of which a first character will do.
+bool read_partition_size(const char* line, uint32_t& size) {
+    NumberReader reader(line);
+    uint32_t index = 0;
+    uint32_t erase_size = 0;
+    if (!reader.literal("mtd") || !reader.number(index) || !reader.literal(':')) return false;
+    if (!reader.hex(size) || !reader.hex(erase_size)) return false;
+    reader.skip_blanks();
+    if (!reader.literal('"')) return false;
+    reader.skip_blanks();
+    return *reader.rest() != '\0';
+}
+
+// The octets out of a line of the driver's file.
+bool read_octets(const char* line, if_stats& rec) {
+    NumberReader reader(line);
+    std::array<uint64_t, 6> numbers{};
+    if (!read_numbers<uint64_t>(reader, numbers)) return false;
+    rec.in_octets = numbers[0];
+    rec.out_octets = numbers[3];
+    return true;
+}
+
+// The columns of /proc/net/dev behind the interface's name: eight of what was received, eight of
+// what was sent.
+bool read_counters(const char* columns, if_stats& rec) {
+    NumberReader reader(columns);
+    std::array<uint64_t, 16> numbers{};
+    if (!read_numbers<uint64_t>(reader, numbers)) return false;
+    rec.in_octets = numbers[0];
+    rec.in_packets = numbers[1];
+    rec.in_errors = numbers[2];
+    rec.in_discards = numbers[3];
+    rec.in_multicast = numbers[7];
+    rec.out_octets = numbers[8];
+    rec.out_packets = numbers[9];
+    rec.out_errors = numbers[10];
+    rec.out_discards = numbers[11];
+    return true;
+}
+
+}  // namespace
+
+int tq_get_cpu_ticks(uint32_t* total, uint32_t* busy) {
+    const UniqueFd file = open_to_read(kStat);
+    if (!file) return TQ_FAIL("Cannot open %s\n", kStat);
+    char text[kLineSize];
+    const ssize_t got = tq::read_some(file.get(), text, sizeof(text) - 1);
+    text[std::max<ssize_t>(got, 0)] = '\0';
+    enum { kUser, kNice, kSystem, kIdle, kIoWait, kIrq, kSoftIrq, kCount };
+    std::array<uint32_t, kCount> ticks{};
+    NumberReader reader(text);
+    if (!reader.literal("cpu") || !read_numbers<uint32_t>(reader, ticks)) {
+        TQ_LOG(LOG_ERR, "Cannot parse %s\n", kStat);
+        return -2;
+    }
+    *busy = ticks[kNice] + ticks[kSystem] + ticks[kIrq] + ticks[kSoftIrq];
+    *total = ticks[kUser] + ticks[kIdle] + ticks[kIoWait] + *busy;
+    return 0;
+}
+
+int get_proc_cpuinfo(uint32_t* total, uint32_t* idle) {
+    if (!total || !idle) return TQ_FAIL("invalid parameter\n");
+    const UniqueFd file = open_to_read(kStat);
+    if (!file) return TQ_FAIL("fopen fail\n");
+    char line[kLineSize];
+    if (!tq::read_first_line(file.get(), line)) return TQ_FAIL("fgets fail\n");
+    std::array<uint32_t, 10> ticks{};
+    NumberReader reader(line);
+    if (!reader.literal("cpu") || !read_numbers<uint32_t>(reader, ticks))
+        return TQ_FAIL("sscanf fail\n");
+    *idle = ticks[3];
+    *total = std::accumulate(ticks.begin(), ticks.end(), uint32_t{0});
+    return 0;
+}
+
+int get_proc_meminfo(uint32_t figures[PROC_MEMINFO_FIGURES]) {
+    if (!figures) return TQ_FAIL("invalid parameter\n");
+    const UniqueFd file = open_to_read("/proc/meminfo");
+    if (!file) return TQ_FAIL("fopen fail\n");
+    LineReader lines(file.get());
+    int found = 0;
+    while (const char* line = lines.next()) {
+        if (found == PROC_MEMINFO_FIGURES) break;
+        const size_t place = memory_figure(line);
+        if (place == PROC_MEMINFO_FIGURES) continue;
+        if (!read_memory_figure(line, figures[place])) {
+            TQ_LOG(LOG_ERR, "sscanf %s fail\n", line);
+            break;
+        }
+        TQ_LOG(LOG_DEBUG, "%s - %lu\n", line, static_cast<unsigned long>(figures[place]));
+        found++;
+    }
+    return found == PROC_MEMINFO_FIGURES ? 1 : -1;
+}
+
+int tq_hal_get_sdram_size(uint32_t* size_kb) {
+    if (!size_kb) return TQ_FAIL("invalid parameter\n");
+    uint32_t figures[PROC_MEMINFO_FIGURES] = {};
+    if (get_proc_meminfo(figures) < 0) return TQ_FAIL("get_proc_meminfo fail\n");
+    *size_kb = figures[PROC_MEMINFO_TOTAL];
+    return 0;
+}
+
+int tq_get_memory_real_usage(uint32_t* percent) {
+    if (!percent) return TQ_FAIL("invalid parameter\n");
+    *percent = 0;
+    uint32_t figures[PROC_MEMINFO_FIGURES] = {};
+    if (get_proc_meminfo(figures) < 0) return TQ_FAIL("get_proc_meminfo fail\n");
+    const uint32_t total = figures[PROC_MEMINFO_TOTAL];
+    *percent = (total - figures[PROC_MEMINFO_FREE]) * 100 / total;
+    return 0;
+}
+
+int tq_get_memory_avg_usage(uint32_t* percent) {
+    if (!percent) return TQ_FAIL("invalid parameter\n");
+    return relay(tq_get_mem_usage, percent);
+}
+
+int tq_get_cpu_avg_usage(uint32_t* percent) {
+    if (!percent) return TQ_FAIL("invalid parameter\n");
+    return relay(tq_get_cpu_usage, percent);
+}
+
+int tq_get_cpu_real_usage(uint32_t* percent) {
+    if (!percent) return TQ_FAIL("invalid parameter\n");
+    return relay(tq_get_cpu_cur_usage, percent);
+}
+
+int tq_get_sys_uptime(uint32_t* seconds) {
+    if (!seconds) return TQ_FAIL("invalid parameter\n");
+    *seconds = 0;
+    struct sysinfo info {};
+    if (sysinfo(&info) < 0) return TQ_FAIL("sysinfo fail\n");
+    *seconds = static_cast<uint32_t>(info.uptime);
+    return 0;
+}
+
+int tq_get_flash_free_size(uint32_t* free_kb) {
+    if (!free_kb) return TQ_FAIL("invalid parameter\n");
+    *free_kb = 0;
+    MountTable mounts;
+    if (!mounts) return TQ_FAIL("setmntent fail\n");
+    while (const char* directory = mounts.next()) {
+        if (strcmp(directory, kOverlay) != 0) continue;
+        struct statfs room {};
+        if (statfs(directory, &room) < 0) continue;
+        *free_kb = static_cast<uint32_t>(room.f_bsize) * static_cast<uint32_t>(room.f_bavail) >> 10;
+        return 0;
+    }
+    return -1;
+}
+
+int tq_hal_get_flash_size(void) {
+    const UniqueFd file = open_to_read("/proc/mtd");
+    if (!file) return TQ_FAIL("fopen fail\n");
+    LineReader lines(file.get());
+    const char* line = lines.next() ? lines.next() : nullptr;
+    if (!line) return 0;
+    uint32_t size = 0;
+    if (!read_partition_size(line, size)) {
+        TQ_LOG(LOG_ERR, "sscanf fail\n");
+        return 0;
+    }
+    return static_cast<int>(size);
+}
+
+int tq_hal_get_processor_type(char* buf, int len) {
+    if (!buf || len <= 0) return TQ_FAIL("invalid parameter\n");
+    *buf = '\0';
+    const UniqueFd file = open_to_read("/proc/cpuinfo");
+    if (!file) return TQ_FAIL("fopen fail\n");
+    char line[kLineSize];
+    if (!tq::read_first_line(file.get(), line)) return TQ_FAIL("fgets fail\n");
+    const char* colon = strchr(line, ':');
+    if (!colon) return TQ_FAIL("buf = %s\n", line);
+    tq::copy_text(buf, static_cast<size_t>(len), colon[1] ? colon + 2 : "");
+    const size_t length = strlen(buf);
+    if (length > 0 && buf[length - 1] == '\n') buf[length - 1] = '\0';
+    return 0;
+}
+
+int tq_get_eth_flow(uint32_t port, uint32_t* in, uint32_t* out) {
+    if (!in || !out) return TQ_FAIL("invalid parameter\n");
+    *in = 0;
+    *out = 0;
+    uint32_t flow = 0;
+    if (tq_get_in_flow_statistics(port, &flow) != 0)
+        return TQ_FAIL("tq_get_in_flow_statistics fail\n");
+    *in = flow;
+    flow = 0;
+    if (tq_get_out_flow_statistics(port, &flow) != 0)
+        return TQ_FAIL("tq_get_out_flow_statistics fail\n");
+    *out = flow;
+    return 0;
+}
+
+int tq_get_eth_stats(int port, if_stats* rec) {
+    if (!rec) return TQ_FAIL("null buff\n");
+    tq::Text<128> path;
+    path.append("/proc/net/eth/eth%d/stats", port);
+    char line[kLineSize];
+    {
+        const UniqueFd file = open_to_read(path.c_str());
+        if (!file) {
+            TQ_LOG(LOG_WARNING, "fopen %s failed: %s\n", path.c_str(), strerror(errno));
+            return -1;
+        }
+        tq::read_first_line(file.get(), line);
+    }
+    const bool known = read_octets(line, *rec);
+    if (!known) TQ_LOG(LOG_WARNING, "unknown format: '%s'\n", line);
+    TQ_LOG(LOG_DEBUG, "ifInOctets:%llu ifOutOctets: %llu\n",
+           static_cast<unsigned long long>(rec->in_octets),
+           static_cast<unsigned long long>(rec->out_octets));
+    return known ? 0 : -1;
+}
+
+int tq_get_if_statistics(int port, if_stats* rec) {
+    if (!rec) return TQ_FAIL("invalid parameter\n");
+    const char* ifname = tq_get_eth_ifname(port);
+    if (!ifname) return TQ_FAIL("tq_get_eth_ifname fail, index  = %d\n", port);
+    *rec = {};
+    tq::Text<64> key;
+    key.append("%s:", ifname);
+    char line[kLineSize];
+    if (read_line("/proc/net/dev", key.c_str(), line, sizeof(line)) != 0)
+        return TQ_FAIL("read_line fail\n");
+    if (!read_counters(line + strlen(key.c_str()), *rec)) return TQ_FAIL("sscanf fail\n");
+    (void)tq_get_eth_flow(static_cast<uint32_t>(port), &rec->in_flow, &rec->out_flow);
+    (void)tq_get_eth_stats(port, rec);
+    return 0;
+}
