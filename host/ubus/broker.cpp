@@ -43,8 +43,11 @@ int invoke(const Request& request) {
     if (!object || !request.from->is_root) return UBUS_STATUS_NOT_FOUND;
     if (is_overloaded(object->owner)) return UBUS_STATUS_NO_MEMORY;
     if (!put_call(request, id)) return UBUS_STATUS_NO_MEMORY;
+    // With the caller's names the message is longer than it came.
+    if (blob_raw_len(message()) > kMaxBody) return UBUS_STATUS_INVALID_ARGUMENT;
     send(object->owner, UBUS_MSG_INVOKE, request.seq, request.from->id, message());
-    return kNoAnswer;
+    // Nobody else would answer for a service that has just died.
+    return is_dropped(object->owner) ? UBUS_STATUS_NOT_FOUND : kNoAnswer;
 }
 
 // The object that a request is about, if it is its client's own.

@@ -104,8 +104,11 @@ Client* add_client(int fd);
 void remove_all_clients();
 Client* find_client(uint32_t id);
 bool is_overloaded(const Client* client);
+// Nothing reaches it any more, and it is about to be removed.
+bool is_dropped(const Client* client);
 
-// Sends to a client that still has room, and drops one that has not.
+// Sends to a client that still has room, and drops one that has not. A message that is longer than
+// kMaxBody is not sent: its reader would take it for the end of the connection.
 void send(Client* to, uint8_t type, uint16_t seq, uint32_t peer, const blob_attr* body);
 // The same for a part of an answer to its own request, however long that is.
 void send_part(Client* to, uint8_t type, uint16_t seq, uint32_t peer, const blob_attr* body);

@@ -34,10 +34,6 @@ struct Packet {
 
 avl_tree clients = AVL_TREE_INIT(clients, compare_ids, false, nullptr);
 
-bool is_dropped(const Client* client) {
-    return client->removal.pending;
-}
-
 // The client may be in use further up; the loop removes it when all is done.
 void drop(Client* client) {
     uloop_fd_delete(&client->sock);
@@ -91,6 +87,7 @@ void enqueue(Client* client, const WireHeader& header, const blob_attr* body, si
 void write_queued(Client* client) {
     while (!list_empty(&client->output)) {
         auto* packet = list_first_entry(&client->output, Packet, list);
+        // NOLINTNEXTLINE(clang-analyzer-unix.Malloc): a packet that was freed has left the list
         const iovec vector = {packet->bytes + packet->sent, packet->size - packet->sent};
         const ssize_t sent = write_some(client, &vector, 1);
         if (sent < 0) {
@@ -240,6 +237,10 @@ Client* find_client(uint32_t id) {
     return client && !is_dropped(client) ? client : nullptr;
 }
 
+bool is_dropped(const Client* client) {
+    return client->removal.pending;
+}
+
 bool is_overloaded(const Client* client) {
     return client->queued > kMaxQueue;
 }
@@ -253,7 +254,7 @@ void send(Client* to, uint8_t type, uint16_t seq, uint32_t peer, const blob_attr
 }
 
 void send_part(Client* to, uint8_t type, uint16_t seq, uint32_t peer, const blob_attr* body) {
-    if (is_dropped(to)) return;
+    if (is_dropped(to) || blob_raw_len(body) > kMaxBody) return;
     const WireHeader header = wire_header(type, seq, peer, body);
     if (!list_empty(&to->output)) {
         enqueue(to, header, body, 0);

@@ -79,6 +79,7 @@ void end_subscription(Subscription* subscription) {
     free(subscription);
 }
 
+// NOLINTBEGIN(clang-analyzer-unix.Malloc): what was freed has left its list
 void end_subscriptions_of(Object* object) {
     while (!list_empty(&object->subscribers)) {
         auto* subscription = list_first_entry(&object->subscribers, Subscription, of_target);
@@ -92,6 +93,7 @@ void end_subscriptions_of(Object* object) {
         if (list_empty(&target->subscribers)) tell_whether_subscribed(target);
     }
 }
+// NOLINTEND(clang-analyzer-unix.Malloc)
 
 Subscription* find_subscription(Object* subscriber, const Object* target) {
     list_head* entry = nullptr;
@@ -115,6 +117,19 @@ int find_both(const Request& request, Object** subscriber, Object** target) {
 }
 
 // ---- objects ----
+
+// Whether what the broker tells of the object fits into a message with all that it adds.
+bool is_tellable(const char* path, const Type* type) {
+    constexpr size_t kAdded = 128;
+    const size_t signature = type ? blob_len(type->signature) : 0;
+    return !path || strlen(path) + signature <= kMaxBody - kAdded;
+}
+
+void free_unused(Type* type) {
+    if (!type || type->users > 0) return;
+    type->users = 1;
+    leave_type(type);
+}
 
 // Null where there is no memory for it.
 Object* new_object(Client* owner, const char* path, Type* type) {
@@ -144,6 +159,7 @@ Object* new_object(Client* owner, const char* path, Type* type) {
 }
 
 void free_object(Object* object) {
+    // NOLINTNEXTLINE(clang-analyzer-unix.Malloc): what was freed has left its list
     if (object->path) {
         announce_object(object, "ubus.object.remove");
         avl_delete(&paths, &object->by_path);
@@ -196,13 +212,11 @@ int add_object(const Request& request) {
     Type* type =
         signature ? new_type(signature) : find_type(request.attributes.number(UBUS_ATTR_OBJTYPE));
     if (signature && !type) return UBUS_STATUS_INVALID_ARGUMENT;
-    const Object* object = new_object(request.from, path, type);
+    const bool tellable = is_tellable(path, type);
+    const Object* object = tellable ? new_object(request.from, path, type) : nullptr;
     if (!object) {
-        if (type && type->users == 0) {
-            type->users = 1;
-            leave_type(type);
-        }
-        return UBUS_STATUS_NO_MEMORY;
+        free_unused(type);
+        return tellable ? UBUS_STATUS_NO_MEMORY : UBUS_STATUS_INVALID_ARGUMENT;
     }
 
     blob_buf* buf = new_message();

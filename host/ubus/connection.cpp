@@ -85,12 +85,10 @@ Received receive_all(int fd, void* buffer, size_t size) {
         const ssize_t got = recv(fd, static_cast<char*>(buffer) + have, size - have, MSG_DONTWAIT);
         if (got > 0) {
             have += static_cast<size_t>(got);
-        } else if (got == 0) {
-            return Received::kBroken;
-        } else if (errno == EAGAIN) {
+        } else if (got < 0 && errno == EAGAIN) {
             if (have == 0) return Received::kNothing;
             if (!wait_for(fd, POLLIN, kStallMilliseconds)) return Received::kBroken;
-        } else if (errno != EINTR) {
+        } else if (got == 0 || errno != EINTR) {
             return Received::kBroken;
         }
     }
@@ -187,8 +185,10 @@ void handle_event(uloop_fd* sock, unsigned int /*events*/) {
     ubus_context* ctx = container_of(sock, ubus_context, sock);
     // The loop's own sign of the end; what came before it is still to be read.
     sock->eof = false;
-    handle_pending(ctx);
-    receive(ctx, nullptr);
+    // A message may have been handled by waiting for others: those are older than the next one.
+    do {
+        handle_pending(ctx);
+    } while (receive(ctx));
 }
 
 void end_loop(ubus_context* /*ctx*/) {
@@ -271,17 +271,12 @@ bool send_message(ubus_context* ctx, uint8_t type, uint16_t seq, uint32_t peer,
     return false;
 }
 
-void receive(ubus_context* ctx, const ubus_request* until) {
-    while (!ctx->sock.eof && (!until || !until->status_msg)) {
-        Message message = {};
-        const Received received = receive_message(ctx, &message);
-        if (received == Received::kNothing) return;
-        if (received == Received::kBroken) {
-            lose_connection(ctx);
-            return;
-        }
-        handle_message(ctx, message);
-    }
+bool receive(ubus_context* ctx) {
+    Message message = {};
+    const Received received = receive_message(ctx, &message);
+    if (received == Received::kBroken) lose_connection(ctx);
+    if (received == Received::kAll) handle_message(ctx, message);
+    return received == Received::kAll && !ctx->sock.eof;
 }
 
 }  // namespace ubus

@@ -37,8 +37,8 @@ class Blob {
 bool send_message(ubus_context* ctx, uint8_t type, uint16_t seq, uint32_t peer,
                   const blob_attr* body);
 
-// Handles what has come; stops early once the request, which may be null, is done.
-void receive(ubus_context* ctx, const ubus_request* until);
+// Handles the next message, if it has come; whether there may be another.
+bool receive(ubus_context* ctx);
 
 // request.cpp
 

@@ -191,7 +191,8 @@ void add_objects_again(ubus_context* ctx) {
 
 int ubus_add_object(ubus_context* ctx, ubus_object* obj) {
     ubus::Blob blob;
-    if (obj->name) blob_put_string(blob.buf(), UBUS_ATTR_OBJPATH, obj->name);
+    if (obj->name && !blob_put_string(blob.buf(), UBUS_ATTR_OBJPATH, obj->name))
+        return UBUS_STATUS_NO_MEMORY;
     if (obj->type) ubus::put_type(blob.buf(), *obj->type);
     const int status =
         ubus::perform_request(ctx, UBUS_MSG_ADD_OBJECT, 0, blob.message(), ubus::take_ids, obj);

@@ -121,13 +121,15 @@ void ubus_complete_request_async(ubus_context* ctx, ubus_request* req) {
 
 int ubus_complete_request(ubus_context* ctx, ubus_request* req, int timeout) {
     ubus_complete_request_async(ctx, req);
+    // The connection may have been lost after it was sent.
+    if (ctx->sock.eof) ubus::fail_requests(ctx);
     const int64_t end = ubus::now_milliseconds() + timeout;
 
     ctx->stack_depth++;
     while (!req->status_msg && !req->cancelled) {
         const int64_t left = timeout > 0 ? end - ubus::now_milliseconds() : -1;
         if (timeout > 0 && left <= 0) break;
-        if (ubus::wait_readable(ctx->sock.fd, static_cast<int>(left))) ubus::receive(ctx, req);
+        if (ubus::wait_readable(ctx->sock.fd, static_cast<int>(left))) ubus::receive(ctx);
     }
     ctx->stack_depth--;
     if (ctx->stack_depth == 0 && !list_empty(&ctx->pending))
@@ -145,7 +147,8 @@ void ubus_abort_request(ubus_context* /*ctx*/, ubus_request* req) {
 
 int ubus_lookup(ubus_context* ctx, const char* path, ubus_lookup_handler_t cb, void* priv) {
     ubus::Blob blob;
-    if (path) blob_put_string(blob.buf(), UBUS_ATTR_OBJPATH, path);
+    // A look-up without a path is one of all objects.
+    if (path && !blob_put_string(blob.buf(), UBUS_ATTR_OBJPATH, path)) return UBUS_STATUS_NO_MEMORY;
     ubus::Lookup lookup = {cb, priv};
     return ubus::perform_request(ctx, UBUS_MSG_LOOKUP, 0, blob.message(), ubus::hand_out_object,
                                  &lookup);

@@ -8,6 +8,9 @@
  * object to the answer: each waits at most its time limit and the time of those before it.
  * init_ubus_client and destroy_ubus_client take no lock and must not run while another thread is
  * inside a request.
+ *
+ * A child process of fork has its parent's connection: before a request of its own it calls
+ * init_ubus_client, with which a uloop of the parent's no longer watches the parent's socket.
  */
 #ifndef TQ_BUS_H
 #define TQ_BUS_H
@@ -36,11 +39,15 @@ typedef void (*notify_reply_handler)(struct ubus_request *req, int type, struct 
 
 /* Connects to the bus at its default socket; a connection that is there is torn down first. The
  * socket is registered with the process's uloop, which a program that runs one drives it by, on
- * the thread that makes the requests; a program that does not run uloop needs nothing more.
+ * the thread that makes the requests; a program that does not run uloop needs nothing more. After
+ * the end of the broker the socket leaves the uloop; whether a running one then ends is libubus's
+ * choice, not this library's.
  * 0; -1 when there is no bus ("Failed to connect to ubus"), nothing is held then. */
 TQ_API int init_ubus_client(void);
 
-/* Disconnects and ends the process's uloop (uloop_done). Nothing where there is no connection. */
+/* Disconnects and ends the process's uloop (uloop_done): a program that runs one has to add its own
+ * descriptors and timeouts to it anew, also where init_ubus_client tears a connection down. Nothing
+ * where there is no connection. */
 TQ_API void destroy_ubus_client(void);
 
 /* Calls a method of an object and waits for the answer, at most timeout_ms milliseconds (0: for

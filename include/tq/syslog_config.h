@@ -29,7 +29,7 @@ TQ_BEGIN_DECLS
 #define SYSLOG_NO_LOCAL_LOG 0xffffffffu
 
 /* A known process. */
-typedef struct syslog_process {
+typedef struct syslog_process { /* NOLINT(clang-analyzer-optin.performance.Padding) */
     uint32_t id;
     const char *name;  /* as the kernel has it */
     const char *tag;   /* short, for level files and lists of programs */
@@ -53,6 +53,8 @@ typedef struct wcd_trace_settings {
     uint8_t reserved[31 - sizeof(const char *)];
 } wcd_trace_settings;
 
+/* Each is initialized where it is defined. NOLINTBEGIN(bugprone-dynamic-static-initializers) */
+
 /* The table in use: null until init_syslog. */
 extern TQ_API syslog_process *syslog_cfg;
 
@@ -69,6 +71,8 @@ extern TQ_API const syslog_facility facilitynames[];
 #endif
 
 extern TQ_API wcd_trace_settings wcd_trace;
+
+/* NOLINTEND(bugprone-dynamic-static-initializers) */
 
 /* Takes the built-in table into use, writes the level file of each process, tells the running ones,
  * and writes the configuration file. Prints "syslog_cfg is NULL" on standard output when there is

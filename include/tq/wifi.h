@@ -13,8 +13,8 @@
  * A setter of one option has the result of set_uci_config: 0 written, 1 nothing to write because
  * the option has that value, -1 failed. The others combine such results bit by bit, as is said with
  * each; none of them stops at a write that fails, but for wifi_set_mcast_rate. So a combined result
- * is 0 as soon as one write made a change, even where another failed, and -1 for sure only where
- * all failed: whoever must know sets the options one at a time or reads them back.
+ * is 0 as soon as one write made a change, even where another failed, and 1 does not rule a failure
+ * out: whoever must know reads the setting back, or looks into the log.
  *
  * Getters give 0, or -1 with their outputs untouched. Numbers are decimal text; an option that is
  * no number reads as 0, beyond 32 bits its low 32 bits. What a function logs beside rejected
@@ -33,10 +33,9 @@ TQ_BEGIN_DECLS
 
 /* ---- radio ---- */
 
-/* Writes "country" CN, "CountryRegion" 1 and "CountryRegionABand" 0, whatever the country was: the
- * product is licensed for this one.
- * (r1 & r2 & 1) & r3 of the three writes in this order: 1 also when all of them failed but the last
- * one found its value, and so on. */
+/* Writes "country" CN, "CountryRegion" 1 and "CountryRegionABand" 0, whatever the country was.
+ * (r1 & r2 & 1) & r3 of the three writes in this order: 1 when all are unchanged, and also when all
+ * failed. */
 TQ_API int wifi_set_country_code(struct uci_config_ctx *session);
 
 /* Writes "hwmode", "HT_BW", "VHT_BW" and "HT_EXTCHA" for a mode of 1 to 30.

@@ -91,7 +91,8 @@ bool may_be_named(int pid, std::string_view name) {
     if (!file) return true;
     char comm[128];
     const ssize_t got = tq::read_some(file.get(), comm, sizeof(comm));
-    return got > 0 && std::string_view(comm, static_cast<size_t>(got)).find(name) != name.npos;
+    return got > 0 &&
+           std::string_view(comm, static_cast<size_t>(got)).find(name) != std::string_view::npos;
 }
 
 const syslog_process* find_row(uint32_t id) {
@@ -111,7 +112,8 @@ const char* name_to_look_for(uint32_t id) {
 
 // True where "|name|" or "*name|" is in the list.
 bool is_listed(std::string_view list, std::string_view name) {
-    for (size_t at = list.find(name, 1); at != list.npos; at = list.find(name, at + 1)) {
+    for (size_t at = list.find(name, 1); at != std::string_view::npos;
+         at = list.find(name, at + 1)) {
         const char before = list[at - 1];
         const size_t after = at + name.size();
         if ((before == '|' || before == '*') && after < list.size() && list[after] == '|')

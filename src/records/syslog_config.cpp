@@ -273,7 +273,7 @@ void acknowledge(const UniqueFd& file, int level) {
 // Runs in signal context, too.
 int reload_syslog_level() {
     SignalText path;
-    path.add(kLevelFile).add(log_ident).add({"", 1});
+    path.add(kLevelFile).add(log_ident).add(std::string_view("\0", 1));
     UniqueFd file(open(path.view().data(), O_RDWR | O_CLOEXEC));
     if (!file) return 0;
     char text[256];

@@ -7,9 +7,12 @@
 #include <gtest/gtest.h>
 #include <libubus.h>
 #include <malloc.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <climits>
 #include <csignal>
+#include <ctime>
 #include <optional>
 #include <string>
 #include <thread>
@@ -189,6 +192,59 @@ TEST_F(Connection, FailsWithoutMemory) {
     EXPECT_TRUE(fail.fired());
     EXPECT_THAT(log_.take(),
                 ElementsAre(Line(LOG_ERR, "init_ubus_client", "Failed to connect to ubus\n\n")));
+}
+
+// A program with a uloop of its own.
+
+uloop_timeout ending_timeout() {
+    uloop_timeout timeout{};
+    timeout.cb = [](uloop_timeout*) { uloop_end(); };
+    return timeout;
+}
+
+// One libubus ends the loop, another does not.
+TEST_F(Connection, KeepsNoLoopBusyAfterTheBrokersEnd) {
+    ASSERT_EQ(init_ubus_client(), 0);
+    uloop_timeout end = ending_timeout();
+    uloop_timeout_set(&end, 500);
+    broker_->kill();
+    const clock_t before = clock();
+    uloop_run();
+    EXPECT_LT(clock() - before, CLOCKS_PER_SEC / 5);
+    uloop_timeout_cancel(&end);
+    EXPECT_EQ(request("object", "get"), -1);
+    log_.take();
+}
+
+TEST_F(Connection, LeavesALoopRunningThatHasOtherThingsToDo) {
+    BusService service({"object"});
+    ASSERT_EQ(init_ubus_client(), 0);
+    uloop_timeout due = ending_timeout();
+    uloop_timeout_set(&due, 10);
+    EXPECT_EQ(request("object", "get"), 0);
+    uloop_run();
+    EXPECT_FALSE(due.pending);
+    EXPECT_EQ(request("object", "get"), 0);
+}
+
+TEST_F(Connection, TakesTheLoopsOtherTimeoutsAlongAtItsEnd) {
+    ASSERT_EQ(init_ubus_client(), 0);
+    uloop_timeout other = ending_timeout();
+    uloop_timeout_set(&other, 20 * 1000);
+    ASSERT_EQ(init_ubus_client(), 0);
+    EXPECT_FALSE(other.pending);
+}
+
+TEST_F(Connection, IsMadeAnewByAChildProcess) {
+    BusService service({"object=int:level:3"});
+    ASSERT_EQ(init_ubus_client(), 0);
+    const pid_t child = fork();
+    if (child == 0) _exit(init_ubus_client() == 0 && request("object", "set") == 0 ? 0 : 1);
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(request("object", "get"), 0);
+    EXPECT_THAT(service.take(), ElementsAre("object set", "object get"));
 }
 
 // notify_ubus_server: arguments

@@ -61,7 +61,8 @@ std::vector<std::string> take_texts(const std::string& path) {
     return texts;
 }
 
-// Stands in for /bin/sh and keeps the commands that it is given; runs them with the real one.
+// Stands in for /bin/sh and keeps the commands that it is given; runs them with the real one. A
+// script is none: the command "ubus" of another machine is one, which starts the emulator.
 class ShellRecorder {
   public:
     ShellRecorder() : shell_(stand_in(), "/bin/sh", nullptr, MS_BIND, "") {}
@@ -73,6 +74,7 @@ class ShellRecorder {
         std::filesystem::copy("/bin/sh", "/tmp/real-sh");
         write_program("/tmp/sh",
                       "#!/bin/bash\n"
+                      "[ \"$1\" = -c ] || exec /tmp/real-sh \"$@\"\n"
                       "printf '%s\\0' \"${@: -1}\" >>/tmp/commands\n"
                       "exec /tmp/real-sh -c \"${@: -1}\"\n");
         return "/tmp/sh";

@@ -1,5 +1,6 @@
 // ubox_test.cpp - libubox as the bus needs it: messages byte for byte and on hostile bytes, trees,
 // rings, the loop.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <libubox/avl-cmp.h>
@@ -12,6 +13,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <random>
 #include <string>
@@ -131,6 +133,22 @@ TEST(BlobBuild, GrowsAsMuchAsItMustAndNoFurtherThanALengthCanSay) {
     EXPECT_EQ(found, parts);
 }
 
+TEST(BlobBuild, GrowsByNothingThatNoMessageCanHave) {
+    Blob blob;
+    EXPECT_FALSE(blob_buf_grow(blob, BLOB_ATTR_LEN_MASK));
+    EXPECT_FALSE(blob_buf_grow(blob, std::numeric_limits<int>::max()));
+    EXPECT_EQ(hex(blob.bytes()), "00000004");
+}
+
+// What stood there before does not leave the process with the message.
+TEST(BlobBuild, FillsUpWithZeros) {
+    Blob blob;
+    blob_put_string(blob, 4, "secrets");
+    ASSERT_EQ(blob_buf_init(blob, 0), 0);
+    blob_put_u8(blob, 9, 1);
+    EXPECT_EQ(hex(blob.bytes()), "0000000c 09000005 01000000");
+}
+
 TEST(BlobBuild, TakesAnAttributeAsItIs) {
     Blob inner(7);
     blob_put_u32(inner, 3, 9);
@@ -226,12 +244,21 @@ TEST(BlobmsgParse, RefusesAnElementThatIsNotWhole) {
     Blob blob;
     blobmsg_add_u32(blob, "val", 1);
     std::string bytes = blob.bytes();
-    bytes[9] = 'x';  // the name is one longer than it says
-    bytes[5 + 4] = 0x7f;
-    Exact message(bytes);
-    blob_attr* found[kCount];
-    EXPECT_NE(blobmsg_parse_attr(kPolicy, kCount, found, message.attr()), 0);
-    EXPECT_EQ(found[kVal], nullptr);
+    const std::string whole = bytes;
+    struct Change {
+        size_t place;
+        char value;
+    };
+    // A name beyond the end, one without its end, and a type that there is not.
+    for (const Change change : {Change{9, 0x7f}, Change{13, 'x'},
+                                Change{4, static_cast<char>(0x80 | (BLOBMSG_TYPE_LAST + 1))}}) {
+        bytes = whole;
+        bytes[change.place] = change.value;
+        Exact message(bytes);
+        blob_attr* found[kCount];
+        EXPECT_NE(blobmsg_parse_attr(kPolicy, kCount, found, message.attr()), 0) << change.place;
+        EXPECT_EQ(found[kVal], nullptr);
+    }
 }
 
 TEST(BlobmsgParse, GoesByPositionInAnArray) {
@@ -276,6 +303,23 @@ TEST(BlobParse, SortsAttributesByTheirIds) {
     EXPECT_EQ(blob_get_u32(found[1]), 5U);
     EXPECT_EQ(found[2], nullptr);
     EXPECT_EQ(found[3], nullptr);
+}
+
+TEST(BlobParse, AsksTheCallerWhatToTake) {
+    static constexpr blob_attr_info kInfo[3] = {
+        {BLOB_ATTR_UNSPEC, 0, 0, nullptr},
+        {BLOB_ATTR_INT32, 0, 0,
+         [](const blob_attr_info*, blob_attr* attr) { return blob_get_u32(attr) == 5; }},
+        {BLOB_ATTR_STRING, 4, 0, nullptr}};
+    for (const uint32_t number : {5U, 6U}) {
+        Blob blob;
+        blob_put_u32(blob, 1, number);
+        blob_put_string(blob, 2, "ab");  // too short
+        blob_attr* found[3];
+        EXPECT_EQ(blob_parse(blob.head(), found, kInfo, 3), number == 5 ? 1 : 0);
+        EXPECT_EQ(found[1] != nullptr, number == 5);
+        EXPECT_EQ(found[2], nullptr);
+    }
 }
 
 TEST(BlobParse, TakesNothingFromWhatIsLongerThanItsBytes) {
@@ -608,6 +652,57 @@ TEST_F(Uloop, EndsAfterItsTimeAndOnASignal) {
     timeout.cb = [](uloop_timeout* /*timeout*/) { raise(SIGTERM); };
     uloop_timeout_set(&timeout, 1);
     EXPECT_EQ(uloop_run(), SIGTERM);
+}
+
+TEST_F(Uloop, RunsAgainAfterASignal) {
+    uloop_timeout timeout = {};
+    timeout.cb = [](uloop_timeout* /*timeout*/) { raise(SIGTERM); };
+    uloop_timeout_set(&timeout, 1);
+    ASSERT_EQ(uloop_run(), SIGTERM);
+    fired.clear();
+    uloop_timeout last = {};
+    last.cb = fire<3>;
+    uloop_timeout_set(&last, 5);
+    EXPECT_EQ(uloop_run(), 0);
+    EXPECT_THAT(fired, ElementsAre(3));
+}
+
+TEST_F(Uloop, EndsTheInnerLoopAloneUnlessASignalComes) {
+    static bool by_signal;
+    static int inner_result;
+    for (const bool signal : {false, true}) {
+        by_signal = signal;
+        fired.clear();
+        uloop_timeout inner = {};
+        inner.cb = [](uloop_timeout* /*timeout*/) {
+            uloop_timeout end = {};
+            end.cb = [](uloop_timeout* /*timeout*/) {
+                by_signal ? (void)raise(SIGINT) : uloop_end();
+            };
+            uloop_timeout_set(&end, 1);
+            inner_result = uloop_run();
+        };
+        uloop_timeout last = {};
+        last.cb = fire<3>;
+        uloop_timeout_set(&inner, 1);
+        uloop_timeout_set(&last, 500);
+        EXPECT_EQ(uloop_run(), signal ? SIGINT : 0);
+        EXPECT_EQ(inner_result, signal ? SIGINT : 0);
+        EXPECT_EQ(fired.size(), signal ? 0U : 1U);
+        uloop_timeout_cancel(&last);
+    }
+}
+
+TEST_F(Uloop, LeavesABlockingDescriptorAsItIs) {
+    uloop_fd fd = {};
+    fd.cb = read_pipe;
+    fd.fd = ends[0];
+    ASSERT_EQ(uloop_fd_add(&fd, ULOOP_READ | ULOOP_BLOCKING), 0);
+    EXPECT_EQ(fcntl(ends[0], F_GETFL) & O_NONBLOCK, 0);
+    ASSERT_EQ(uloop_fd_delete(&fd), 0);
+    ASSERT_EQ(uloop_fd_add(&fd, ULOOP_READ), 0);
+    EXPECT_NE(fcntl(ends[0], F_GETFL) & O_NONBLOCK, 0);
+    EXPECT_EQ(uloop_fd_delete(&fd), 0);
 }
 
 struct Remover {

@@ -66,6 +66,7 @@ class Child {
     Child& operator=(const Child&) = delete;
 
     pid_t pid() const { return pid_; }
+    void signal(int number) const { kill(pid_, number); }
     int wait() {
         int status = 0;
         waitpid(pid_, &status, 0);
@@ -138,6 +139,39 @@ int ask_other(ubus_context* ctx, ubus_object* /*object*/, ubus_request_data* req
     return status == UBUS_STATUS_OK ? ubus_send_reply(ctx, req, message) : status;
 }
 
+bool is_asking = false;
+
+// Calls another object for a while, and has still something to do then.
+int ask_slowly(ubus_context* ctx, ubus_object* /*object*/, ubus_request_data* /*req*/,
+               const char* /*method*/, blob_attr* /*message*/) {
+    is_asking = true;
+    uint32_t id = 0;
+    int status = ubus_lookup_id(ctx, "other", &id);
+    if (status == UBUS_STATUS_OK)
+        status = ubus_invoke(ctx, id, "later", nullptr, nullptr, nullptr, kTimeLimit);
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    is_asking = false;
+    return status;
+}
+
+// The how manieth call it is, and whether another one is being handled.
+int count_calls(ubus_context* ctx, ubus_object* /*object*/, ubus_request_data* req,
+                const char* /*method*/, blob_attr* /*message*/) {
+    static int count = 0;
+    const std::string text = (is_asking ? "inside " : "outside ") + std::to_string(++count);
+    Blob reply;
+    blobmsg_add_string(reply.buf(), "name", text.c_str());
+    return ubus_send_reply(ctx, req, reply.head());
+}
+
+int answer_a_hundred_times(ubus_context* ctx, ubus_object* /*object*/, ubus_request_data* req,
+                           const char* /*method*/, blob_attr* message) {
+    for (int i = 0; i < 100; i++) {
+        ubus_send_reply(ctx, req, message);
+    }
+    return 0;
+}
+
 int tell_caller(ubus_context* ctx, ubus_object* /*object*/, ubus_request_data* req,
                 const char* /*method*/, blob_attr* /*message*/) {
     Blob reply;
@@ -165,7 +199,8 @@ constexpr ubus_method kMethods[] = {
     UBUS_METHOD_NOARG("refuse", refuse),      UBUS_METHOD_NOARG("never", never_answer),
     UBUS_METHOD_NOARG("later", answer_later), UBUS_METHOD_NOARG("ask", ask_other),
     UBUS_METHOD_NOARG("caller", tell_caller), UBUS_METHOD_NOARG("hang", stop_reading),
-    UBUS_METHOD_NOARG("leave", leave),
+    UBUS_METHOD_NOARG("leave", leave),        UBUS_METHOD_NOARG("ask_slowly", ask_slowly),
+    UBUS_METHOD_NOARG("count", count_calls),  UBUS_METHOD_NOARG("hundred", answer_a_hundred_times),
 };
 
 ubus_object_type object_type = UBUS_OBJECT_TYPE("test", kMethods);
@@ -374,6 +409,40 @@ class RawPeer {
     int fd_;
 };
 
+// A broker for one client: says these bytes once it is connected, and these once it is asked.
+class FakeBroker {
+  public:
+    FakeBroker(const std::string& hello, const std::string& answer)
+        : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        strcpy(address.sun_path, kPath);
+        unlink(kPath);
+        EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+        EXPECT_EQ(listen(fd_, 1), 0);
+        thread_ = std::thread([this, hello, answer] {
+            const int client = accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC);
+            char request[256];
+            ::send(client, hello.data(), hello.size(), MSG_NOSIGNAL);
+            if (recv(client, request, sizeof(request), 0) > 0)
+                ::send(client, answer.data(), answer.size(), MSG_NOSIGNAL);
+            close(client);
+        });
+    }
+    ~FakeBroker() {
+        thread_.join();
+        close(fd_);
+    }
+    FakeBroker(const FakeBroker&) = delete;
+    FakeBroker& operator=(const FakeBroker&) = delete;
+
+    static constexpr const char* kPath = "/tmp/fake.sock";
+
+  private:
+    int fd_;
+    std::thread thread_;
+};
+
 // ---- calls ----
 
 TEST_F(Bus, CallsAMethodAndHandsOutItsReplies) {
@@ -420,6 +489,110 @@ TEST_F(Bus, LetsAServiceCallAnotherWhileItIsCalled) {
     EXPECT_THAT(ask("test", "ask", message.head()), ElementsAre(std::string(70000, 'n')));
 }
 
+TEST_F(Bus, LeavesCallsThatComeMeanwhileForLaterInTheirOrder) {
+    const Service service;
+    const Service other({"other"});
+    const uint32_t id = id_of("test");
+    ubus_request slow;
+    ASSERT_EQ(ubus_invoke_async(ctx_.get(), id, "ask_slowly", nullptr, &slow), UBUS_STATUS_OK);
+    const auto keep = [](ubus_request* req, int, blob_attr* reply) {
+        const blobmsg_policy policy = {"name", BLOBMSG_TYPE_STRING};
+        blob_attr* found = nullptr;
+        blobmsg_parse_attr(&policy, 1, &found, reply);
+        *static_cast<std::string*>(req->priv) = found ? blobmsg_get_string(found) : "(none)";
+    };
+    // The first comes while the other object is asked, the last when it has answered.
+    std::vector<std::string> texts(3);
+    std::vector<ubus_request> counts(3);
+    for (size_t i = 0; i < counts.size(); i++) {
+        ASSERT_EQ(ubus_invoke_async(ctx_.get(), id, "count", nullptr, &counts[i]), UBUS_STATUS_OK);
+        counts[i].data_cb = keep;
+        counts[i].priv = &texts[i];
+        ubus_complete_request_async(ctx_.get(), &counts[i]);
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    EXPECT_EQ(ubus_complete_request(ctx_.get(), &slow, kTimeLimit), UBUS_STATUS_OK);
+    for (ubus_request& count : counts) {
+        EXPECT_EQ(ubus_complete_request(ctx_.get(), &count, kTimeLimit), UBUS_STATUS_OK);
+    }
+    EXPECT_THAT(texts, ElementsAre("outside 1", "outside 2", "outside 3"));
+}
+
+TEST_F(Bus, AnswersACallThatComesMeanwhileAndIsTheLast) {
+    const Service service;
+    const Service other({"other"});
+    const uint32_t id = id_of("test");
+    ubus_request slow, count;
+    ASSERT_EQ(ubus_invoke_async(ctx_.get(), id, "ask_slowly", nullptr, &slow), UBUS_STATUS_OK);
+    ASSERT_EQ(ubus_invoke_async(ctx_.get(), id, "count", nullptr, &count), UBUS_STATUS_OK);
+    ubus_complete_request_async(ctx_.get(), &count);
+    EXPECT_EQ(ubus_complete_request(ctx_.get(), &slow, kTimeLimit), UBUS_STATUS_OK);
+    EXPECT_EQ(ubus_complete_request(ctx_.get(), &count, kTimeLimit), UBUS_STATUS_OK);
+}
+
+TEST_F(Bus, AnswersACallThatComesWhileTheLoopDoesNotRun) {
+    const Service service;
+    ubus_object object = make_object("mine");
+    object_type.id = 0;
+    ASSERT_EQ(ubus_add_object(ctx_.get(), &object), UBUS_STATUS_OK);
+    RawPeer peer;
+    Blob message;
+    blob_put_u32(message.buf(), UBUS_ATTR_OBJID, object.id);
+    blob_put_string(message.buf(), UBUS_ATTR_METHOD, "refuse");
+    blob_put(message.buf(), UBUS_ATTR_DATA, nullptr, 0);
+    peer.send(UBUS_MSG_INVOKE, 1, object.id, &message);
+    EXPECT_EQ(call("test", "later"), UBUS_STATUS_OK);
+    ubus_add_uloop(ctx_.get());
+    uloop_run_timeout(200);
+    Blob nothing;
+    peer.send(UBUS_MSG_PING, 2, 0, &nothing);
+    EXPECT_EQ(peer.next().first, UBUS_MSG_STATUS) << "the call's, before the ping's own answer";
+    EXPECT_EQ(ubus_remove_object(ctx_.get(), &object), UBUS_STATUS_OK);
+}
+
+TEST_F(Bus, AnswersNoCallThatWantsNoAnswer) {
+    const Service service;
+    RawPeer peer;
+    Blob message;
+    blob_put_u32(message.buf(), UBUS_ATTR_OBJID, id_of("test"));
+    blob_put_string(message.buf(), UBUS_ATTR_METHOD, "refuse");
+    blob_put_u8(message.buf(), UBUS_ATTR_NO_REPLY, 1);
+    blob_put(message.buf(), UBUS_ATTR_DATA, nullptr, 0);
+    peer.send(UBUS_MSG_INVOKE, 1, id_of("test"), &message);
+    Blob nothing;
+    peer.send(UBUS_MSG_PING, 2, 0, &nothing);
+    EXPECT_EQ(peer.status(), UBUS_STATUS_OK);
+    // The service has answered what came before this.
+    expect_served();
+    peer.send(UBUS_MSG_PING, 3, 0, &nothing);
+    EXPECT_EQ(peer.status(), UBUS_STATUS_OK);
+}
+
+TEST_F(Bus, WaitsForNoMoreRepliesThanItsTimeAllows) {
+    const Service service;
+    int replies = 0;
+    const auto take_time = [](ubus_request* req, int, blob_attr*) {
+        ++*static_cast<int*>(req->priv);
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    };
+    EXPECT_EQ(ubus_invoke(ctx_.get(), id_of("test"), "hundred", nullptr, take_time, &replies, 100),
+              UBUS_STATUS_TIMEOUT);
+    EXPECT_LE(replies, 6);
+    expect_served();
+}
+
+TEST_F(Bus, AnswersForAServiceThatHasJustDied) {
+    Service service;
+    const uint32_t id = id_of("test");
+    // The broker learns of the end and of the call at the same time.
+    broker_->signal(SIGSTOP);
+    service->stop(SIGKILL);
+    ubus_request req;
+    ASSERT_EQ(ubus_invoke_async(ctx_.get(), id, "echo", nullptr, &req), UBUS_STATUS_OK);
+    broker_->signal(SIGCONT);
+    EXPECT_EQ(ubus_complete_request(ctx_.get(), &req, kTimeLimit), UBUS_STATUS_NOT_FOUND);
+}
+
 TEST_F(Bus, FindsNoObjectThatVanishedAfterTheLookup) {
     Service service;
     const uint32_t id = id_of("test");
@@ -447,6 +620,62 @@ TEST_F(Bus, EndsACallWhoseBrokerDies) {
               UBUS_STATUS_CONNECTION_FAILED);
 }
 
+TEST_F(Bus, EndsALoopWhoseBrokerDies) {
+    ubus_add_uloop(ctx_.get());
+    broker_->stop(SIGKILL);
+    broker_.reset();
+    uloop_timeout limit = {};
+    limit.cb = [](uloop_timeout*) { uloop_end(); };
+    uloop_timeout_set(&limit, kTimeLimit);
+    EXPECT_EQ(uloop_run(), 0);
+    EXPECT_TRUE(limit.pending);
+    uloop_timeout_cancel(&limit);
+}
+
+TEST(Client, ConnectsToNothingThatDoesNotSayHello) {
+    for (const std::string& hello :
+         {RawPeer::header(UBUS_MSG_STATUS, 0, 7, 4), RawPeer::header(UBUS_MSG_HELLO, 0, 7, 4, 1),
+          RawPeer::header(UBUS_MSG_HELLO, 0, 7, 3)}) {
+        const FakeBroker broker(hello, "");
+        EXPECT_EQ(ubus_connect(FakeBroker::kPath), nullptr);
+    }
+}
+
+TEST(Client, TakesNoAnswerThatLacksWhatItMustHave) {
+    const FakeBroker broker(
+        RawPeer::header(UBUS_MSG_HELLO, 0, 7, 4),
+        RawPeer::header(UBUS_MSG_DATA, 1, 0, 4) + RawPeer::header(UBUS_MSG_STATUS, 1, 0, 4));
+    const Context ctx{ubus_connect(FakeBroker::kPath), ubus_free};
+    ASSERT_NE(ctx, nullptr);
+    int found = 0;
+    const auto count = [](ubus_context*, ubus_object_data*, void* priv) {
+        ++*static_cast<int*>(priv);
+    };
+    EXPECT_EQ(ubus_lookup(ctx.get(), "test", count, &found), UBUS_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(found, 0);
+}
+
+TEST_F(Bus, EndsARequestThatWasSentBeforeTheConnectionWasLost) {
+    const Service service;
+    ubus_request req;
+    ASSERT_EQ(ubus_invoke_async(ctx_.get(), id_of("test"), "never", nullptr, &req), UBUS_STATUS_OK);
+    broker_->stop(SIGKILL);
+    broker_.reset();
+    uint32_t id = 0;
+    EXPECT_EQ(ubus_lookup_id(ctx_.get(), "test", &id), UBUS_STATUS_CONNECTION_FAILED);
+    EXPECT_EQ(ubus_complete_request(ctx_.get(), &req, 1000), UBUS_STATUS_CONNECTION_FAILED);
+}
+
+TEST_F(Bus, LooksNothingElseUpForAPathThatIsTooLong) {
+    const Service service;
+    const std::string path(17 << 20, 'p');
+    uint32_t id = 0;
+    EXPECT_EQ(ubus_lookup_id(ctx_.get(), path.c_str(), &id), UBUS_STATUS_NO_MEMORY);
+    EXPECT_EQ(id, 0U);
+    ubus_object object = make_object(path.c_str());
+    EXPECT_EQ(ubus_add_object(ctx_.get(), &object), UBUS_STATUS_NO_MEMORY);
+}
+
 TEST_F(Bus, ConnectsToNothingThatIsNotThere) {
     EXPECT_EQ(ubus_connect("/tmp/nothing"), nullptr);
     EXPECT_EQ(errno, ENOENT);
@@ -467,6 +696,73 @@ TEST_F(Bus, CarriesMessagesOfAnySizeUpToAMegabyte) {
     blobmsg_add_string(message.buf(), "name", std::string(1100000, 'm').c_str());
     EXPECT_EQ(call("test", "echo", message.head()), UBUS_STATUS_INVALID_ARGUMENT);
     expect_served();
+}
+
+// The broker's own attributes must not make a message too long for the service that gets it.
+TEST_F(Bus, KeepsAServiceFromAMessageThatIsTooLong) {
+    const Service service;
+    constexpr int kSizes = 50;
+    int served = 0;
+    int refused = 0;
+    for (size_t i = 0; i < kSizes; i++) {
+        Blob message;
+        const std::string text(1048576 - 4 * i, 'm');
+        blobmsg_add_string(message.buf(), "name", text.c_str());
+        const int status = call("test", "echo", message.head());
+        served += status == UBUS_STATUS_OK;
+        refused += status == UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    EXPECT_EQ(served + refused, kSizes);
+    EXPECT_GT(served, 0);
+    EXPECT_GT(refused, 0);
+    expect_served();
+}
+
+TEST_F(Bus, KeepsASubscriberFromANoticeThatIsTooLong) {
+    RawPeer target, subscriber;
+    const uint32_t target_id = target.add_object();
+    Blob pair;
+    blob_put_u32(pair.buf(), UBUS_ATTR_OBJID, subscriber.add_object());
+    blob_put_u32(pair.buf(), UBUS_ATTR_TARGET, target_id);
+    subscriber.send(UBUS_MSG_SUBSCRIBE, 2, 0, &pair);
+    ASSERT_EQ(subscriber.status(), UBUS_STATUS_OK);
+    for (const size_t size : {size_t{1048548}, size_t{10}}) {
+        Blob notice;
+        blob_put_u32(notice.buf(), UBUS_ATTR_OBJID, target_id);
+        blob_put_string(notice.buf(), UBUS_ATTR_METHOD, "news");
+        blob_put(notice.buf(), UBUS_ATTR_DATA, std::string(size, 'n').data(),
+                 static_cast<unsigned int>(size));
+        ASSERT_LE(blob_raw_len(notice.head()), 1048576U);
+        target.send(UBUS_MSG_NOTIFY, 3, target_id, &notice);
+    }
+    const auto message = subscriber.next();
+    EXPECT_EQ(message.first, UBUS_MSG_INVOKE);
+    EXPECT_LT(message.second.size(), 100U);
+}
+
+// Nor what it tells of an object too long for those that look it up, or listen.
+TEST_F(Bus, TakesNoObjectThatItCouldNotTellOf) {
+    Blob nothing;
+    const Context sender = connect_bus();
+    ubus_event_handler listener = {};
+    listener.cb = [](ubus_context*, ubus_event_handler*, const char*, blob_attr*) {};
+    ASSERT_EQ(ubus_register_event_handler(ctx_.get(), &listener, "*"), UBUS_STATUS_OK);
+    for (size_t size = 1048300; size <= 1048576; size += 12) {
+        ubus_object_type type = {"type", 0, nullptr, 0};
+        const std::string path(size, 'p');
+        ubus_object object = make_object(path.c_str());
+        object.type = &type;
+        const int status = ubus_add_object(sender.get(), &object);
+        if (status == UBUS_STATUS_OK) {
+            EXPECT_EQ(id_of(path.c_str()), object.id) << size;
+            EXPECT_EQ(ubus_remove_object(sender.get(), &object), UBUS_STATUS_OK);
+        } else {
+            ASSERT_EQ(status, UBUS_STATUS_INVALID_ARGUMENT) << size;
+        }
+    }
+    EXPECT_EQ(ubus_lookup(
+                  ctx_.get(), nullptr, [](auto...) {}, nullptr),
+              UBUS_STATUS_OK);
 }
 
 TEST_F(Bus, HasAHundredObjectsInOrder) {
@@ -514,6 +810,34 @@ TEST_F(Bus, ServesFiftyClientsAtOnce) {
 
 // ---- objects ----
 
+TEST_F(Bus, SubscribesNoObjectToItself) {
+    RawPeer peer;
+    const uint32_t object = peer.add_object();
+    Blob pair;
+    blob_put_u32(pair.buf(), UBUS_ATTR_OBJID, object);
+    blob_put_u32(pair.buf(), UBUS_ATTR_TARGET, object);
+    peer.send(UBUS_MSG_SUBSCRIBE, 2, 0, &pair);
+    EXPECT_EQ(peer.status(), UBUS_STATUS_INVALID_ARGUMENT);
+}
+
+TEST_F(Bus, TellsATargetWhenItsLastSubscriberIsGone) {
+    RawPeer target;
+    const uint32_t target_id = target.add_object();
+    {
+        RawPeer subscriber;
+        Blob pair;
+        blob_put_u32(pair.buf(), UBUS_ATTR_OBJID, subscriber.add_object());
+        blob_put_u32(pair.buf(), UBUS_ATTR_TARGET, target_id);
+        subscriber.send(UBUS_MSG_SUBSCRIBE, 2, 0, &pair);
+        EXPECT_EQ(subscriber.status(), UBUS_STATUS_OK);
+    }
+    for (const uint32_t active : {1U, 0U}) {
+        const auto message = target.next();
+        EXPECT_EQ(message.first, UBUS_MSG_NOTIFY);
+        EXPECT_EQ(RawPeer::attribute(message.second, UBUS_ATTR_ACTIVE), active);
+    }
+}
+
 TEST_F(Bus, PutsObjectsOnTheBusAndTakesThemOff) {
     ubus_object first = make_object("first");
     ubus_object second = make_object("second");
@@ -544,6 +868,25 @@ TEST_F(Bus, BringsItsObjectsAlongToANewConnection) {
     EXPECT_NE(object.id, old);
     EXPECT_EQ(id_of("mine"), object.id);
     EXPECT_EQ(ubus_reconnect(ctx_.get(), "/tmp/nothing"), UBUS_STATUS_CONNECTION_FAILED);
+}
+
+TEST_F(Bus, TellsAnObjectWhetherItHasSubscribers) {
+    ubus_object object = make_object("mine");
+    object.subscribe_cb = [](ubus_context*, ubus_object*) { uloop_end(); };
+    object_type.id = 0;
+    ASSERT_EQ(ubus_add_object(ctx_.get(), &object), UBUS_STATUS_OK);
+    ubus_add_uloop(ctx_.get());
+    RawPeer peer;
+    Blob pair;
+    blob_put_u32(pair.buf(), UBUS_ATTR_OBJID, peer.add_object());
+    blob_put_u32(pair.buf(), UBUS_ATTR_TARGET, object.id);
+    peer.send(UBUS_MSG_SUBSCRIBE, 2, 0, &pair);
+    uloop_run_timeout(kTimeLimit);
+    EXPECT_TRUE(object.has_subscribers);
+    peer.send(UBUS_MSG_UNSUBSCRIBE, 3, 0, &pair);
+    uloop_run_timeout(kTimeLimit);
+    EXPECT_FALSE(object.has_subscribers);
+    EXPECT_EQ(ubus_remove_object(ctx_.get(), &object), UBUS_STATUS_OK);
 }
 
 // ---- events ----
@@ -583,6 +926,40 @@ TEST_F(Bus, TellsEachListenerWhatItsPatternsAre) {
     uloop_run_timeout(kTimeLimit);
     EXPECT_THAT(listener.events, testing::Contains("ubus.object.add"));
     EXPECT_EQ(ubus_unregister_event_handler(ctx_.get(), &listener.handler), UBUS_STATUS_OK);
+}
+
+TEST_F(Bus, TellsNobodyOfWhatItDoesItself) {
+    Listener listener;
+    listener.handler.cb = keep_event;
+    ASSERT_EQ(ubus_register_event_handler(ctx_.get(), &listener.handler, "*"), UBUS_STATUS_OK);
+    const Context sender = connect_bus();
+    Blob message;
+    ASSERT_EQ(ubus_send_event(ctx_.get(), "own", message.head()), UBUS_STATUS_OK);
+    ASSERT_EQ(ubus_send_event(sender.get(), "end", message.head()), UBUS_STATUS_OK);
+    ubus_add_uloop(ctx_.get());
+    uloop_run_timeout(kTimeLimit);
+    EXPECT_THAT(listener.events, ElementsAre("end"));
+}
+
+TEST_F(Bus, TakesEventsAndPatternsOnlyAsTheyMustBe) {
+    const Service service;
+    RawPeer peer;
+    Blob bare;
+    blob_put_u32(bare.buf(), UBUS_ATTR_OBJID, UBUS_SYSTEM_OBJECT_EVENT);
+    blob_put_string(bare.buf(), UBUS_ATTR_METHOD, "send");
+    peer.send(UBUS_MSG_INVOKE, 1, UBUS_SYSTEM_OBJECT_EVENT, &bare);
+    EXPECT_EQ(peer.status(), UBUS_STATUS_INVALID_ARGUMENT);
+
+    Blob pattern;
+    blobmsg_add_u32(pattern.buf(), "object", id_of("test"));
+    blobmsg_add_string(pattern.buf(), "pattern", "*");
+    EXPECT_EQ(ubus_invoke(ctx_.get(), UBUS_SYSTEM_OBJECT_EVENT, "register", pattern.head(), nullptr,
+                          nullptr, kTimeLimit),
+              UBUS_STATUS_PERMISSION_DENIED);
+    EXPECT_EQ(ubus_invoke(ctx_.get(), UBUS_SYSTEM_OBJECT_EVENT, "send", pattern.head(), nullptr,
+                          nullptr, kTimeLimit),
+              UBUS_STATUS_INVALID_ARGUMENT);
+    expect_served();
 }
 
 // ---- what peers may do to the broker ----
@@ -827,6 +1204,43 @@ TEST_F(Bus, LetsOthersThanRootDoNothing) {
                   const Context own = connect_bus();
                   ubus_object object = make_object("nobodys");
                   return own ? ubus_add_object(own.get(), &object) : -1;
+              }),
+              UBUS_STATUS_PERMISSION_DENIED);
+}
+
+TEST_F(Bus, ShowsNothingToOthersThanRoot) {
+    const Service service;
+    for (const char* path : {static_cast<const char*>(nullptr), "*", "te*"}) {
+        EXPECT_EQ(as_nobody([path] {
+                      const Context own = connect_bus();
+                      int found = 0;
+                      const auto count = [](ubus_context*, ubus_object_data*, void* priv) {
+                          ++*static_cast<int*>(priv);
+                      };
+                      if (!own) return -1;
+                      ubus_lookup(own.get(), path, count, &found);
+                      return found;
+                  }),
+                  0);
+    }
+}
+
+TEST_F(Bus, TellsOthersThanRootNothing) {
+    const Service service;
+    const uint32_t target = id_of("test");
+    EXPECT_EQ(as_nobody([target] {
+                  RawPeer peer;
+                  Blob pair;
+                  blob_put_u32(pair.buf(), UBUS_ATTR_OBJID, peer.add_object());
+                  blob_put_u32(pair.buf(), UBUS_ATTR_TARGET, target);
+                  peer.send(UBUS_MSG_SUBSCRIBE, 2, 0, &pair);
+                  return peer.status();
+              }),
+              UBUS_STATUS_NOT_FOUND);
+    EXPECT_EQ(as_nobody([] {
+                  const Context own = connect_bus();
+                  ubus_event_handler handler = {};
+                  return own ? ubus_register_event_handler(own.get(), &handler, "*") : -1;
               }),
               UBUS_STATUS_PERMISSION_DENIED);
 }

@@ -286,6 +286,15 @@ INSTANTIATE_TEST_SUITE_P(
         // The number is opened, not the text.
         Listed{"007/status", "Name:\troamd\n", 0}, Listed{"5/status/x", "", 0}));
 
+TEST_F(ProcessTest, GoesOnBehindAnEntryThatIsNoProcess) {
+    for (const bool zero_first : {true, false}) {
+        const ScopedMount proc("tmpfs", "/proc", "tmpfs", 0, "mode=0755");
+        for (const char* entry : {zero_first ? "0" : "5", zero_first ? "5" : "0"})
+            tq_test::write_file(std::string("/proc/") + entry + "/status", "Name:\troamd\n");
+        EXPECT_EQ(apps_is_running(kRoamd), 1);
+    }
+}
+
 TEST_F(ProcessTest, ReadsEachProcessInThreeSystemCalls) {
     apps_is_running(kRoamd);
     std::vector<std::string> calls = {"open", "read", "close"};
@@ -465,6 +474,35 @@ TEST_F(NoticeTest, LooksBehindAFirstOccurrenceThatIsNotTheName) {
     table()[kRoamd].name = "roamd+roamd|roamd";
     EXPECT_EQ(notice(), 0);
     EXPECT_TRUE(becomes([] { return shared()->signals == 1; }));
+}
+
+TEST_F(NoticeTest, TakesNoEntryThatOnlyBeginsWithANumber) {
+    const NamedProcess roamd("roamd", catch_signal);
+    const std::map<std::string, std::string> files = {
+        {std::to_string(roamd.pid()) + "x/status", ""}};
+    const ScopedProc proc(files);
+    EXPECT_EQ(notice(), 0);
+    EXPECT_TRUE(becomes([] { return shared()->signals == 1; }));
+    usleep(10000);
+    EXPECT_EQ(shared()->signals, 1);
+}
+
+TEST_F(NoticeTest, GoesOnBehindAProcessWithoutAMask) {
+    const NamedProcess one("roamd", catch_signal);
+    const NamedProcess two("roamd", catch_signal);
+    const std::string name = "Name:\troamd\n";
+    const std::string mask = "SigCgt:\t0001000000000000\n";
+    const auto write_status = [](const NamedProcess& process, const std::string& status) {
+        tq_test::write_file("/proc/" + std::to_string(process.pid()) + "/status", status);
+    };
+    for (const NamedProcess* without : {&one, &two}) {
+        shared()->signals = 0;
+        const ScopedMount proc("tmpfs", "/proc", "tmpfs", 0, "mode=0755");
+        write_status(one, without == &one ? name : name + mask);
+        write_status(two, without == &two ? name : name + mask);
+        EXPECT_EQ(notice(), 0);
+        EXPECT_TRUE(becomes([] { return shared()->signals == 1; }));
+    }
 }
 
 TEST_F(NoticeTest, IsDoneWithoutProc) {

@@ -833,6 +833,9 @@ TEST_F(SyslogConfigTest, RewritesTheConfigurationWhenAServerChangesWhileRemoteLo
     unlink(kConfig);
     set_server_ip_scfg(54, address);
     EXPECT_FALSE(exists(kConfig));
+    table()[1].server[0] = 10;
+    set_server_ip_scfg(54, address);
+    EXPECT_TRUE(exists(kConfig));
 }
 
 TEST_F(SyslogConfigTest, SwitchesRemoteLogging) {

@@ -84,6 +84,15 @@ TEST_F(TqctlBus, CallMakesValidJsonOfAnyBytes) {
     EXPECT_NE(parse(result.out), nullptr);
 }
 
+TEST_F(TqctlBus, CallMakesValidJsonOfAnyNumber) {
+    // Three doubles: 2.5, what is no number, and infinity. A field without a value is left out.
+    BusService service(
+        {"object=raw:88000010000161004004000000000000"
+         "88000010000162007ff8000000000000"
+         "88000010000163007ff0000000000000"});
+    EXPECT_TRUE(succeeds(tqctl("-j bus call object get"), "{\"a\":2.5}\n"));
+}
+
 TEST_F(TqctlBus, CallTellsFailuresApart) {
     BusService service({"missing=status:4", "denied=status:6", "late=status:7", "lost=status:10",
                         "damaged=status:12", "own=status:99"});

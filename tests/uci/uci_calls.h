@@ -10,7 +10,8 @@
 namespace tq_test {
 
 // Until its scope ends, setting or deleting these options ("section.option") fails with that code,
-// and nothing is changed.
+// and nothing is changed. Not for an option of a file that is loaded meanwhile: the real libuci
+// sets it by the same call.
 class RefusedOptions {
   public:
     explicit RefusedOptions(std::vector<std::string> options, int error = 7 /* UCI_ERR_IO */);

@@ -214,11 +214,12 @@ TEST_F(Shortcut, FoldsEveryFailedDeleteIntoMinusOneForAVap) {
                     ElementsAre(Error("del_uci_element", "uci del " + path + " fail\n"),
                                 Error("del_vap_option", "del_uci_option fail: " + path + "\n")));
     }
+    const std::string mode = "wireless.@wifi-iface[0].mode";
     const tq_test::ReadOnly locked("/tmp");
-    EXPECT_EQ(del_vap_option(context_, 0, "ssid"), -1);
+    EXPECT_EQ(del_vap_option(context_, 0, "mode"), -1);
     EXPECT_THAT(log_.take(),
-                ElementsAre(Error("del_uci_element", "uci_save fail: " + path + "\n"),
-                            Error("del_vap_option", "del_uci_option fail: " + path + "\n")));
+                ElementsAre(Error("del_uci_element", "uci_save fail: " + mode + "\n"),
+                            Error("del_vap_option", "del_uci_option fail: " + mode + "\n")));
 }
 
 TEST_F(Shortcut, DeletesNothingBehindALongPath) {
@@ -433,17 +434,16 @@ TEST_F(FaultThreshold, ChangesNothingWhereThereIsNoModule) {
 }
 
 TEST_F(FaultThreshold, GoesOnWhereOneModuleFails) {
-    const RefusedOptions refused({"2.suppress"});
-    EXPECT_EQ(uci_set_suppress_defaults(5), 0);
-    int value = kUnset;
-    EXPECT_EQ(uci_get_suppress(1, &value), 0);
-    EXPECT_EQ(value, 5);
-    EXPECT_EQ(uci_get_suppress(2, &value), 0);
-    EXPECT_EQ(value, 60);
-    EXPECT_EQ(uci_get_suppress(7, &value), 0);
-    EXPECT_EQ(value, 5);
+    write_file("/etc/config/tqfm", "config module '1'\nconfig module '2'\nconfig module '7'\n");
+    {
+        const RefusedOptions refused({"2.suppress"});
+        EXPECT_EQ(uci_set_suppress_defaults(5), 0);
+    }
     EXPECT_THAT(log_.take().back(),
                 Error("uci_set_suppress_defaults", "uci_set_int_option_by_name config fail\n"));
+    EXPECT_EQ(stored("tqfm"),
+              "\nconfig module '1'\n\toption suppress '5'\n\nconfig module '2'\n"
+              "\nconfig module '7'\n\toption suppress '5'\n\n");
 }
 
 TEST_F(FaultThreshold, FailsWithoutTheFile) {

@@ -2,6 +2,7 @@
 #include <libubus.h>
 #include <tq/bus.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -77,6 +78,11 @@ Json json_of_nested(blob_attr* attribute, bool named, int depth) {
     return json_of_fields(blobmsg_data(attribute), blobmsg_data_len(attribute), named, depth + 1);
 }
 
+// JSON has no infinity and nothing that is no number.
+Json json_of_double(double value) {
+    return Json(std::isfinite(value) ? json_object_new_double(value) : nullptr);
+}
+
 Json json_of_attribute(blob_attr* attribute, int depth) {
     switch (blobmsg_type(attribute)) {
         case BLOBMSG_TYPE_TABLE:
@@ -88,7 +94,7 @@ Json json_of_attribute(blob_attr* attribute, int depth) {
         case BLOBMSG_TYPE_BOOL:
             return Json(json_object_new_boolean(blobmsg_get_bool(attribute)));
         case BLOBMSG_TYPE_DOUBLE:
-            return Json(json_object_new_double(blobmsg_get_double(attribute)));
+            return json_of_double(blobmsg_get_double(attribute));
         case BLOBMSG_TYPE_INT64:
         case BLOBMSG_TYPE_INT32:
         case BLOBMSG_TYPE_INT16:

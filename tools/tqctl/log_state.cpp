@@ -38,7 +38,8 @@ void take_status() {
 
 // "!|TAG|TAG|"
 bool lists(std::string_view programs, std::string_view tag) {
-    for (size_t at = programs.find(tag, 1); at != programs.npos; at = programs.find(tag, at + 1)) {
+    for (size_t at = programs.find(tag, 1); at != std::string_view::npos;
+         at = programs.find(tag, at + 1)) {
         const size_t after = at + tag.size();
         if (programs[at - 1] == '|' && after < programs.size() && programs[after] == '|')
             return true;

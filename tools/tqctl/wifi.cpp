@@ -303,8 +303,9 @@ ExitCode select(const Context& context, uci_config_ctx& session, const char* spe
 ExitCode select_for(const Context& context, uci_config_ctx& session, const char* spelling,
                     const Setting& setting) {
     ExitCode code = load(context, session);
-    if (code == ExitCode::kDone) code = select(context, session, spelling);
-    if (code != ExitCode::kDone) return code;
+    if (code != ExitCode::kDone || !session.pkg) return code;
+    code = select(context, session, spelling);
+    if (code != ExitCode::kDone || !session.ptr.s) return code;
     if (strcmp(session.ptr.s->type, setting.type) == 0) return ExitCode::kDone;
     return context.fail(ExitCode::kRefused, "%s: a %s has no %s", spelling, session.ptr.s->type,
                         setting.name);
@@ -361,7 +362,7 @@ ExitCode show(Context& context, Arguments arguments) {
     const char* wanted = request.words.empty() ? nullptr : request.words[0];
     uci_config_ctx session{};
     const ExitCode code = load(context, session);
-    if (code != ExitCode::kDone) return code;
+    if (code != ExitCode::kDone || !session.pkg) return code;
 
     const Json sections(json_object_new_object());
     bool found = false;
