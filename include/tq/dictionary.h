@@ -45,7 +45,7 @@ typedef struct _dictionary_ { /* NOLINT(bugprone-reserved-identifier) */
 TQ_API unsigned dictionary_hash(const char *key);
 
 /* A new, empty dictionary of size slots, but at least 128; it doubles when full. dictionary_del()
- * frees it. Null when memory runs out. */
+ * frees it. Null when memory runs out, and for more than 2^26 slots. */
 TQ_API dictionary *dictionary_new(int size);
 
 /* Frees the dictionary with all its keys and values. Nothing for null. */

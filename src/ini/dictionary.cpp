@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -12,14 +11,15 @@
 namespace {
 
 constexpr int kMinSize = 128;
+constexpr int kMaxSize = 1 << 26;  // whose arrays 32 bits can address
 constexpr int kNone = -1;
 
 // The free slots, so that the first is found in as many steps as the table has levels: a bit a
 // slot, above it a bit for each word that is not zero, and so on up to one word.
 class FreeSlots {
   public:
-    static uint64_t words_for(uint64_t slots) {
-        uint64_t total = 0;
+    static size_t words_for(size_t slots) {
+        size_t total = 0;
         do {
             slots = words_of_level(slots);
             total += slots;
@@ -30,7 +30,7 @@ class FreeSlots {
     void use(uint32_t* words) { words_ = words; }
 
     // All of them are free.
-    void start(uint64_t slots) {
+    void start(size_t slots) {
         uint32_t* words = words_;
         levels_ = 0;
         do {
@@ -67,10 +67,10 @@ class FreeSlots {
 
   private:
     static constexpr unsigned kBits = 32;
-    static constexpr int kMostLevels = 7;  // for 2^35 slots
+    static constexpr int kMostLevels = 6;  // for 2^30 slots
 
-    static uint64_t words_of_level(uint64_t bits) { return (bits + kBits - 1) / kBits; }
-    static uint32_t bit(uint64_t slot) { return uint32_t{1} << slot % kBits; }
+    static size_t words_of_level(size_t bits) { return (bits + kBits - 1) / kBits; }
+    static uint32_t bit(size_t slot) { return uint32_t{1} << slot % kBits; }
 
     uint32_t* words_;
     uint32_t* level_[kMostLevels];
@@ -89,8 +89,8 @@ struct Index {
 };
 
 // At most half of the buckets are in use, so that a search soon comes to an empty one.
-uint64_t bucket_count(int size) {
-    return std::bit_ceil(static_cast<uint64_t>(size) * 2);
+size_t bucket_count(int size) {
+    return std::bit_ceil(static_cast<size_t>(size) * 2);
 }
 
 // Null for a record whose arrays are not the library's: those of no other lie so close together.
@@ -148,12 +148,12 @@ void add_all_to_index(Index* index, const dictionary* d) {
 
 // Gives the record new, empty arrays with an index in front; false when memory runs out.
 bool allocate_arrays(dictionary* d, int size) {
-    const auto slots = static_cast<uint64_t>(size);
-    const uint64_t bytes = sizeof(Index) + slots * (2 * sizeof(char*) + sizeof(unsigned)) +
-                           bucket_count(size) * sizeof(unsigned) +
-                           FreeSlots::words_for(slots) * sizeof(uint32_t);
-    if (bytes > PTRDIFF_MAX) return false;
-    auto* index = static_cast<Index*>(calloc(1, static_cast<size_t>(bytes)));
+    if (size > kMaxSize) return false;
+    const auto slots = static_cast<size_t>(size);
+    const size_t bytes = sizeof(Index) + slots * (2 * sizeof(char*) + sizeof(unsigned)) +
+                         bucket_count(size) * sizeof(unsigned) +
+                         FreeSlots::words_for(slots) * sizeof(uint32_t);
+    auto* index = static_cast<Index*>(calloc(1, bytes));
     if (!index) return false;
     d->size = size;
     d->val = reinterpret_cast<char**>(index + 1);
@@ -183,12 +183,12 @@ void bring_in_step(const dictionary* d) {
     Index* index = index_of(d);
     if (!index || index->entries == d->n) return;
     memset(index->buckets, 0, (size_t{index->mask} + 1) * sizeof(*index->buckets));
-    index->free_slots.start(static_cast<uint64_t>(d->size));
+    index->free_slots.start(static_cast<size_t>(d->size));
     add_all_to_index(index, d);
 }
 
 bool grow(dictionary* d) {
-    if (d->size > INT_MAX / 2) return false;
+    if (d->size > kMaxSize / 2) return false;
     const dictionary old = *d;
     if (!allocate_arrays(d, std::max(kMinSize, old.size * 2))) return false;
     std::copy_n(old.val, old.size, d->val);
