@@ -31,8 +31,8 @@ class Blob {
     Blob& operator=(const Blob&) = delete;
 
     operator blob_buf*() { return &buf_; }  // NOLINT(google-explicit-constructor)
-    blob_attr* head() { return buf_.head; }
-    std::string bytes() {
+    blob_attr* head() const { return buf_.head; }
+    std::string bytes() const {
         return {reinterpret_cast<const char*>(buf_.head), blob_pad_len(buf_.head)};
     }
 

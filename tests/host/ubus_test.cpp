@@ -47,7 +47,7 @@ class Blob {
     Blob(const Blob&) = delete;
     Blob& operator=(const Blob&) = delete;
     blob_buf* buf() { return &buf_; }
-    blob_attr* head() { return buf_.head; }
+    blob_attr* head() const { return buf_.head; }
 
   private:
     blob_buf buf_ = {};
@@ -223,6 +223,7 @@ int serve(const std::vector<std::string>& paths, int ready) {
     ubus_context* ctx = ubus_connect(kSocket);
     if (!ctx) return 1;
     std::vector<ubus_object> objects;
+    objects.reserve(paths.size());
     for (const std::string& path : paths) {
         objects.push_back(make_object(path.c_str()));
     }
@@ -355,29 +356,29 @@ class RawPeer {
         std::string bytes(reinterpret_cast<const char*>(&head), sizeof(head));
         return bytes + std::string(reinterpret_cast<const char*>(&length), sizeof(length));
     }
-    void send_bytes(const std::string& bytes) {
+    void send_bytes(const std::string& bytes) const {
         ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
     }
-    void send(uint8_t type, uint16_t seq, uint32_t peer, Blob* body) {
+    void send(uint8_t type, uint16_t seq, uint32_t peer, Blob* body) const {
         const std::string whole(reinterpret_cast<const char*>(body->head()),
                                 blob_raw_len(body->head()));
         send_bytes(header(type, seq, peer, static_cast<uint32_t>(whole.size())) + whole.substr(4));
     }
-    std::string receive(size_t size) {
+    std::string receive(size_t size) const {
         std::string bytes(size, '\0');
         const ssize_t got = recv(fd_, bytes.data(), size, MSG_WAITALL);
         bytes.resize(got > 0 ? static_cast<size_t>(got) : 0);
         return bytes;
     }
     // The next message's type and its body with the 4 bytes of its own header; type -1 at the end.
-    std::pair<int, std::string> next() {
+    std::pair<int, std::string> next() const {
         const std::string head = receive(12);
         if (head.size() < 12) return {-1, ""};
         const size_t size = number(head, 8) & BLOB_ATTR_LEN_MASK;
         return {static_cast<unsigned char>(head[1]), head.substr(8) + receive(size - 4)};
     }
     // The status of a request whose answer is next.
-    int status() {
+    int status() const {
         std::pair<int, std::string> message = next();
         while (message.first == UBUS_MSG_DATA) {
             message = next();
@@ -393,9 +394,9 @@ class RawPeer {
         if (!found[id]) return 0xffffffff;
         return blob_len(found[id]) == 1 ? blob_get_u8(found[id]) : blob_get_u32(found[id]);
     }
-    bool ended() { return receive(1).empty(); }
+    bool ended() const { return receive(1).empty(); }
     // An object of its own without a path.
-    uint32_t add_object() {
+    uint32_t add_object() const {
         Blob nothing;
         send(UBUS_MSG_ADD_OBJECT, 1, 0, &nothing);
         const uint32_t object = attribute(next().second, UBUS_ATTR_OBJID);
@@ -788,6 +789,7 @@ TEST_F(Bus, HasAHundredObjectsInOrder) {
 TEST_F(Bus, ServesFiftyClientsAtOnce) {
     const Service service;
     std::vector<std::unique_ptr<Child>> clients;
+    clients.reserve(50);
     for (int i = 0; i < 50; i++) {
         clients.push_back(std::make_unique<Child>([] {
             const Context own = connect_bus();
