@@ -17,7 +17,7 @@ std::vector<std::string> shuffled_names(int64_t keys) {
     std::vector<std::string> names;
     for (int64_t key = 0; key < keys; key++)
         names.push_back("section:key" + std::to_string(key));
-    std::ranges::shuffle(names, std::mt19937(1));
+    std::ranges::shuffle(names, std::mt19937(static_cast<unsigned>(keys)));
     return names;
 }
 
