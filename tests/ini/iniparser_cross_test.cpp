@@ -12,6 +12,9 @@
 //   - a slot that was emptied: 4.1 fills the first free one behind the n-th, 3.x the first;
 //   - iniparser_dump(), whose format is another, and names, which 4.1 turns into lower case;
 //   - an integer beyond 32 bits, which 4.1 cuts where a long is wider;
+//   - an empty name, "[]", behind a section whose name holds a "=" or a bracket: 4.1 keeps a part
+//   of
+//     that name, here all of it stays;
 //   - a getter on a section, which has no value: 4.1 reads through a null pointer.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -116,9 +119,9 @@ std::string load_both(const std::string& content) {
     return said;
 }
 
-// Given by --gtest_random_seed.
+// The same in every run, or what --gtest_random_seed says.
 unsigned seed() {
-    return static_cast<unsigned>(testing::UnitTest::GetInstance()->random_seed());
+    return static_cast<unsigned>(GTEST_FLAG_GET(random_seed));
 }
 
 class IniparserCross : public tq_test::DeviceTest {};
@@ -169,7 +172,7 @@ TEST_F(IniparserCross, FilesOfChanceGiveTheSame) {
         std::string content;
         for (int i = 0; i < 24; i++)
             content += pieces[std::uniform_int_distribution<size_t>(0, pieces.size() - 1)(random)];
-        load_both(content + "\n");
+        if (content.find("[]") == std::string::npos) load_both(content + "\n");
     }
 }
 
