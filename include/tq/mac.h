@@ -10,10 +10,10 @@
  *     radio r         base + the radio's offset on the board
  *     VAP v, radio r  the radio's address, then the first-octet rule with v
  *
- * They are distinct as long as the offsets of the radios differ from each other and from 0, 1 and 2,
- * the first octet of the base address has its bit 0x02 clear, and the numbers n and v stay below 17:
- * the rule repeats itself after sixteen. A radio with an offset of 1 shares its addresses with the
- * LAN, one with 2 shares its own with the VLAN, one with 0 shares its own with the WAN.
+ * They are distinct as long as the offsets of the radios differ from each other and from 0, 1 and
+ * 2, the first octet of the base address has its bit 0x02 clear, and the numbers n and v stay below
+ * 17: the rule repeats itself after sixteen. A radio with an offset of 1 shares its addresses with
+ * the LAN, one with 2 shares its own with the VLAN, one with 0 shares its own with the WAN.
  *
  * An address is six bytes, the octet with the multicast and local bits first. Functions that take a
  * number of bytes want at least 6; null and less give -1. Nothing here is logged but by
@@ -39,10 +39,10 @@ TQ_API int get_lan_mac(uint32_t n, uint8_t *mac, uint32_t len);
 /* The address of the VLANs. 0; -1 without a base address. */
 TQ_API int get_vlan_mac(uint8_t *mac, uint32_t len);
 
-/* The address of a radio, from 0. The offset is the number that the board's text starts with, 0 where
- * it is none, and may be negative.
- * 0; -1 when the board has no offset for the radio ("get oem mac offset is fail" is then printed on
- * standard output), when the offset is -1, or without a base address. */
+/* The address of a radio, from 0. The offset is the number that the board's text starts with, 0
+ * where it is none, and may be negative. 0; -1 when the board has no offset for the radio ("get oem
+ * mac offset is fail" is then printed on standard output), when the offset is -1, or without a base
+ * address. */
 TQ_API int get_radio_mac(uint32_t radio, uint8_t *mac, int len);
 
 /* The address of VAP vap of a radio, both from 0; VAP 0 has the radio's. Fails as get_radio_mac. */
