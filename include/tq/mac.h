@@ -40,9 +40,9 @@ TQ_API int get_lan_mac(uint32_t n, uint8_t *mac, uint32_t len);
 TQ_API int get_vlan_mac(uint8_t *mac, uint32_t len);
 
 /* The address of a radio, from 0. The offset is the number that the board's text starts with, 0
- * where it is none, and may be negative. 0; -1 when the board has no offset for the radio ("get oem
- * mac offset is fail" is then printed on standard output), when the offset is -1, or without a base
- * address. */
+ * where it is none, and may be negative.
+ * 0; -1 when the board has no offset for the radio ("get oem mac offset is fail" is then printed on
+ * standard output), when the offset is -1, or without a base address. */
 TQ_API int get_radio_mac(uint32_t radio, uint8_t *mac, int len);
 
 /* The address of VAP vap of a radio, both from 0; VAP 0 has the radio's. Fails as get_radio_mac. */

@@ -6,8 +6,7 @@
 #error "compile this without libuci's headers"
 #endif
 
-struct SessionLayout session_layout_without_libuci(void)
-{
+struct SessionLayout session_layout_without_libuci(void) {
     const struct SessionLayout layout = {
         sizeof(uci_config_ctx),
         offsetof(uci_config_ctx, ctx),

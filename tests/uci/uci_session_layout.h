@@ -1,4 +1,5 @@
-/* uci_session_layout.h - where the members of a session are in a program without libuci's headers. */
+/* uci_session_layout.h - where the members of a session are in a program without libuci's headers.
+ */
 #ifndef UCI_SESSION_LAYOUT_H
 #define UCI_SESSION_LAYOUT_H
 
