@@ -141,7 +141,8 @@ struct Libevent {
         event_add(events.back(), nullptr);
     }
     void add_timeout(unsigned msecs) {
-        const timeval delay = {.tv_sec = msecs / 1000, .tv_usec = msecs % 1000 * 1000};
+        const timeval delay = {.tv_sec = msecs / 1000,
+                               .tv_usec = static_cast<long>(msecs % 1000) * 1000};
         events.push_back(event_new(
             base, -1, 0, [](int, short, void*) { on_timeout(); }, nullptr));
         event_add(events.back(), &delay);
@@ -151,8 +152,8 @@ struct Libevent {
             event_free(each);
         events.clear();
     }
-    void run() { event_base_dispatch(base); }
-    void stop() { event_base_loopbreak(base); }
+    void run() const { event_base_dispatch(base); }
+    void stop() const { event_base_loopbreak(base); }
     static constexpr bool kStopsWithNothingLeft = true;
 
     event_base* base;
@@ -273,7 +274,7 @@ void expire(benchmark::State& state) {
 template <typename Loop, bool in_order>
 void add(benchmark::State& state) {
     Loop loop;
-    std::mt19937 random(1);
+    std::mt19937 random(1);  // NOLINT(cert-msc32-c,cert-msc51-cpp): the same in every run
     std::vector<unsigned> delays(static_cast<size_t>(state.range(0)), 100000);
     for (unsigned& delay : delays)
         if (!in_order) delay += static_cast<unsigned>(random() % 100000);
