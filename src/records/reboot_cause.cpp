@@ -142,7 +142,9 @@ int get_self_process_name(char (&name)[16]) {
     char line[24];
     if (!read_first_line(path.c_str(), line)) return -1;
     const char* slash = strrchr(line, '/');
-    strncpy(name, slash ? slash + 1 : line, sizeof(name));
+    const char* program = slash ? slash + 1 : line;
+    memset(name, 0, sizeof(name));
+    memcpy(name, program, strnlen(program, sizeof(name)));
     return 0;
 }
 

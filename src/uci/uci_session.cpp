@@ -94,7 +94,9 @@ void use_package(uci_config_ctx* session, const uci_entry& row) {
     session->ctx = row.ctx;
     session->pkg = row.pkg;
     session->ptr.p = row.pkg;
-    session->ptr.package = row.pkg->e.name;
+    // The registry's own text: it tells which file this is, also when another one's context comes
+    // to stand at the address of a freed one.
+    session->ptr.package = row.file;
 }
 
 // ---- selecting ----
@@ -165,7 +167,7 @@ int find_uci_section(uci_config_ctx* session, const char* type, const char* cons
 
 const uci_entry* row_of(const uci_config_ctx& session) {
     for (const uci_entry& row : registry) {
-        if (row.pkg && row.ctx == session.ctx) return &row;
+        if (row.pkg && row.ctx == session.ctx && session.ptr.package == row.file) return &row;
     }
     return nullptr;
 }

@@ -782,6 +782,23 @@ TEST_F(UciSessionTest, TakesNoOtherSectionForItsOwn) {
     }
 }
 
+// Another file can come to stand where the session's own was, with a section of the same name.
+TEST_F(UciSessionTest, TakesNoOtherFileForItsOwn) {
+    write_file("/etc/config/network", "config interface 'lan'\n\toption proto 'static'\n");
+    write_file("/etc/config/dhcp", "config dhcp 'lan'\n\toption proto 'other'\n");
+    for (int round = 0; round < 20; round++) {
+        uci_config_ctx lan = session_on(UCI_CONFIG_NETWORK, "lan");
+        EXPECT_EQ(free_uci_config(UCI_CONFIG_NETWORK), 0);
+        uci_config_ctx other = session_on(UCI_CONFIG_DHCP, "lan");
+        // As the allocator may have it.
+        lan.ctx = other.ctx;
+        EXPECT_EQ(get_uci_config(&lan, "proto"), nullptr);
+        EXPECT_EQ(set_uci_config(&lan, "proto", "x"), -1);
+        EXPECT_EQ(text(get_uci_config(&other, "proto")), "other");
+        EXPECT_EQ(free_uci_config(UCI_CONFIG_DHCP), 0);
+    }
+}
+
 // get_uci_config
 
 class GetUciConfig : public UciSessionTest {};
@@ -1427,7 +1444,7 @@ TEST_F(SaveUciConfig, LetsSessionsGoOn) {
         EXPECT_EQ(text(get_uci_config(&unnamed, "ifname")), "ath11");
         EXPECT_EQ(radio.pkg, get_uci_entry_by_name("wireless")->pkg);
         EXPECT_EQ(radio.ptr.p, radio.pkg);
-        EXPECT_EQ(radio.ptr.package, radio.pkg->e.name);
+        EXPECT_STREQ(radio.ptr.package, "wireless");
         EXPECT_STREQ(radio.ptr.section, "radio0");
     }
 }
