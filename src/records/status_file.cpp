@@ -147,14 +147,13 @@ int delete_coredump_server() {
 }
 
 int backup_all_log(const char* a, const char* b) {
-    if (access(kBackupScript, R_OK) != 0) return 0;
     Text<64> command;
     command.append("%s  %s  %s", kBackupScript, tq::printable(a), tq::printable(b));
     if (!a || !b || command.cut()) {
         TQ_LOG(LOG_ERR, "invalid parameters\n");
         return 0;
     }
-    (void)!system(command.c_str());
+    if (access(kBackupScript, R_OK) == 0) (void)!system(command.c_str());
     return 0;
 }
 

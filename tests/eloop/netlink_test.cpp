@@ -559,7 +559,9 @@ TEST_F(Netlink, HearsWhatIsSentToTheGroup) {
 }
 
 TEST_F(Netlink, WritesToTheKernel) {
-    TQ_NEEDS_NETLINK(NETLINK_ROUTE);
+#ifdef __mips__
+    GTEST_SKIP() << "the emulator translates messages of this protocol, and knows none of type 0";
+#endif
     const int sock = tq_open_netlink(NETLINK_ROUTE, 1);
     ASSERT_GE(sock, 0);
     // Type 0 is a message that the kernel takes and passes over.

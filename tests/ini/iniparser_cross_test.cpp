@@ -36,7 +36,6 @@
 
 namespace {
 
-using testing::ElementsAre;
 using tq_test::write_file;
 
 constexpr const char* kFile = "/tmp/test.ini";
@@ -128,18 +127,26 @@ class IniparserCross : public tq_test::DeviceTest {};
 
 TEST_F(IniparserCross, FilesGiveTheSame) {
     for (const char* content :
-         {"[net]\nmode = bridge\nmtu=1500\n[wan]\nmode=route\n", "key=value\n[s]\nx = 1 ; c\n",
-          "# c\n; c\n\n  \n[ a b ]\n k e y\t= v a l \n", "[a]\r\nk=v\r\n",
+         {"[net]\nmode = bridge\nmtu=1500\n[wan]\nmode=route\n",
+          "key=value\n[s]\nx = 1 ; c\n",
+          "# c\n; c\n\n  \n[ a b ]\n k e y\t= v a l \n",
+          "[a]\r\nk=v\r\n",
           "[a]\nk='v'x\nl=\"it's\"\nm='a\"b' ; c\nn=\"a;b#c\"\n",
           "[a]\nk=\nl=;\nm= # c\nn=\"\"\no='' ; c\np=\"\"abc\nq=\"\nr='\ns=\"abc\nt='a;b\n",
-          "[a]\nk=1\nk=2\n[b]\n[a]\nj=3\n", "[a]b]\n[c;d]\n[e=f]\n[a:b]\nk=v\n",
-          "[]\nk=v\n[b]\n[]\nk=v\n[ ]\nk=v\n", "[a]\nk=a=b\nl==b\nm= = b\n[x] = 1\n[y=1\n",
+          "[a]\nk=1\nk=2\n[b]\n[a]\nj=3\n",
+          "[a]b]\n[c;d]\n[e=f]\n[a:b]\nk=v\n",
+          "[]\nk=v\n[b]\n[]\nk=v\n[ ]\nk=v\n",
+          "[a]\nk=a=b\nl==b\nm= = b\n[x] = 1\n[y=1\n",
           "[a]\nk=v\\\nw\nl=v \\  \n  w\nm=\"a\\\nb\"\n\\\nn=1\n\\\n\\\no=2\np=x\\\\\nq=y\n",
-          "[a]\n# c \\\nk=v\n", "[a]\nk=v\\\n", "[a]\nk=v\\", "[a]\nk =\v v\f\n",
+          "[a]\n# c \\\nk=v\n",
+          "[a]\nk=v\\\n",
+          "[a]\nk=v\\",
+          "[a]\nk =\v v\f\n",
           "[\xc3\xa9]\n\x80\xff=\xa0\n",
-          "[a]\na=42\nb=042\nc=0x2a\nd= "
-          "-7x\ne=junk\nf=1e3\ng=08\nh=yes\ni=No\nj=true\nk=F\nl=1.5\n",
-          "", "\n\n"}) {
+          "[a]\na=42\nb=042\nc=0x2a\nd= -7x\ne=junk\nf=1e3\ng=08\n",
+          "[a]\nh=yes\ni=No\nj=true\nk=F\nl=1.5\n",
+          "",
+          "\n\n"}) {
         EXPECT_EQ(load_both(content), "");
     }
 }

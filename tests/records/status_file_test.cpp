@@ -474,6 +474,11 @@ TEST_F(BackupLogTest, RunsACommandOf63BytesAndNoneThatWouldBeCut) {
     EXPECT_THAT(log_.take(), ElementsAre(Line(LOG_ERR, "backup_all_log", "invalid parameters\n")));
 }
 
+TEST_F(BackupLogTest, LooksAtItsWordsBeforeTheScript) {
+    EXPECT_EQ(backup_all_log(nullptr, "b"), 0);
+    EXPECT_THAT(log_.take(), ElementsAre(Line(LOG_ERR, "backup_all_log", "invalid parameters\n")));
+}
+
 TEST_F(BackupLogTest, RunsNothingForANullWord) {
     install_script();
     EXPECT_EQ(backup_all_log(nullptr, "b"), 0);

@@ -44,8 +44,6 @@ using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::IsSupersetOf;
-using testing::Not;
 using tq_test::as_nobody;
 using tq_test::becomes;
 using tq_test::count_signal;
@@ -201,8 +199,8 @@ TEST_F(SyslogConfigTest, ListsTheFacilitiesInTheOrderOfTheSystemHeader) {
 TEST_F(SyslogConfigTest, StartsWithRemoteLoggingOffAndTwoMegabytes) {
     EXPECT_EQ(get_syslog_status(), 0U);
     EXPECT_EQ(get_syslog_file_size(), 2048U);
-    const wcd_trace_settings zero = {};
-    EXPECT_EQ(memcmp(&wcd_trace, &zero, sizeof(zero)), 0);
+    const auto* bytes = reinterpret_cast<const char*>(&wcd_trace);
+    EXPECT_EQ(std::string(bytes, sizeof(wcd_trace)), std::string(sizeof(wcd_trace), '\0'));
 }
 
 // before init_syslog

@@ -60,7 +60,9 @@ TEST_F(TqctlNetlink, ListenNeedsTheProtocol) {
 // netlink send
 
 TEST_F(TqctlNetlink, SendGoesToTheKernel) {
-    TQ_NEEDS_NETLINK(NETLINK_ROUTE);
+#ifdef __mips__
+    GTEST_SKIP() << "the emulator translates messages of this protocol, and knows none of type 0";
+#endif
     EXPECT_TRUE(succeeds(tqctl("netlink send 0 payload"), ""));
     EXPECT_TRUE(succeeds(tqctl("-j netlink send 0 payload"), "{}\n"));
 }
