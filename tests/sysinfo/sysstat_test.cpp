@@ -43,7 +43,6 @@ static_assert(offsetof(if_stats, out_flow) == 84);
 
 namespace {
 
-using testing::AnyOf;
 using testing::ElementsAre;
 using testing::Ge;
 using testing::IsEmpty;
@@ -57,7 +56,6 @@ using tq_test::Line;
 using tq_test::LogCapture;
 using tq_test::read_file;
 using tq_test::run_command;
-using tq_test::ScopedBind;
 using tq_test::ScopedMount;
 using tq_test::ScopedProc;
 using tq_test::write_file;
@@ -736,7 +734,7 @@ TEST_F(FlashFree, IsWhatTheFileSystemHasLeft) {
     EXPECT_EQ(free.result, 0);
     struct statfs room {};
     ASSERT_EQ(statfs("/overlay", &room), 0);
-    EXPECT_EQ(free.kb, room.f_bsize * room.f_bavail / 1024);
+    EXPECT_EQ(free.kb, static_cast<uint64_t>(room.f_bsize) * room.f_bavail / 1024);
     EXPECT_THAT(free.kb, Le(7216U));
     EXPECT_THAT(log_.take(), IsEmpty());
 }

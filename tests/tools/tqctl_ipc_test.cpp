@@ -22,7 +22,7 @@ class TqctlIpc : public DeviceTest {
             request = server.receive();
             server.answer(request, reply);
         });
-        const CommandResult result = tqctl(arguments);
+        CommandResult result = tqctl(arguments);
         daemon.join();
         return result;
     }

@@ -34,7 +34,7 @@ class TqctlNetlink : public DeviceTest {
             }
             close(sock);
         });
-        const CommandResult result = tqctl(arguments);
+        CommandResult result = tqctl(arguments);
         ended = true;
         kernel.join();
         return result;

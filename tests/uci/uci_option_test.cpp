@@ -143,7 +143,7 @@ TEST_P(ShortcutSetter, RefusesAPathBeyond1023Bytes) {
     EXPECT_EQ(seen(0, "x"), longest + "\n");
     EXPECT_THAT(log_.take(), IsEmpty());
     const std::string cut = "uci_lookup_ptr fail: " + start + longest + "w\n";
-    for (const size_t more : {1, 2, 5000}) {
+    for (const size_t more : {1U, 2U, 5000U}) {
         const std::string value = longest + std::string(more, 'w');
         EXPECT_EQ(GetParam().set_str(context_, 0, "x", value.c_str()), -1);
         EXPECT_THAT(log_.take(), ElementsAre(Error("set_uci_option", cut)));

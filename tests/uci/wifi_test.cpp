@@ -1018,7 +1018,7 @@ class UntouchedServer {
 
 TEST_F(WifiRadius, NeedsEachOptionOfTheServer) {
     UntouchedServer server;
-    for (const size_t missing : {0, 1, 2}) {
+    for (const size_t missing : {0U, 1U, 2U}) {
         Options options = wanted();
         const std::string name = options[missing].first;
         options.erase(options.begin() + static_cast<ptrdiff_t>(missing));
