@@ -61,7 +61,8 @@ void check(int result, const netlink_msg& msg, const std::vector<unsigned char>&
 
 void receive(const Channel& channel, const uint8_t* data, size_t size, size_t room) {
     uint16_t type = 0;
-    if (size >= 6) memcpy(&type, &data[4], sizeof(type));
+    // What a short datagram lacks reads as zeros.
+    if (size > 4) memcpy(&type, &data[4], std::min(size - 4, sizeof(type)));
     std::vector<unsigned char> buffer(room + 16, kGuard);
     netlink_msg msg{0, 0, buffer.data()};
     channel.send(data, size);
