@@ -2,7 +2,6 @@
 #include <libubox/blob.h>
 
 #include <algorithm>
-#include <bit>
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -165,12 +164,12 @@ void* blob_nest_start(blob_buf* buf, int id) {
     blob_attr* attr = blob_new(buf, id, 0);
     if (!attr) return nullptr;
     buf->head = attr;
-    return std::bit_cast<void*>(outer + BLOB_COOKIE);
+    return reinterpret_cast<void*>(outer + BLOB_COOKIE);
 }
 
 void blob_nest_end(blob_buf* buf, void* cookie) {
     if (!cookie) return;
-    const size_t outer = std::bit_cast<size_t>(cookie) - BLOB_COOKIE;
+    const size_t outer = reinterpret_cast<uintptr_t>(cookie) - BLOB_COOKIE;
     const size_t end = offset_of(buf, buf->head) + blob_pad_len(buf->head);
     buf->head = at(buf, outer);
     blob_set_raw_len(buf->head, static_cast<unsigned int>(end - outer));

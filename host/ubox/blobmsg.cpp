@@ -2,7 +2,6 @@
 #include <libubox/blobmsg.h>
 
 #include <algorithm>
-#include <bit>
 #include <climits>
 #include <cstdarg>
 #include <cstring>
@@ -164,7 +163,7 @@ void* blobmsg_open_nested(blob_buf* buf, const char* name, bool array) {
     blob_attr* attr = new_element(buf, array ? BLOBMSG_TYPE_ARRAY : BLOBMSG_TYPE_TABLE, name, 0);
     if (!attr) return nullptr;
     buf->head = attr;
-    return std::bit_cast<void*>(outer + BLOB_COOKIE);
+    return reinterpret_cast<void*>(outer + BLOB_COOKIE);
 }
 
 // The element is not part of the message before blobmsg_add_string_buffer().
