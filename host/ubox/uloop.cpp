@@ -54,7 +54,7 @@ bool is_due(const timeval& time) {
 
 timeval in_milliseconds(int msecs) {
     const timeval current = now();
-    const timeval delay = {msecs / 1000, msecs % 1000 * 1000};
+    const timeval delay = {msecs / 1000, static_cast<suseconds_t>(msecs % 1000) * 1000};
     timeval result = {};
     timeradd(&current, &delay, &result);
     return result;

@@ -54,7 +54,7 @@ int add_pattern(Object* object, const char* text) {
     const size_t length = strlen(text);
     auto* pattern = static_cast<EventPattern*>(calloc(1, sizeof(EventPattern) + length + 1));
     if (!pattern) return UBUS_STATUS_NO_MEMORY;
-    memcpy(pattern->text, text, length);
+    memcpy(pattern->text, text, length + 1);
     pattern->object = object;
     pattern->is_prefix = length > 0 && text[length - 1] == '*';
     pattern->length = pattern->is_prefix ? length - 1 : length;
