@@ -53,7 +53,7 @@ int request_flow(StatisticsClass class_type, uint32_t index, notify_reply_handle
 }  // namespace
 
 int set_ssid_bwctl(const char* vap_name, uint32_t up, uint32_t down) {
-    if (!vap_name) return TQ_FAIL("invalid parameters\n");
+    if (!vap_name) return tq::reject(__func__);
     const Rates rates = {up, down};
     if (send_limit(kSsid, vap_name, nullptr, rates) == 0) return 0;
     if (rates.is_none()) return TQ_FAIL("send_ubus_msg(BWCTRL, METHOD_DEL, param1) fail\n");
@@ -61,7 +61,7 @@ int set_ssid_bwctl(const char* vap_name, uint32_t up, uint32_t down) {
 }
 
 int set_user_bwctl(const char* vap_name, uint32_t up, uint32_t down) {
-    if (!vap_name) return TQ_FAIL("invalid parameters\n");
+    if (!vap_name) return tq::reject(__func__);
     const Rates rates = {up, down};
     if (send_limit(kUser, vap_name, nullptr, rates) == 0) return 0;
     if (rates.is_none()) return TQ_FAIL("send_ubus_msg(BWCTRL, METHOD_DEL, param2) fail\n");
@@ -69,7 +69,7 @@ int set_user_bwctl(const char* vap_name, uint32_t up, uint32_t down) {
 }
 
 int set_sta_bwctl(const char* vap_name, uint32_t up, uint32_t down, const unsigned char mac[6]) {
-    if (!vap_name || !mac) return TQ_FAIL("invalid parameters\n");
+    if (!vap_name || !mac) return tq::reject(__func__);
     const Rates rates = {up, down};
     char macaddr[sizeof("00:1a:2b:3c:4d:5e")];
     snprintf(macaddr, sizeof(macaddr), "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2],
@@ -80,7 +80,7 @@ int set_sta_bwctl(const char* vap_name, uint32_t up, uint32_t down, const unsign
 }
 
 int set_max_sta_bwctl(const char* vap_name, uint32_t maxassoc) {
-    if (!vap_name) return TQ_FAIL("invalid parameters\n");
+    if (!vap_name) return tq::reject(__func__);
     const notify_param params[] = {str_param("vap_name", vap_name), int_param("maxassoc", maxassoc),
                                    kEndOfParams};
     if (send_ubus_msg("bwctrl.maxassoc", "set", params) == 0) return 0;
@@ -99,7 +99,7 @@ int reload_bwctl(void) {
 }
 
 int tq_get_in_flow_statistics(uint32_t index, uint32_t* flow) {
-    if (!flow) return TQ_FAIL("invalid parameters\n");
+    if (!flow) return tq::reject(__func__);
     if (request_flow(kInFlow, index, tq::get_in_flow_statistics, flow) == 0) return 0;
     return TQ_FAIL(
         "notify_ubus_server(STATISTICS, METHOD_GET, param, get_in_flow_statistics, flow, 3 * 1000) "
@@ -107,7 +107,7 @@ int tq_get_in_flow_statistics(uint32_t index, uint32_t* flow) {
 }
 
 int tq_get_out_flow_statistics(uint32_t index, uint32_t* flow) {
-    if (!flow) return TQ_FAIL("invalid parameters\n");
+    if (!flow) return tq::reject(__func__);
     if (request_flow(kOutFlow, index, tq::get_out_flow_statistics, flow) == 0) return 0;
     return TQ_FAIL(
         "notify_ubus_server(STATISTICS, METHOD_GET, param, get_out_flow_statistics, flow, 3 * "
@@ -115,7 +115,7 @@ int tq_get_out_flow_statistics(uint32_t index, uint32_t* flow) {
 }
 
 int tq_get_mem_usage(uint32_t* usage) {
-    if (!usage) return TQ_FAIL("invalid parameters\n");
+    if (!usage) return tq::reject(__func__);
     if (request_number(kMemory, tq::get_mem_usage, usage) == 0) return 0;
     return TQ_FAIL(
         "notify_ubus_server(STATISTICS, METHOD_GET, param, get_mem_usage, usage, 3 * 1000) "
@@ -123,7 +123,7 @@ int tq_get_mem_usage(uint32_t* usage) {
 }
 
 int tq_get_cpu_usage(uint32_t* usage) {
-    if (!usage) return TQ_FAIL("invalid parameters\n");
+    if (!usage) return tq::reject(__func__);
     if (request_number(kCpu, tq::get_cpu_usage, usage) == 0) return 0;
     return TQ_FAIL(
         "notify_ubus_server(STATISTICS, METHOD_GET, param, get_cpu_usage, usage, 3 * 1000) "
@@ -131,7 +131,7 @@ int tq_get_cpu_usage(uint32_t* usage) {
 }
 
 int tq_get_cpu_cur_usage(uint32_t* usage) {
-    if (!usage) return TQ_FAIL("invalid parameters\n");
+    if (!usage) return tq::reject(__func__);
     if (request_number(kCpuCurrent, tq::get_cpu_cur_usage, usage) == 0) return 0;
     return TQ_FAIL(
         "notify_ubus_server(STATISTICS, METHOD_GET, param, get_cpu_cur_usage, usage, 3 * 1000) "

@@ -83,13 +83,13 @@ int send_connect(const char* object, const char* addr, int port) {
 int notify_fm_ac_disconnect(const char* addr, int port, const char* probable_cause,
                             const char* specific_cause) {
     const Cause cause = choose_cause(probable_cause, specific_cause);
-    if (!addr || !cause.text) return TQ_FAIL("invalid parameter\n");
+    if (!addr || !cause.text) return tq::reject_parameter(__func__);
     if (send_disconnect("fm.ac", addr, port, cause) == 0) return 0;
     return TQ_FAIL("send_ubus_msg(FM_AC_ALARM, METHOD_DISCONNECT, param) fail\n");
 }
 
 int notify_fm_ac_connect(const char* addr, int port) {
-    if (!addr) return TQ_FAIL("invalid parameter\n");
+    if (!addr) return tq::reject_parameter(__func__);
     if (send_connect("fm.ac", addr, port) == 0) return 0;
     return TQ_FAIL("send_ubus_msg(FM_AC_ALARM, METHOD_CONNECT, param) fail\n");
 }
@@ -97,13 +97,13 @@ int notify_fm_ac_connect(const char* addr, int port) {
 int notify_fm_ntp_disconnect(const char* addr, int port, const char* probable_cause,
                              const char* specific_cause) {
     const Cause cause = choose_cause(probable_cause, specific_cause);
-    if (!addr || !cause.text) return TQ_FAIL("invalid parameter\n");
+    if (!addr || !cause.text) return tq::reject_parameter(__func__);
     if (send_disconnect("fm.ntp", addr, port, cause) == 0) return 0;
     return TQ_FAIL("send_ubus_msg(FM_NTP_ALARM, METHOD_DISCONNECT, param) fail\n");
 }
 
 int notify_fm_ntp_connect(const char* addr, int port) {
-    if (!addr) return TQ_FAIL("invalid parameter\n");
+    if (!addr) return tq::reject_parameter(__func__);
     if (send_connect("fm.ntp", addr, port) == 0) return 0;
     return TQ_FAIL("send_ubus_msg(FM_NTP_ALARM, METHOD_CONNECT, param) fail\n");
 }
@@ -111,7 +111,7 @@ int notify_fm_ntp_connect(const char* addr, int port) {
 int notify_fm_ism_upload_fail(const char* addr, int port, const char* probable_cause,
                               const char* specific_cause) {
     const Cause cause = choose_cause(probable_cause, specific_cause);
-    if (!addr || !cause.text) return TQ_FAIL("invalid parameter\n");
+    if (!addr || !cause.text) return tq::reject_parameter(__func__);
     Text<kNoticeSize> command;
     command.append("ubus call %s disconnect '{\"addr\":\"%s\", \"port\":%d, \"%s\":\"%s\"}'",
                    "fm.ism_server", Quoted(addr).c_str(), port, cause.key,
@@ -121,7 +121,7 @@ int notify_fm_ism_upload_fail(const char* addr, int port, const char* probable_c
 }
 
 int notify_fm_ism_upload(const char* addr, int port) {
-    if (!addr) return TQ_FAIL("invalid parameter\n");
+    if (!addr) return tq::reject_parameter(__func__);
     Text<kNoticeSize> command;
     command.append("ubus call %s connect '{\"addr\":\"%s\", \"port\":%d}'", "fm.ism_server",
                    Quoted(addr).c_str(), port);
@@ -138,7 +138,7 @@ int notify_fm_reload_wifi_cfg(void) {
 }
 
 int set_fm_wifi_down_cause(int raido, int wlan, const char* status, const char* probable_cause) {
-    if (!status || !probable_cause) return TQ_FAIL("invalid parameter\n");
+    if (!status || !probable_cause) return tq::reject_parameter(__func__);
     if (!tq::is_bus_connected()) {
         Text<kSetterSize> command;
         command.append(
@@ -168,7 +168,7 @@ int set_fm_action(int value) {
 // On the bus the field is named after the object, in the command it is "value": the object takes
 // both, each from where it comes.
 int set_fm_url(const char* url) {
-    if (!url) return TQ_FAIL("invalid parameter\n");
+    if (!url) return tq::reject_parameter(__func__);
     if (!tq::is_bus_connected()) return set_value_by_command("fm.url", url, TQ_HERE);
     const notify_param params[] = {str_param("fm.url", url), kEndOfParams};
     if (send_ubus_msg("fm.url", "set", params) == 0) return 0;
@@ -188,7 +188,7 @@ int set_fm_threshold(int id, int value) {
 }
 
 int set_fm_suppress(const char* value) {
-    if (!value) return TQ_FAIL("invalid parameter\n");
+    if (!value) return tq::reject_parameter(__func__);
     if (!tq::is_bus_connected()) return set_value_by_command("fm.suppress", value, TQ_HERE);
     const notify_param params[] = {str_param("fm.suppress", value), kEndOfParams};
     if (send_ubus_msg("fm.suppress", "set", params) == 0) return 0;

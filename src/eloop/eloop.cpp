@@ -91,7 +91,7 @@ void eloop_init(void* user_data) {
 
 int eloop_register_read_sock(int sock, eloop_sock_handler handler, void* eloop_data,
                              void* user_data) {
-    if (!tq::fits_descriptor_set(sock) || !handler) return TQ_FAIL("invalid parameters\n");
+    if (!tq::fits_descriptor_set(sock) || !handler) return tq::reject(__func__);
     return tq::add_reader(state, {sock, eloop_data, user_data, handler});
 }
 
@@ -101,7 +101,7 @@ int eloop_unregister_read_sock(int sock) {
 
 int eloop_register_timeout(unsigned secs, unsigned usecs, eloop_timeout_handler handler,
                            void* eloop_data, void* user_data) {
-    if (!handler) return TQ_FAIL("invalid parameters\n");
+    if (!handler) return tq::reject(__func__);
     tq::Timeout timeout = tq::new_timeout(secs, usecs, handler, eloop_data, user_data);
     if (!timeout) return -1;
     tq::insert_timeout(state, std::move(timeout));
@@ -113,7 +113,7 @@ int eloop_cancel_timeout(eloop_timeout_handler handler, void* eloop_data, void* 
 }
 
 int eloop_register_signal(int sig, eloop_signal_handler handler, void* user_data) {
-    if (!handler) return TQ_FAIL("invalid parameters\n");
+    if (!handler) return tq::reject(__func__);
     const HoldSignals hold;
     eloop_signal* signals = tq::with_one_more(state.signals, state.signal_count);
     if (!signals) return -1;

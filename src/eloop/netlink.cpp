@@ -140,7 +140,7 @@ int genl_rcv_msg(int family_id, int fd, netlink_msg& msg, size_t size) {
 }
 
 int fumac_genl_listen(nl_sock* sock, const char* group) {
-    if (!sock) return TQ_FAIL("invalid parameters\n");
+    if (!sock) return tq::reject(__func__);
     FumacFamily fumac(sock);
     const int result = unl_genl_subscribe(fumac.get(), group);
     if (result < 0) TQ_LOG(LOG_ERR, "bind mcast group %s fail: %d\n", group, result);
@@ -175,7 +175,7 @@ nl_sock* tq_genl_connect(int* family_id, const char* family_name) {
 }
 
 int tq_genl_disconnect(nl_sock* sock) {
-    if (!sock) return TQ_FAIL("invalid parameters\n");
+    if (!sock) return tq::reject(__func__);
     nl_socket_free(sock);
     return 0;
 }
@@ -315,7 +315,7 @@ void fumac_genl_deinit(nl_sock* sock) {
 }
 
 int fumac_genl_multicast_id(nl_sock* sock, const char* group) {
-    if (!sock || !group) return TQ_FAIL("invalid parameters\n");
+    if (!sock || !group) return tq::reject(__func__);
     FumacFamily fumac(sock);
     return unl_genl_multicast_id(fumac.get(), group);
 }

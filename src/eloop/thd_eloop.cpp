@@ -43,7 +43,7 @@ void call_due_timeout(eloop_state& loop, tq::Pass& pass) {
 }  // namespace
 
 int thd_eloop_init(eloop_state* loop, void* user_data) {
-    if (!loop) return TQ_FAIL("invalid parameters\n");
+    if (!loop) return tq::reject(__func__);
     if (!make_mutex_once()) return -1;
     *loop = {};
     loop->user_data = user_data;
@@ -53,19 +53,19 @@ int thd_eloop_init(eloop_state* loop, void* user_data) {
 int thd_eloop_register_read_sock(eloop_state* loop, int sock, eloop_sock_handler handler,
                                  void* eloop_data, void* user_data) {
     if (!loop || !tq::fits_descriptor_set(sock) || !handler) {
-        return TQ_FAIL("invalid parameters\n");
+        return tq::reject(__func__);
     }
     return tq::add_reader(*loop, {sock, eloop_data, user_data, handler});
 }
 
 int thd_eloop_unregister_read_sock(eloop_state* loop, int sock) {
-    if (!loop) return TQ_FAIL("invalid parameters\n");
+    if (!loop) return tq::reject(__func__);
     return tq::remove_reader(*loop, sock);
 }
 
 int thd_eloop_register_timeout(eloop_state* loop, unsigned secs, unsigned usecs,
                                eloop_timeout_handler handler, void* eloop_data, void* user_data) {
-    if (!loop || !handler) return TQ_FAIL("invalid parameters\n");
+    if (!loop || !handler) return tq::reject(__func__);
     tq::Timeout timeout = tq::new_timeout(secs, usecs, handler, eloop_data, user_data);
     if (!timeout) return -1;
     const Lock lock(g_eloop_mutex);
@@ -75,7 +75,7 @@ int thd_eloop_register_timeout(eloop_state* loop, unsigned secs, unsigned usecs,
 
 int thd_eloop_cancel_timeout(eloop_state* loop, eloop_timeout_handler handler, void* eloop_data,
                              void* user_data) {
-    if (!loop) return TQ_FAIL("invalid parameters\n");
+    if (!loop) return tq::reject(__func__);
     eloop_timeout* cancelled = nullptr;
     {
         const Lock lock(g_eloop_mutex);
@@ -85,7 +85,7 @@ int thd_eloop_cancel_timeout(eloop_state* loop, eloop_timeout_handler handler, v
 }
 
 int thd_eloop_run(eloop_state* loop) {
-    if (!loop) return TQ_FAIL("invalid parameters\n");
+    if (!loop) return tq::reject(__func__);
     while (!shared(loop->terminate)) {
         tq::Pass pass;
         const std::optional<tq_timeval> due = next_due(*loop);
@@ -104,19 +104,19 @@ int thd_eloop_run(eloop_state* loop) {
 }
 
 int thd_eloop_terminate(eloop_state* loop) {
-    if (!loop) return TQ_FAIL("invalid parameters\n");
+    if (!loop) return tq::reject(__func__);
     shared(loop->terminate) = 1;
     return 0;
 }
 
 int thd_eloop_destroy(eloop_state* loop) {
-    if (!loop) return TQ_FAIL("invalid parameters\n");
+    if (!loop) return tq::reject(__func__);
     tq::free_loop(*loop);
     return 0;
 }
 
 int thd_eloop_terminated(eloop_state* loop) {
-    if (!loop) return TQ_FAIL("invalid parameters\n");
+    if (!loop) return tq::reject(__func__);
     return shared(loop->terminate);
 }
 

@@ -137,14 +137,14 @@ int sys_image_check(void) {
 }
 
 int sys_sn_set(const char* serial) {
-    if (!serial) return TQ_FAIL("invalid parameters\n");
+    if (!serial) return tq::reject(__func__);
     if (redboot_load_config() != 1) return -1;
     if (add_text(redboot_sn_data_key, redboot_sn_title, serial) != 1) return 1;
     return save();
 }
 
 int sys_sn_get(char* out, uint32_t length) {
-    if (!out || static_cast<int32_t>(length) <= 0) return TQ_FAIL("invalid parameters\n");
+    if (!out || static_cast<int32_t>(length) <= 0) return tq::reject(__func__);
     *out = '\0';
     if (redboot_load_config() != 1) return -1;
     const char* serial = stored_text(redboot_sn_data_key, REDBOOT_CONFIG_STRING);

@@ -164,7 +164,7 @@ int get_info(const ImageInfo& image, char* out) {
 }  // namespace
 
 int mtd_open_match(const char* name, int index, uint8_t block) {
-    if (!name || index < 0) return TQ_FAIL("invalid parameters\n");
+    if (!name || index < 0) return tq::reject(__func__);
     if (*name == '/') return open_for_reading(name);
     const UniqueFd table(open_for_reading("/proc/mtd"));
     if (!table) return open_for_reading(name);
@@ -173,7 +173,7 @@ int mtd_open_match(const char* name, int index, uint8_t block) {
 }
 
 int mtd_open(const char* name, uint8_t block) {
-    if (!name) return TQ_FAIL("invalid parameters\n");
+    if (!name) return tq::reject(__func__);
     return mtd_open_match(name, 0, block);
 }
 

@@ -169,7 +169,7 @@ int tq_get_cpu_ticks(uint32_t* total, uint32_t* busy) {
 }
 
 int get_proc_cpuinfo(uint32_t* total, uint32_t* idle) {
-    if (!total || !idle) return TQ_FAIL("invalid parameter\n");
+    if (!total || !idle) return tq::reject_parameter(__func__);
     const UniqueFd file = open_to_read(kStat);
     if (!file) return TQ_FAIL("fopen fail\n");
     char line[kLineSize];
@@ -184,7 +184,7 @@ int get_proc_cpuinfo(uint32_t* total, uint32_t* idle) {
 }
 
 int get_proc_meminfo(uint32_t figures[PROC_MEMINFO_FIGURES]) {
-    if (!figures) return TQ_FAIL("invalid parameter\n");
+    if (!figures) return tq::reject_parameter(__func__);
     const UniqueFd file = open_to_read("/proc/meminfo");
     if (!file) return TQ_FAIL("fopen fail\n");
     LineReader lines(file.get());
@@ -204,7 +204,7 @@ int get_proc_meminfo(uint32_t figures[PROC_MEMINFO_FIGURES]) {
 }
 
 int tq_hal_get_sdram_size(uint32_t* size_kb) {
-    if (!size_kb) return TQ_FAIL("invalid parameter\n");
+    if (!size_kb) return tq::reject_parameter(__func__);
     uint32_t figures[PROC_MEMINFO_FIGURES] = {};
     if (get_proc_meminfo(figures) < 0) return TQ_FAIL("get_proc_meminfo fail\n");
     *size_kb = figures[PROC_MEMINFO_TOTAL];
@@ -212,7 +212,7 @@ int tq_hal_get_sdram_size(uint32_t* size_kb) {
 }
 
 int tq_get_memory_real_usage(uint32_t* percent) {
-    if (!percent) return TQ_FAIL("invalid parameter\n");
+    if (!percent) return tq::reject_parameter(__func__);
     *percent = 0;
     uint32_t figures[PROC_MEMINFO_FIGURES] = {};
     if (get_proc_meminfo(figures) < 0) return TQ_FAIL("get_proc_meminfo fail\n");
@@ -222,22 +222,22 @@ int tq_get_memory_real_usage(uint32_t* percent) {
 }
 
 int tq_get_memory_avg_usage(uint32_t* percent) {
-    if (!percent) return TQ_FAIL("invalid parameter\n");
+    if (!percent) return tq::reject_parameter(__func__);
     return relay(tq_get_mem_usage, percent);
 }
 
 int tq_get_cpu_avg_usage(uint32_t* percent) {
-    if (!percent) return TQ_FAIL("invalid parameter\n");
+    if (!percent) return tq::reject_parameter(__func__);
     return relay(tq_get_cpu_usage, percent);
 }
 
 int tq_get_cpu_real_usage(uint32_t* percent) {
-    if (!percent) return TQ_FAIL("invalid parameter\n");
+    if (!percent) return tq::reject_parameter(__func__);
     return relay(tq_get_cpu_cur_usage, percent);
 }
 
 int tq_get_sys_uptime(uint32_t* seconds) {
-    if (!seconds) return TQ_FAIL("invalid parameter\n");
+    if (!seconds) return tq::reject_parameter(__func__);
     *seconds = 0;
     struct sysinfo info {};
     if (sysinfo(&info) < 0) return TQ_FAIL("sysinfo fail\n");
@@ -246,7 +246,7 @@ int tq_get_sys_uptime(uint32_t* seconds) {
 }
 
 int tq_get_flash_free_size(uint32_t* free_kb) {
-    if (!free_kb) return TQ_FAIL("invalid parameter\n");
+    if (!free_kb) return tq::reject_parameter(__func__);
     *free_kb = 0;
     MountTable mounts;
     if (!mounts) return TQ_FAIL("setmntent fail\n");
@@ -275,7 +275,7 @@ int tq_hal_get_flash_size(void) {
 }
 
 int tq_hal_get_processor_type(char* buf, int len) {
-    if (!buf || len <= 0) return TQ_FAIL("invalid parameter\n");
+    if (!buf || len <= 0) return tq::reject_parameter(__func__);
     *buf = '\0';
     const UniqueFd file = open_to_read("/proc/cpuinfo");
     if (!file) return TQ_FAIL("fopen fail\n");
@@ -290,7 +290,7 @@ int tq_hal_get_processor_type(char* buf, int len) {
 }
 
 int tq_get_eth_flow(uint32_t port, uint32_t* in, uint32_t* out) {
-    if (!in || !out) return TQ_FAIL("invalid parameter\n");
+    if (!in || !out) return tq::reject_parameter(__func__);
     *in = 0;
     *out = 0;
     uint32_t flow = 0;
@@ -326,7 +326,7 @@ int tq_get_eth_stats(int port, if_stats* rec) {
 }
 
 int tq_get_if_statistics(int port, if_stats* rec) {
-    if (!rec) return TQ_FAIL("invalid parameter\n");
+    if (!rec) return tq::reject_parameter(__func__);
     const char* ifname = tq_get_eth_ifname(port);
     if (!ifname) return TQ_FAIL("tq_get_eth_ifname fail, index  = %d\n", port);
     *rec = {};
