@@ -122,11 +122,12 @@ void get_log_data(ubus_request* req, int, blob_attr* msg) {
     const bool failed = read_number(msg, "errorcode", number) && number != 0;
     if (!failed && read_log_number(msg, *static_cast<uint32_t*>(req->priv))) return;
     blob_attr* ip = failed ? nullptr : find_value(msg, "ip", BLOBMSG_TYPE_STRING);
-    if (ip) {
-        strcpy(static_cast<char*>(req->priv), blobmsg_get_string(ip));
-    } else {
+    if (!ip) {
         req->priv = nullptr;
+        return;
     }
+    const char* text = blobmsg_get_string(ip);
+    memcpy(req->priv, text, strlen(text) + 1);
 }
 
 namespace tq {

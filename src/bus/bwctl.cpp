@@ -44,7 +44,9 @@ int request_statistic(const char* function, tq::Statistic statistic, uint32_t in
     const notify_param params[] = {int_param("class_type", statistic),
                                    is_flow ? int_param("index", index) : kEndOfParams,
                                    kEndOfParams};
-    tq::StatisticRequest request = {statistic, number};
+    tq::StatisticRequest request = {};
+    request.statistic = statistic;
+    request.number = number;
     if (send_ubus_msg("statistics", "get", params, tq::store_statistic, &request) == 0) return 0;
     return TQ_FAIL_IN(function,
                       "notify_ubus_server(STATISTICS, METHOD_GET, param, %s, %s, 3 * 1000) fail\n",

