@@ -120,9 +120,9 @@ TQ_API int tq_get_eth_ability_of_speed(int port);
  * for a port that the board does not have or cannot name. */
 TQ_API char *tq_get_eth_ifname(int port);
 
-/* ---- WAN and LAN ---- */
-
-/* Failures of these are logged as "%s fail" with the call that failed, as written in the source. */
+/* ---- WAN and LAN ----
+ *
+ * Failures of these are logged as "%s fail" with the call that failed, as written in the source. */
 
 /* The board's WAN port: interface name, label on the case, and port, in whatever form the board
  * library has it. The buffers take at least 32 bytes. -1 with an empty text when the board has no

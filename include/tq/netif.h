@@ -1,8 +1,8 @@
 /* netif.h - network interfaces, the ARP table, gateways and host names, one call each.
  *
- * Each call opens a socket of its own, issues its ioctls and closes it; nothing is kept
- * between calls. None of these functions logs: a failure is the result alone, -1 where nothing else
- * is said, also for a rejected argument. errno is then left as the failing system call set it; a
+ * Each call opens a socket of its own, issues its ioctls and closes it; nothing is kept between
+ * calls. None of these functions logs: a failure is the result alone, -1 where nothing else is
+ * said, also for a rejected argument. errno is then left as the failing system call set it; a
  * rejected argument leaves it alone. An output is written on success only.
  *
  * IPv4 addresses, masks and gateways are 32-bit values in network byte order, as in sin_addr.
@@ -23,8 +23,8 @@ TQ_BEGIN_DECLS
 /* The IPv4 addresses of a host, as dotted-quad texts. The caller frees each of the count texts, and
  * then the array. */
 typedef struct ip_str_list {
-    char **array;
-    uint32_t count;
+    char **array;   /* the texts; null when there is none */
+    uint32_t count; /* how many */
 } ip_str_list;
 
 /* 1 when the interface is up (IFF_UP); 0 when it is not, there is none of that name or the kernel
