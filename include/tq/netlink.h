@@ -55,8 +55,8 @@ TQ_API int tq_genl_send(int family_id, struct nl_sock *sock, unsigned char cmd, 
 
 /* Receives a message of the family and copies the first attribute's payload, cut at size bytes,
  * into msg->data; msg->type becomes the command. Other attributes are not looked at. A message
- * without an attribute, or with one shorter than its own header, has no payload. Of a message of
- * more than 5020 bytes only those are received.
+ * without an attribute, or with one shorter than its own header, has no payload. One of more than
+ * 5020 bytes is received cut, and so refused.
  * The bytes copied, also in msg->len. -1 with *msg and its buffer untouched when an argument is
  * null or size is 0 ("%s:arguments is null" with the function's name), or when receiving fails:
  * then "%s:genl_rcv_msg error" at LOG_WARNING follows the reason, which is logged in the name of
