@@ -1,19 +1,18 @@
-# What is installed of the library: headers, libraries, manual pages, and how pkg-config and find_package() find them. What a
-# workstation has in place of the firmware's libraries goes beside libtq, into a directory of its own, where no other program
-# finds it by accident.
+# What is installed of the library: headers, libraries, and how pkg-config and find_package() find them. What a workstation
+# has in place of the firmware's libraries goes beside libtq, into a directory of its own, where no other program finds it by
+# accident.
 include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/tq)
 
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/tq DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
-install(TARGETS tq EXPORT tqTargets
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(TARGETS tq_static ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
-
 foreach(section IN ITEMS 1 3)
     install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section}
         FILES_MATCHING PATTERN "*.${section}")
 endforeach()
+install(TARGETS tq EXPORT tqTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(TARGETS tq_static ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 
 list(JOIN TQ_DEPENDENCY_LIBRARIES " " TQ_PC_PRIVATE)
 if(TQ_HOST_DEPENDENCIES)
