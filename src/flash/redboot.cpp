@@ -259,11 +259,11 @@ void redboot_print_config_entry(Entry* entry) {
     uint32_t number = 0;
     switch (entry->type) {
         case REDBOOT_CONFIG_BOOL:
-            get_value(entry, &number);
+            memcpy(&number, field, sizeof(number));
             printf("%s\n", number ? "true" : "false");
             break;
         case REDBOOT_CONFIG_INT:
-            get_value(entry, &number);
+            memcpy(&number, field, sizeof(number));
             printf("%lu\n", static_cast<unsigned long>(number));
             break;
         case REDBOOT_CONFIG_SCRIPT:
