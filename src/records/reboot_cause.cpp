@@ -65,7 +65,7 @@ constexpr uint32_t kBootSeconds = 10;
 constexpr uint8_t kStoredCauseOfReset = 4;
 
 // The driver's own request: whether the watchdog made the last reset.
-constexpr unsigned long kWatchdogMadeReset = 0x89ABCDF1;
+constexpr unsigned kWatchdogMadeReset = 0x89ABCDF1;
 
 // What rb_kernel_up_check says of its own place; field tools match on these lines.
 constexpr int kWatchdogLine = 395;
