@@ -166,6 +166,15 @@ int exit_status(int status) {
     return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
+// Whether the child's end was seen.
+bool wait_for(pid_t child, int* status) {
+    pid_t ended = 0;
+    do {
+        ended = waitpid(child, status, 0);
+    } while (ended < 0 && errno == EINTR);
+    return ended == child;
+}
+
 ExitCode run(Context& context, Arguments arguments) {
     if (strcmp(arguments[0], "--") == 0) arguments = arguments.subspan(1);
     if (arguments.empty()) return context.misuse("a command is needed");
@@ -178,7 +187,7 @@ ExitCode run(Context& context, Arguments arguments) {
         _exit(errno == ENOENT ? 127 : 126);
     }
     int status = 0;
-    const bool waited = child > 0 && TEMP_FAILURE_RETRY(waitpid(child, &status, 0)) == child;
+    const bool waited = child > 0 && wait_for(child, &status);
     tq_upgrade_mutex_end(handle);
     if (!waited) return context.fail(ExitCode::kInputOutput, "fork: %s", strerror(errno));
     // A document that nobody asked for would follow what the command itself printed.
