@@ -1,5 +1,5 @@
-/* bits/c++config.h - what g++ finds out about the C library when it is built, put right for musl; the headers beside this one
- * are those that a g++ for another C library has in other words.
+/* bits/c++config.h - what g++ finds out about the C library when it is built, put right for musl;
+ * the headers beside this one are those that a g++ for another C library has in other words.
  */
 #ifndef TQ_MUSL_CXXCONFIG_H
 #define TQ_MUSL_CXXCONFIG_H

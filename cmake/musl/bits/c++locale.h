@@ -1,4 +1,5 @@
-/* bits/c++locale.h - nothing here is linked to the C++ run-time library, so that its locales only need to be declared. */
+/* bits/c++locale.h - nothing here is linked to the C++ run-time library, so that its locales only
+ * need to be declared. */
 #ifndef TQ_MUSL_CXXLOCALE_H
 #define TQ_MUSL_CXXLOCALE_H
 

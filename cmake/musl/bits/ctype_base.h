@@ -1,4 +1,5 @@
-/* bits/ctype_base.h - the classes of characters, which musl's <ctype.h> has functions for and no table. */
+/* bits/ctype_base.h - the classes of characters, which musl's <ctype.h> has functions for and no
+ * table. */
 #ifndef TQ_MUSL_CTYPE_BASE_H
 #define TQ_MUSL_CTYPE_BASE_H
 
