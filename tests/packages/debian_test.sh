@@ -47,6 +47,7 @@ known_to_linker() {
 }
 
 [ -f /etc/config/wireless ] || fail "not on the simulated device"
+if command -v tqctl >/dev/null; then fail "tqctl is there already"; fi
 [ -z "$(ls /usr/lib/*/libtq.so* 2>/dev/null)" ] || fail "libtq is installed already"
 
 dpkg --force-unsafe-io -i "$packages/${library}_${version}_"*.deb "$packages/libtq-dev_${version}_"*.deb \
