@@ -196,7 +196,8 @@ int Pass::wait_in_select(int count) {
 }
 
 int Pass::wait_in_pselect(int count, const sigset_t* mask) {
-    const timespec limit = {.tv_sec = limit_.tv_sec, .tv_nsec = limit_.tv_usec * 1000};
+    const long nanoseconds = static_cast<long>(limit_.tv_usec) * 1000;
+    const timespec limit = {.tv_sec = limit_.tv_sec, .tv_nsec = nanoseconds};
     return pselect(count, &readable_, nullptr, nullptr, limited_ ? &limit : nullptr, mask);
 }
 
