@@ -9,9 +9,18 @@ set(elsewhere
     TqctlNetif.SetStopsAtARefusalAndSaysWhichItWas
     TqctlResolve.AnUnknownNameEndsWithOne
     TqctlResolve.WithoutAnAnswerEndsWithThree)
+# qemu-user knows no netlink but the kernel's routing, and what tqctl sends a signal to is of another machine than tqctl.
+if(CMAKE_CROSSCOMPILING_EMULATOR)
+    list(APPEND elsewhere
+        TqctlNetlink.FamilyPrintsItsNumber
+        TqctlNetlink.GenlListen*
+        TqctlNetlink.ListenPrintsALineForEachMessage
+        TqctlNetlink.Send*
+        TqctlLogTest.LevelReachesTheProcess)
+endif()
 list(JOIN elsewhere ":" elsewhere)
 
 foreach(name IN LISTS TQ_TQCTL_TESTS TQ_EXAMPLE_TESTS)
     add_test(NAME ${name} COMMAND ${TQ_DEVICE_COMMAND} ${TQ_TEST_PROGRAMS}/${name})
-    set_tests_properties(${name} PROPERTIES TIMEOUT 120 ENVIRONMENT "${TQ_TEST_ENVIRONMENT};GTEST_FILTER=-${elsewhere}")
+    set_tests_properties(${name} PROPERTIES TIMEOUT 240 ENVIRONMENT "${TQ_TEST_ENVIRONMENT};GTEST_FILTER=-${elsewhere}")
 endforeach()
