@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "families.h"
+#include "number.h"
 
 namespace tqctl {
 
@@ -61,12 +62,10 @@ ExitCode show(Context& context, Arguments) {
 }
 
 ExitCode ssid(Context& context, Arguments arguments) {
-    char* end = nullptr;
-    const long number = strtol(arguments[0], &end, 10);
-    if (!*arguments[0] || *end || number < 0 || number > 999)
-        return context.misuse("'%s' is not a number from 0 to 999", arguments[0]);
+    const std::optional<int64_t> number = parse_number(arguments[0], 0, 999);
+    if (!number) return context.misuse("'%s' is not a number from 0 to 999", arguments[0]);
     char name[33];
-    get_default_ssid(name, sizeof(name), 0, static_cast<int>(number));
+    get_default_ssid(name, sizeof(name), 0, static_cast<int>(*number));
     context.output.value("ssid", name);
     return ExitCode::kDone;
 }

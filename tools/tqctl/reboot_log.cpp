@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "families.h"
+#include "number.h"
 
 namespace tqctl {
 
@@ -31,14 +32,6 @@ ExitCode explain(const Context& context) {
     if (store)
         return context.fail(ExitCode::kInputOutput, "%s: does not take what is written", path);
     return context.fail(exit_code_of(errno), "%s: %s", path, strerror(errno));
-}
-
-// A decimal number from `low` to `high`, and nothing else.
-bool parse_number(const char* text, long low, long high, long& number) {
-    char* end = nullptr;
-    errno = 0;
-    number = strtol(text, &end, 10);
-    return end != text && !*end && errno == 0 && number >= low && number <= high;
 }
 
 // list
@@ -94,11 +87,12 @@ Json describe(const reboot_cause_record& record) {
 }
 
 ExitCode list(Context& context, Arguments arguments) {
-    long maximum = REBOOT_CAUSE_RECORDS;
-    if (!arguments.empty() && !parse_number(arguments[0], 1, REBOOT_CAUSE_RECORDS, maximum))
-        return context.misuse("'%s' is not a number from 1 to 20", arguments[0]);
+    const std::optional<int64_t> maximum =
+        arguments.empty() ? REBOOT_CAUSE_RECORDS
+                          : parse_number(arguments[0], 1, REBOOT_CAUSE_RECORDS);
+    if (!maximum) return context.misuse("'%s' is not a number from 1 to 20", arguments[0]);
     reboot_cause_record records[REBOOT_CAUSE_RECORDS];
-    const int count = rb_read_reboot_cause(records, static_cast<int>(maximum));
+    const int count = rb_read_reboot_cause(records, static_cast<int>(*maximum));
     if (count < 0) return explain(context);
     if (!context.output.is_json()) {
         std::for_each_n(records, count, print_record);
@@ -136,13 +130,12 @@ ExitCode stats(Context& context, Arguments) {
 // add
 
 ExitCode add(Context& context, Arguments arguments) {
-    long cause = 0;
-    if (!parse_number(arguments[0], 0, UINT8_MAX, cause))
-        return context.misuse("'%s' is not a number from 0 to 255", arguments[0]);
+    const std::optional<int64_t> cause = parse_number(arguments[0], 0, UINT8_MAX);
+    if (!cause) return context.misuse("'%s' is not a number from 0 to 255", arguments[0]);
     constexpr size_t kLongest = sizeof(reboot_cause_record::message) - 1;
     if (strlen(arguments[1]) > kLongest)
         return context.fail(ExitCode::kRefused, "a message is at most %zu bytes long", kLongest);
-    const int result = rb_write_reboot_cause(static_cast<int>(cause), "tqctl", "reboot-log add",
+    const int result = rb_write_reboot_cause(static_cast<int>(*cause), "tqctl", "reboot-log add",
                                              __LINE__, "%s", arguments[1]);
     if (result == 1) return context.fail(ExitCode::kRefused, "this run has its record already");
     return result == 0 ? ExitCode::kDone : explain(context);
@@ -151,16 +144,15 @@ ExitCode add(Context& context, Arguments arguments) {
 // panic
 
 ExitCode panic(Context& context, Arguments arguments) {
-    long identifier = 0;
-    if (!parse_number(arguments[0], 0, UINT16_MAX, identifier))
-        return context.misuse("'%s' is not a number from 0 to 65535", arguments[0]);
+    const std::optional<int64_t> identifier = parse_number(arguments[0], 0, UINT16_MAX);
+    if (!identifier) return context.misuse("'%s' is not a number from 0 to 65535", arguments[0]);
     reboot_cause_statistic statistic;
     if (rb_read_reboot_statistic(&statistic) != 0) return explain(context);
     reboot_panic_buffer buffer{};
-    buffer.identifier = static_cast<uint32_t>(identifier);
+    buffer.identifier = static_cast<uint32_t>(*identifier);
     // A fresh store has two texts of the identifier 0, and nothing in them.
     if (rb_read_panic_by_index(&buffer) != 0 || !*buffer.text)
-        return context.fail(ExitCode::kRefused, "no panic has the identifier %ld", identifier);
+        return context.fail(ExitCode::kRefused, "no panic has the identifier %s", arguments[0]);
     std::string_view text = text_of(buffer.text);
     if (text.back() == '\n') text.remove_suffix(1);
     context.output.value("text", text);
