@@ -20,10 +20,6 @@ struct Fact {
 using GetWanFact = int (*)(char*);
 using GetLanFact = int (*)(int, char*);
 
-Json number(int64_t value) {
-    return Json(json_object_new_int64(value));
-}
-
 // What the board does not say is no member.
 Json text_if_any(const char* text) {
     return *text ? json_text(text) : nullptr;
@@ -32,12 +28,6 @@ Json text_if_any(const char* text) {
 Json wan_fact(GetWanFact get) {
     Fact fact;
     return get(fact.text) == 0 ? text_if_any(fact.text) : nullptr;
-}
-
-const char* text_of(const Json& object, const char* key) {
-    json_object* value = nullptr;
-    return json_object_object_get_ex(object.get(), key, &value) ? json_object_get_string(value)
-                                                                : "-";
 }
 
 // The number of radios, and the answer to whether there is a board to ask.
@@ -60,9 +50,9 @@ Json describe_board(int radios) {
     json_add(object.get(), "model", text_if_any(model.text));
     json_add(object.get(), "mode", json_text(tq_get_apmode() == 0 ? "fat" : "managed"));
     json_add(object.get(), "forward", json_text(forward_mode()));
-    json_add(object.get(), "radios", number(radios));
-    json_add(object.get(), "ports", number(tq_get_dev_if_count()));
-    json_add(object.get(), "lan_ports", number(tq_get_dev_lan_count()));
+    json_add(object.get(), "radios", json_number(radios));
+    json_add(object.get(), "ports", json_number(tq_get_dev_if_count()));
+    json_add(object.get(), "lan_ports", json_number(tq_get_dev_lan_count()));
     json_add(object.get(), "wan_name", wan_fact(get_wan_if_name));
     json_add(object.get(), "wan_label", wan_fact(get_wan_if_label));
     json_add(object.get(), "wan_port", wan_fact(get_wan_if_port));
@@ -73,47 +63,33 @@ ExitCode show(Context& context, Arguments) {
     int radios = 0;
     const ExitCode code = count_radios(context, radios);
     if (code != ExitCode::kDone) return code;
-    const Json object = describe_board(radios);
-    if (context.output.is_json()) {
-        context.output.document(object);
-        return ExitCode::kDone;
-    }
-    json_object_object_foreach(object.get(), key, value) {
-        context.output.member(key, json_object_get_string(value));
-    }
+    context.output.members(describe_board(radios));
     return ExitCode::kDone;
 }
 
 // radios, ports: a row each
 
 using Describe = Json (*)(int);
-using PrintRow = void (*)(const Json&);
+using PrintRow = void (*)(int);
 
 ExitCode list(Context& context, int count, Describe describe, PrintRow print_row) {
-    const Json array(json_object_new_array());
-    for (int i = 0; i < count; i++) {
-        Json row = describe(i);
-        if (context.output.is_json()) {
-            json_object_array_add(array.get(), row.release());
-        } else {
-            print_row(row);
-        }
-    }
-    if (context.output.is_json()) context.output.document(array);
+    Rows rows(context.output);
+    for (int i = 0; i < count; i++)
+        rows.add(i, describe, print_row);
     return ExitCode::kDone;
 }
 
 // As the results of the short forms they would be zeros where the board does not say.
 void add_numbers(json_object* object, int radio) {
     unsigned modes = 0;
-    if (bbi_radio_support_mode(radio, &modes) == 0) json_add(object, "modes", number(modes));
+    if (bbi_radio_support_mode(radio, &modes) == 0) json_add(object, "modes", json_number(modes));
     int bss = 0;
-    if (bbi_radio_bss_support(radio, &bss) == 0) json_add(object, "bss", number(bss));
+    if (bbi_radio_bss_support(radio, &bss) == 0) json_add(object, "bss", json_number(bss));
 }
 
 Json describe_radio(int radio) {
     Json object(json_object_new_object());
-    json_add(object.get(), "radio", number(radio));
+    json_add(object.get(), "radio", json_number(radio));
     json_add(object.get(), "device", text_if_any(bbi_radio_device_ret(radio)));
     json_add(object.get(), "prefix", text_if_any(bbi_radio_prefix_ifname_ret(radio)));
     add_numbers(object.get(), radio);
@@ -121,7 +97,8 @@ Json describe_radio(int radio) {
     return object;
 }
 
-void print_radio(const Json& radio) {
+void print_radio(int index) {
+    const Json radio = describe_radio(index);
     printf("%s %-7s %-7s modes=%s bss=%s %s\n", text_of(radio, "radio"), text_of(radio, "device"),
            text_of(radio, "prefix"), text_of(radio, "modes"), text_of(radio, "bss"),
            text_of(radio, "proc_dir"));
@@ -164,17 +141,18 @@ void describe_role(json_object* object, const char* ifname) {
 
 Json describe_port(int port) {
     Json object(json_object_new_object());
-    json_add(object.get(), "port", number(port));
+    json_add(object.get(), "port", json_number(port));
     const char* name = tq_get_eth_ifname(port);
     if (name) json_add(object.get(), "name", json_text(name));
-    json_add(object.get(), "kind", number(tq_get_eth_linktype(port)));
+    json_add(object.get(), "kind", json_number(tq_get_eth_linktype(port)));
     const int ability = tq_get_eth_ability_of_speed(port);
-    if (ability != 0) json_add(object.get(), "ability", number(ability));
+    if (ability != 0) json_add(object.get(), "ability", json_number(ability));
     if (name) describe_role(object.get(), name);
     return object;
 }
 
-void print_port(const Json& port) {
+void print_port(int index) {
+    const Json port = describe_port(index);
     printf("%s %-7s kind=%s ability=%s %s %s\n", text_of(port, "port"), text_of(port, "name"),
            text_of(port, "kind"), text_of(port, "ability"), text_of(port, "role"),
            text_of(port, "label"));

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <utility>
 
 #include "bus_connection.h"
 #include "families.h"
@@ -61,9 +62,9 @@ Json json_of_fields(void* data, size_t size, bool named, int depth) {
         if (!blobmsg_check_attr_len(attribute, named, rest)) break;
         Json value = json_of_attribute(attribute, depth);
         if (named) {
-            json_add(fields.get(), blobmsg_name(attribute), static_cast<Json&&>(value));
+            json_add(fields.get(), blobmsg_name(attribute), std::move(value));
         } else if (json_object_array_add(fields.get(), value.get()) == 0) {
-            (void)value.release();
+            (void)value.release();  // null as well: the elements behind it keep their places
         }
         const size_t step = blob_pad_len(attribute);
         if (step > rest) break;
@@ -92,13 +93,13 @@ Json json_of_attribute(blob_attr* attribute, int depth) {
         case BLOBMSG_TYPE_STRING:
             return json_text(blobmsg_get_string(attribute));
         case BLOBMSG_TYPE_BOOL:
-            return Json(json_object_new_boolean(blobmsg_get_bool(attribute)));
+            return json_bool(blobmsg_get_bool(attribute));
         case BLOBMSG_TYPE_DOUBLE:
             return json_of_double(blobmsg_get_double(attribute));
         case BLOBMSG_TYPE_INT64:
         case BLOBMSG_TYPE_INT32:
         case BLOBMSG_TYPE_INT16:
-            return Json(json_object_new_int64(blobmsg_cast_s64(attribute)));
+            return json_number(blobmsg_cast_s64(attribute));
         default:
             return Json(nullptr);
     }
@@ -183,9 +184,7 @@ class BusContext {
 
 // The private pointer is the array of paths.
 void add_path(ubus_context*, ubus_object_data* object, void* priv) {
-    Json path = json_text(object->path);
-    if (json_object_array_add(static_cast<json_object*>(priv), path.get()) == 0)
-        (void)path.release();
+    json_append(static_cast<json_object*>(priv), json_text(object->path));
 }
 
 void print_paths(Output& output, const Json& paths) {

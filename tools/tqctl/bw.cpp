@@ -6,6 +6,7 @@
 
 #include "bus_connection.h"
 #include "families.h"
+#include "mac_text.h"
 #include "number.h"
 
 namespace tqctl {
@@ -18,7 +19,7 @@ struct Request {
 
     Kind kind;
     const char* vap = nullptr;
-    unsigned char mac[6] = {};
+    Mac mac{};
     uint32_t up = 0;
     uint32_t down = 0;
     uint32_t stations = 0;
@@ -33,7 +34,7 @@ int send(const Request& request) {
         case Kind::kUser:
             return set_user_bwctl(request.vap, request.up, request.down);
         case Kind::kStation:
-            return set_sta_bwctl(request.vap, request.up, request.down, request.mac);
+            return set_sta_bwctl(request.vap, request.up, request.down, request.mac.data());
         case Kind::kMaxStations:
             return set_max_sta_bwctl(request.vap, request.stations);
         case Kind::kSave:
@@ -66,7 +67,7 @@ class Display {
         char digits[16];
         snprintf(digits, sizeof(digits), "%u", value);
         if (!output_.is_json()) output_.member(key, digits);
-        json_add(message_.get(), key, Json(json_object_new_int64(value)));
+        json_add(message_.get(), key, json_number(value));
     }
     void finish() {
         if (!output_.is_json()) return;
@@ -85,19 +86,12 @@ class Display {
     Json message_{json_object_new_object()};
 };
 
-void show_mac(Display& display, const unsigned char (&mac)[6]) {
-    char text[sizeof("00:00:00:00:00:00")];
-    snprintf(text, sizeof(text), "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
-             mac[4], mac[5]);
-    display.field("macaddr", text);
-}
-
 void show_limit(Display& display, const Request& request) {
     const bool removes = request.up == 0 && request.down == 0;
     display.head("bwctrl", removes ? "del" : "set");
     display.field("class_type", static_cast<uint32_t>(request.kind));
     display.field("vap_name", request.vap);
-    if (request.kind == Kind::kStation) show_mac(display, request.mac);
+    if (request.kind == Kind::kStation) display.field("macaddr", MacText(request.mac.data()).text);
     if (removes) return;
     display.field("up", request.up);
     display.field("down", request.down);
@@ -152,13 +146,6 @@ const KindName* find_kind(const char* name) {
     return nullptr;
 }
 
-bool parse_mac(const char* text, unsigned char (&mac)[6]) {
-    int end = 0;
-    const int found = sscanf(text, "%2hhx:%2hhx:%2hhx:%2hhx:%2hhx:%2hhx%n", &mac[0], &mac[1],
-                             &mac[2], &mac[3], &mac[4], &mac[5], &end);
-    return found == 6 && end == 17 && !text[17];
-}
-
 // Takes KIND VAP [MAC] off the words, which are then the numbers; what is wrong, or null.
 const char* parse_target(Arguments& words, Request& request) {
     const KindName* kind = find_kind(words[0]);
@@ -167,7 +154,9 @@ const char* parse_target(Arguments& words, Request& request) {
     request.vap = words[1];
     words = words.subspan(2);
     if (request.kind != Kind::kStation) return nullptr;
-    if (words.empty() || !parse_mac(words[0], request.mac)) return "a station needs its MAC";
+    const std::optional<Mac> mac = words.empty() ? std::nullopt : parse_mac(words[0]);
+    if (!mac) return "a station needs its MAC";
+    request.mac = *mac;
     words = words.subspan(1);
     return nullptr;
 }

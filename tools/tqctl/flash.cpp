@@ -10,6 +10,7 @@
 
 #include "boot_block.h"
 #include "families.h"
+#include "file.h"
 
 namespace tqctl {
 
@@ -41,11 +42,10 @@ bool parse(const char* line, Partition& partition) {
 Json describe(const Partition& partition) {
     Json object(json_object_new_object());
     const bool whole =
-        json_add(object.get(), "number", Json(json_object_new_int(partition.number))) &&
+        json_add(object.get(), "number", json_number(partition.number)) &&
         json_add(object.get(), "name", json_text(partition.name)) &&
-        json_add(object.get(), "size",
-                 Json(json_object_new_int64(static_cast<int64_t>(partition.size)))) &&
-        json_add(object.get(), "erase_size", Json(json_object_new_int64(partition.erase_size)));
+        json_add(object.get(), "size", json_number(static_cast<int64_t>(partition.size))) &&
+        json_add(object.get(), "erase_size", json_number(partition.erase_size));
     return whole ? std::move(object) : nullptr;
 }
 
@@ -56,30 +56,24 @@ void print(const Partition& partition) {
 
 ExitCode list_table(Context& context, FILE* table) {
     ExitCode code = ExitCode::kDone;
-    Json array(json_object_new_array());
+    Rows rows(context.output);
     char line[512];
     for (int number = 1; fgets(line, sizeof(line), table); number++) {
         if (strncmp(line, "dev:", 4) == 0) continue;
         Partition partition{};
         if (!parse(line, partition)) {
             code = context.fail(ExitCode::kDamaged, "%s: line %d is no partition", kTable, number);
-        } else if (!context.output.is_json()) {
-            print(partition);
         } else {
-            Json object = describe(partition);
-            if (json_object_array_add(array.get(), object.get()) == 0) (void)object.release();
+            rows.add(partition, describe, print);
         }
     }
-    if (context.output.is_json()) context.output.document(array);
     return code;
 }
 
 ExitCode list(Context& context, Arguments) {
-    FILE* table = fopen(kTable, "re");
+    const File table(fopen(kTable, "re"));
     if (!table) return context.fail(exit_code_of(errno), "%s: %s", kTable, strerror(errno));
-    const ExitCode code = list_table(context, table);
-    fclose(table);
-    return code;
+    return list_table(context, table.get());
 }
 
 // version

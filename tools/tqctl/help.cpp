@@ -60,8 +60,7 @@ Json describe(const Family& family, const Command& command) {
 }
 
 void append_command(Json& array, const Family& family, const Command& command) {
-    Json object = describe(family, command);
-    if (json_object_array_add(array.get(), object.get()) == 0) (void)object.release();
+    json_append(array.get(), describe(family, command));
 }
 
 void append_family(Json& array, const Family& family) {

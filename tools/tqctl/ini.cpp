@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "families.h"
+#include "file.h"
 
 namespace tqctl {
 
@@ -23,11 +24,6 @@ struct FreeDictionary {
     void operator()(dictionary* d) const { iniparser_freedict(d); }
 };
 using Ini = std::unique_ptr<dictionary, FreeDictionary>;
-
-struct CloseStream {
-    void operator()(FILE* stream) const { fclose(stream); }
-};
-using Stream = std::unique_ptr<FILE, CloseStream>;
 
 ExitCode fail_by_errno(const Context& context, const char* path) {
     return context.fail(exit_code_of(errno), "%s: %s", path, strerror(errno));
@@ -246,7 +242,7 @@ class Replacement {
     HeapText path_;
     char* name_ = nullptr;
     bool failed_ = false;
-    Stream stream_;
+    File stream_;
 };
 
 // Nothing takes the file's place but what reads back as the same.

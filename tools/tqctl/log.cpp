@@ -229,11 +229,10 @@ struct ServerText {
 
 Json describe(const syslog_process& process) {
     Json object(json_object_new_object());
-    json_add(object.get(), "id", Json(json_object_new_int64(process.id)));
+    json_add(object.get(), "id", json_number(process.id));
     json_add(object.get(), "name", json_text(process.name));
     json_add(object.get(), "tag", json_text(process.tag));
-    json_add(object.get(), "level",
-             Json(json_object_new_int64(static_cast<int32_t>(process.level))));
+    json_add(object.get(), "level", json_number(static_cast<int32_t>(process.level)));
     json_add(object.get(), "facility", json_text(facility_name(process.facility)));
     json_add(object.get(), "server", json_text(ServerText(process).text));
     return object;
@@ -246,12 +245,12 @@ void print_row(const syslog_process& process) {
 
 Json describe_all() {
     Json object(json_object_new_object());
-    json_add(object.get(), "remote", Json(json_object_new_boolean(get_syslog_status() != 0)));
-    json_add(object.get(), "size", Json(json_object_new_int64(get_syslog_file_size())));
-    json_add(object.get(), "trace", Json(json_object_new_boolean(wcd_trace.enable != 0)));
+    json_add(object.get(), "remote", json_bool(get_syslog_status() != 0));
+    json_add(object.get(), "size", json_number(get_syslog_file_size()));
+    json_add(object.get(), "trace", json_bool(wcd_trace.enable != 0));
     Json processes(json_object_new_array());
     for (const syslog_process& process : known_processes())
-        json_object_array_add(processes.get(), describe(process).release());
+        json_append(processes.get(), describe(process));
     json_add(object.get(), "processes", std::move(processes));
     return object;
 }

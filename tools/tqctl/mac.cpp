@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "families.h"
+#include "mac_text.h"
 #include "number.h"
 
 namespace tqctl {
@@ -14,10 +15,7 @@ namespace {
 constexpr int kMacSize = 6;
 
 void show_address(Context& context, const char* name, const uint8_t* mac) {
-    char text[18];
-    snprintf(text, sizeof(text), "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
-             mac[4], mac[5]);
-    context.output.member(name, text);
+    context.output.member(name, MacText(mac).text);
 }
 
 void show_lan(Context& context) {

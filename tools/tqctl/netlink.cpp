@@ -64,8 +64,8 @@ class Shown {
   private:
     [[nodiscard]] Json json() const {
         Json object(json_object_new_object());
-        json_add(object.get(), "type", Json(json_object_new_int(message.type)));
-        json_add(object.get(), "length", Json(json_object_new_int(message.len)));
+        json_add(object.get(), "type", json_number(message.type));
+        json_add(object.get(), "length", json_number(message.len));
         json_add(object.get(), "data", json_text(digits_));
         return object;
     }

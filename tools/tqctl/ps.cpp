@@ -41,7 +41,7 @@ ExitCode list_running(Context& context) {
         if (running < 0) return unreadable(context);
         if (!running) continue;
         if (!context.output.is_json()) context.output.value("", process.name);
-        json_object_array_add(names.get(), json_text(process.name).release());
+        json_append(names.get(), json_text(process.name));
     }
     json_add(object.get(), "running", std::move(names));
     if (context.output.is_json()) context.output.document(object);

@@ -9,20 +9,15 @@
 #include <cstring>
 #include <ctime>
 #include <iterator>
-#include <memory>
 #include <utility>
 
 #include "families.h"
+#include "file.h"
 #include "number.h"
 
 namespace tqctl {
 
 namespace {
-
-struct CloseFile {
-    void operator()(FILE* file) const { fclose(file); }
-};
-using File = std::unique_ptr<FILE, CloseFile>;
 
 // Why the library could not use the store.
 ExitCode explain(const Context& context) {
@@ -69,17 +64,13 @@ void print_record(const reboot_cause_record& record) {
     print_field(text_of(record.location), '\n');
 }
 
-Json number(int64_t value) {
-    return Json(json_object_new_int64(value));
-}
-
 Json describe(const reboot_cause_record& record) {
     Json object(json_object_new_object());
-    const bool whole = json_add(object.get(), "sequence", number(record.sequence)) &&
-                       json_add(object.get(), "cause", number(record.cause)) &&
-                       json_add(object.get(), "time", number(record.time)) &&
+    const bool whole = json_add(object.get(), "sequence", json_number(record.sequence)) &&
+                       json_add(object.get(), "cause", json_number(record.cause)) &&
+                       json_add(object.get(), "time", json_number(record.time)) &&
                        json_add(object.get(), "time_quality", json_text(quality_name(record))) &&
-                       json_add(object.get(), "uptime", number(record.uptime)) &&
+                       json_add(object.get(), "uptime", json_number(record.uptime)) &&
                        json_add(object.get(), "process", json_text(text_of(record.process))) &&
                        json_add(object.get(), "message", json_text(text_of(record.message))) &&
                        json_add(object.get(), "location", json_text(text_of(record.location)));
@@ -94,36 +85,24 @@ ExitCode list(Context& context, Arguments arguments) {
     reboot_cause_record records[REBOOT_CAUSE_RECORDS];
     const int count = rb_read_reboot_cause(records, static_cast<int>(*maximum));
     if (count < 0) return explain(context);
-    if (!context.output.is_json()) {
-        std::for_each_n(records, count, print_record);
-        return ExitCode::kDone;
-    }
-    const Json array(json_object_new_array());
-    for (int i = 0; i < count; i++) {
-        Json object = describe(records[i]);
-        if (json_object_array_add(array.get(), object.get()) == 0) (void)object.release();
-    }
-    context.output.document(array);
+    Rows rows(context.output);
+    for (int i = 0; i < count; i++)
+        rows.add(records[i], describe, print_record);
     return ExitCode::kDone;
 }
 
 // stats
-
-void print_count(Context& context, const char* key, int64_t count) {
-    if (context.output.is_json()) return context.output.value(key, count);
-    printf("%s=%" PRId64 "\n", key, count);
-}
 
 ExitCode stats(Context& context, Arguments) {
     reboot_cause_statistic statistic;
     if (rb_read_reboot_statistic(&statistic) != 0) return explain(context);
     constexpr const char* kKeys[] = {"cause1", "cause2", "cause3", "cause4", "cause5"};
     static_assert(std::size(kKeys) == std::size(statistic.cause_count));
-    print_count(context, "total", statistic.total);
+    context.output.member("total", statistic.total);
     for (size_t i = 0; i < std::size(kKeys); i++)
-        print_count(context, kKeys[i], statistic.cause_count[i]);
-    print_count(context, "other", statistic.other_count);
-    print_count(context, "last_cause", statistic.last_cause);
+        context.output.member(kKeys[i], statistic.cause_count[i]);
+    context.output.member("other", statistic.other_count);
+    context.output.member("last_cause", statistic.last_cause);
     return ExitCode::kDone;
 }
 

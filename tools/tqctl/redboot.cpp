@@ -11,6 +11,7 @@
 
 #include "boot_block.h"
 #include "families.h"
+#include "mac_text.h"
 
 namespace tqctl {
 
@@ -65,15 +66,9 @@ const char* ParsedValue::parse_ip(const char* spelling) {
 }
 
 const char* ParsedValue::parse_ethernet_address(const char* spelling) {
-    unsigned octets[6];
-    int used = 0;
-    const int got = sscanf(spelling, "%2x:%2x:%2x:%2x:%2x:%2x%n", &octets[0], &octets[1],
-                           &octets[2], &octets[3], &octets[4], &octets[5], &used);
-    const bool is_plain = !spelling[strspn(spelling, "0123456789abcdefABCDEF:")];
-    if (got != 6 || spelling[used] || !is_plain) return "an esa is written as 02:00:5e:00:53:01";
-    for (size_t i = 0; i < 6; i++) {
-        bytes_[i] = static_cast<unsigned char>(octets[i]);
-    }
+    const std::optional<Mac> mac = parse_mac(spelling);
+    if (!mac) return "an esa is written as 02:00:5e:00:53:01";
+    memcpy(bytes_, mac->data(), mac->size());
     return nullptr;
 }
 
@@ -115,27 +110,23 @@ Json describe(const BlockEntry& entry) {
                  json_add(object.get(), "value", json_text(value.view()));
     if (!entry.enable_key.empty()) {
         whole = whole && json_add(object.get(), "enable_key", json_text(entry.enable_key)) &&
-                json_add(object.get(), "enable_sense",
-                         Json(json_object_new_boolean(entry.enable_sense)));
+                json_add(object.get(), "enable_sense", json_bool(entry.enable_sense));
     }
     return whole ? std::move(object) : nullptr;
+}
+
+void print(const BlockEntry& entry) {
+    const ValueText value(entry);
+    printf("%s=%s\n", OneLine(entry.key).c_str(), OneLine(value.view()).c_str());
 }
 
 ExitCode list(Context& context, Arguments) {
     const ExitCode loaded = load_block(context);
     if (loaded != ExitCode::kDone) return loaded;
-    Json array(json_object_new_array());
+    Rows rows(context.output);
     BlockReader reader(redboot_config);
-    while (const auto entry = reader.next()) {
-        if (context.output.is_json()) {
-            Json object = describe(*entry);
-            if (json_object_array_add(array.get(), object.get()) == 0) (void)object.release();
-        } else {
-            const ValueText value(*entry);
-            context.output.member(OneLine(entry->key).c_str(), OneLine(value.view()).c_str());
-        }
-    }
-    if (context.output.is_json()) context.output.document(array);
+    while (const auto entry = reader.next())
+        rows.add(*entry, describe, print);
     return report_damage(context);
 }
 

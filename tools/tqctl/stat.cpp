@@ -23,7 +23,7 @@ Json object() {
 }
 
 void add(const Json& figures, const char* key, int64_t number) {
-    json_add(figures.get(), key, Json(json_object_new_int64(number)));
+    json_add(figures.get(), key, json_number(number));
 }
 
 void add_counter(const Json& figures, const char* key, uint64_t count) {
@@ -120,33 +120,12 @@ ExitCode read_ports(const Json& figures) {
     return code;
 }
 
-// Lines "key=value", the keys of what is nested in front.
-void print_lines(Output& output, json_object* figures, const char* prefix) {
-    json_object_object_foreach(figures, key, value) {
-        char path[128];
-        snprintf(path, sizeof(path), "%s%s%s", prefix, *prefix ? "." : "", key);
-        if (json_object_is_type(value, json_type_object)) {
-            print_lines(output, value, path);
-        } else {
-            output.member(path, json_object_get_string(value));
-        }
-    }
-}
-
-void print(Context& context, const Json& figures) {
-    if (context.output.is_json()) {
-        context.output.document(figures);
-    } else {
-        print_lines(context.output, figures.get(), "");
-    }
-}
-
 using Reader = ExitCode (*)(const Json&);
 
 ExitCode show(Context& context, Reader read) {
     const Json figures = object();
     const ExitCode code = read(figures);
-    print(context, figures);
+    context.output.members(figures);
     if (code == ExitCode::kDone) return code;
     return context.fail(code, "not every figure can be read");
 }

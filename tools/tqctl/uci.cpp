@@ -97,10 +97,6 @@ const char* UciPath::split_section(char* section) {
     return nullptr;
 }
 
-ExitCode explain(const Context& context, const char* subject, const Cause& cause) {
-    return context.fail(cause.code, "%s: %s", subject, cause.text);
-}
-
 // Runs a change of the file; its result is negative for a failure.
 template <typename Change>
 ExitCode apply(const Context& context, const char* file, Change change) {

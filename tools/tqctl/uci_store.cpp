@@ -16,6 +16,8 @@
 #include <cstring>
 #include <optional>
 
+#include "file.h"
+
 namespace tqctl {
 
 namespace {
@@ -28,21 +30,6 @@ constexpr size_t kLongestChange = 1024;
 
 // Where most values fit, whatever the files' sizes are.
 constexpr size_t kUsualRoom = 65536;
-
-class UniqueFd {
-  public:
-    explicit UniqueFd(int fd) : fd_(fd) {}
-    ~UniqueFd() {
-        if (fd_ >= 0) close(fd_);
-    }
-    UniqueFd(const UniqueFd&) = delete;
-    UniqueFd& operator=(const UniqueFd&) = delete;
-
-    [[nodiscard]] int get() const { return fd_; }
-
-  private:
-    int fd_;
-};
 
 class FilePath {
   public:
@@ -111,6 +98,10 @@ std::optional<Cause> obstacle_to_new_file(const char* directory, size_t size) {
 
 }  // namespace
 
+ExitCode explain(const Context& context, const char* subject, const Cause& cause) {
+    return context.fail(cause.code, "%s: %s", subject, cause.text);
+}
+
 bool is_present(const char* file) {
     const FilePath path(kConfigDirectory, file);
     return eaccess(path.c_str(), F_OK) == 0;
@@ -136,6 +127,13 @@ Cause cause_of_failure(const char* file, const char* otherwise) {
     if (const auto obstacle = obstacle_to_reading(file)) return *obstacle;
     if (!loads(file)) return {ExitCode::kDamaged, "the configuration file has a syntax error"};
     return {ExitCode::kRefused, otherwise};
+}
+
+ExitCode load_session(const Context& context, const uci_entry& entry, uci_config_ctx& session) {
+    if (const auto obstacle = obstacle_to_reading(entry.file))
+        return explain(context, entry.file, *obstacle);
+    if (load_uci_config(entry.id, &session) == 0) return ExitCode::kDone;
+    return explain(context, entry.file, cause_of_failure(entry.file, "it cannot be loaded"));
 }
 
 // The change is staged in its directory, then a new file takes the place of the old one.

@@ -14,6 +14,7 @@
 #include <cstring>
 
 #include "families.h"
+#include "file.h"
 
 namespace tqctl {
 
@@ -23,13 +24,9 @@ constexpr char kLockName[] = "@upgrade-img";
 // What a holder that "lock" left behind calls itself, so that "unlock" ends no other.
 constexpr char kHolderName[] = "tqctl-upgrade";
 
-struct CloseFile {
-    void operator()(FILE* file) const { fclose(file); }
-};
 struct CloseDirectory {
     void operator()(DIR* directory) const { closedir(directory); }
 };
-using File = std::unique_ptr<FILE, CloseFile>;
 using Directory = std::unique_ptr<DIR, CloseDirectory>;
 
 // The inode of the socket that has the lock's name; 0 where nothing has.

@@ -25,17 +25,9 @@ constexpr char kMask[] = "********";
 constexpr char kFromStandardInput[] = "-";
 constexpr size_t kSecretSize = 1024;
 
-ExitCode explain(const Context& context, const Cause& cause) {
-    return context.fail(cause.code, "%s: %s", kFile, cause.text);
-}
-
 // ---- reading: a setting's value as JSON, null where it has none ----
 
 using Read = Json (*)(uci_config_ctx* session, bool with_secrets);
-
-Json json_number(int64_t number) {
-    return Json(json_object_new_int64(number));
-}
 
 template <int (*Get)(uci_config_ctx*, int*)>
 Json read_number(uci_config_ctx* session, bool) {
@@ -279,11 +271,8 @@ const Setting* find_setting(const char* name) {
 
 // ---- sessions ----
 
-// Never creates the file: looking at it must not.
 ExitCode load(const Context& context, uci_config_ctx& session) {
-    if (const auto obstacle = obstacle_to_reading(kFile)) return explain(context, *obstacle);
-    if (load_uci_config(UCI_CONFIG_WIRELESS, &session) == 0) return ExitCode::kDone;
-    return explain(context, cause_of_failure(kFile, "it cannot be loaded"));
+    return load_session(context, *get_uci_entry_by_name(kFile), session);
 }
 
 bool is_radio_or_vap(const uci_section& section) {
@@ -407,7 +396,7 @@ ExitCode get(Context& context, Arguments arguments) {
 
 ExitCode commit(const Context& context) {
     if (save_uci_config(UCI_CONFIG_WIRELESS, nullptr, 0) == 0) return ExitCode::kDone;
-    return explain(context, {ExitCode::kInputOutput, "the change could not be committed"});
+    return explain(context, kFile, {ExitCode::kInputOutput, "the change could not be committed"});
 }
 
 ExitCode set(Context& context, Arguments arguments) {
@@ -416,7 +405,7 @@ ExitCode set(Context& context, Arguments arguments) {
     const Arguments values = arguments.subspan(2);
     if (values.size() < setting->min_values) return context.misuse("a value is missing");
     if (values.size() > setting->max_values) return context.misuse("too many values");
-    if (const auto obstacle = obstacle_to_change(kFile)) return explain(context, *obstacle);
+    if (const auto obstacle = obstacle_to_change(kFile)) return explain(context, kFile, *obstacle);
     uci_config_ctx session{};
     ExitCode code = select_for(context, session, arguments[0], *setting);
     if (code != ExitCode::kDone) return code;
