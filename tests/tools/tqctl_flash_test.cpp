@@ -607,8 +607,8 @@ TEST_F(TqctlImage, StatusPrintsWhatIsKnown) {
                          "backup_version=1.2.2\nprimary_usable=true\nbackup_usable=false\n"));
     EXPECT_TRUE(succeeds(tqctl("-j image status"),
                          "{\"active\":\"primary\",\"next\":\"backup\",\"primary_version\":"
-                         "\"1.2.3\",\"backup_version\":\"1.2.2\",\"primary_usable\":\"true\","
-                         "\"backup_usable\":\"false\"}\n"));
+                         "\"1.2.3\",\"backup_version\":\"1.2.2\",\"primary_usable\":true,"
+                         "\"backup_usable\":false}\n"));
     put_block(boot_block(string_entry("pri_pelkin_ver", "1.2.3")));
     print_marks("Image1Stable=1\nImage2Stable=0\n");
     const CommandResult unknown = tqctl("image status");

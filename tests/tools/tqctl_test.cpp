@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <memory>
+#include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -587,16 +589,38 @@ TEST_F(TableTest, IsSelectedByFamilyAndVerb) {
     EXPECT_EQ(rows_of("-j help uci set").front().name(), "uci set");
 }
 
+std::vector<std::string> lines_of(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+// The line of the map that has the family, its verbs or arguments, and what it is about.
+std::string map_line(const std::vector<std::string>& map, const std::string& family) {
+    for (const std::string& line : map) {
+        if (line.rfind("  " + family + " ", 0) == 0) return line + " ";
+    }
+    return "";
+}
+
 TEST_F(TableTest, IsInTheMap) {
     const CommandResult map = tqctl("help");
     EXPECT_TRUE(succeeds(tqctl("--help"), map.out));
     EXPECT_TRUE(succeeds(tqctl("-h"), map.out));
     for (const Row& row : rows) {
-        const std::string line = row.verb.empty() ? "\n" + row.family : "\n  " + row.verb;
-        EXPECT_THAT(map.out, HasSubstr(line + (row.arguments.empty() ? "" : " " + row.arguments)))
+        EXPECT_THAT(map_line(lines_of(map.out), row.family),
+                    HasSubstr(row.verb.empty() ? row.arguments : " " + row.verb + " "))
             << row.name();
-        EXPECT_THAT(map.out, HasSubstr(row.summary)) << row.name();
     }
+}
+
+TEST_F(TableTest, FitsTwoScreens) {
+    const std::vector<std::string> map = lines_of(tqctl("help").out);
+    EXPECT_LE(map.size(), 62U);
+    for (const std::string& line : map)
+        EXPECT_LE(line.size(), 80U) << line;
 }
 
 TEST_F(TableTest, IsInTheHelpOfEachCommand) {
@@ -604,9 +628,15 @@ TEST_F(TableTest, IsInTheHelpOfEachCommand) {
         const CommandResult help = tqctl("help " + row.name());
         EXPECT_TRUE(succeeds(tqctl(row.name() + " --help"), help.out)) << row.name();
         EXPECT_TRUE(succeeds(tqctl(row.name() + " -h"), help.out)) << row.name();
-        EXPECT_THAT(help.out,
-                    AllOf(HasSubstr("tqctl [-j] [-q] " + row.name()), HasSubstr(row.arguments),
-                          HasSubstr(first_line(row.help)), HasSubstr("Example: " + row.example)));
+        EXPECT_THAT(
+            help.out,
+            AllOf(StartsWith("tqctl [-j] [-q] " + row.name()), HasSubstr(row.arguments),
+                  HasSubstr(first_line(row.help)), HasSubstr("Example: " + row.example),
+                  HasSubstr("\n  -j, --json "), HasSubstr("\n  1  not found, or refused\n")))
+            << row.name();
+        EXPECT_THAT(help.out, HasSubstr(row.summary.substr(1) + ".\n")) << row.name();
+        for (const std::string& line : lines_of(help.out))
+            EXPECT_LE(line.size(), 80U) << row.name() << ": " << line;
     }
 }
 
@@ -630,21 +660,29 @@ TEST_F(TableTest, ExitCodesAreInHelpAndManPage) {
     }
 }
 
+const std::string kPage = TQ_SOURCE_DIR "/docs/man/tqctl.1";
+
+TEST_F(TqctlTest, ManPageIsTheOneThatIsInstalled) {
+    EXPECT_TRUE(succeeds(tqctl("man"), read_file(kPage)))
+        << "tqctl man >docs/man/tqctl.1 brings it up to date";
+}
+
 // The page as a reader sees it, one blank wherever it has white space or a line break.
 std::string rendered_page() {
-    return run_command(
-               "tqctl man | groff -ww -man -Tascii -P-cbou -rLL=1000n -rHY=0 | tr -s ' \\n' ' '")
+    return run_command("groff -ww -man -Tascii -P-cbou -rLL=1000n -rHY=0 " + kPage +
+                       " | tr -s ' \\n' ' '")
         .out;
 }
 
 TEST_F(TableTest, IsInTheManPage) {
-    if (run_command("command -v groff").status != 0) GTEST_SKIP() << "there is no groff";
-    EXPECT_TRUE(succeeds(run_command("tqctl man | groff -ww -man -Tutf8 >/dev/null"), ""));
+    EXPECT_TRUE(succeeds(run_command("groff -wall -man -Tutf8 " + kPage + " >/dev/null"), ""));
+    EXPECT_TRUE(succeeds(run_command("mandoc -T lint -W warning " + kPage), ""));
     const std::string page = rendered_page();
     for (const Row& row : rows) {
         const std::string synopsis =
             row.name() + (row.arguments.empty() ? "" : " " + row.arguments);
         EXPECT_THAT(page, HasSubstr(" " + synopsis + " ")) << row.name();
+        EXPECT_THAT(page, HasSubstr(row.summary.substr(1) + ".")) << row.name();
         EXPECT_THAT(page, HasSubstr(first_line(row.help))) << row.name();
         EXPECT_THAT(page, HasSubstr("Example: " + row.example)) << row.name();
     }
@@ -674,6 +712,41 @@ TEST_F(TableTest, IsInTheCompletion) {
         EXPECT_THAT(completions("tqctl " + row.family + " \"\""), testing::Contains(row.verb));
         EXPECT_THAT(completions("tqctl help " + row.family + " \"\""), testing::Contains(row.verb));
     }
+}
+
+// Options of the command line itself, and those that single commands have among their arguments.
+TEST_F(TableTest, OptionsAreInTheManPage) {
+    const std::string page = rendered_page();
+    for (const char* option : {"-j, --json", "-q, --quiet", "-h, --help", "-V, --version"})
+        EXPECT_THAT(page, HasSubstr(option));
+    const std::regex option("--[a-z0-9-]+");
+    for (const Row& row : rows) {
+        for (std::sregex_iterator at(row.arguments.begin(), row.arguments.end(), option), end;
+             at != end; ++at)
+            EXPECT_THAT(row.help, HasSubstr(at->str())) << row.name();
+    }
+}
+
+// Each command of the page is one of the table, in the table's order, and each has its example.
+TEST_F(TableTest, ManPageHasNoOtherCommand) {
+    const std::string page = read_file(kPage);
+    const std::string commands = page.substr(
+        page.find(".SH COMMANDS\n"), page.find(".SH EXIT STATUS\n") - page.find(".SH COMMANDS\n"));
+    std::vector<std::string> names;
+    std::size_t examples = 0;
+    const std::vector<std::string> lines = lines_of(commands);
+    for (std::size_t i = 0; i + 1 < lines.size(); i++) {
+        if (lines[i] == "Example:") examples++;
+        if (lines[i] != ".TP") continue;
+        const std::string bold = std::regex_replace(
+            lines[i + 1].substr(0, lines[i + 1].find("\\fI")), std::regex(R"(\\f[BR])"), "");
+        names.push_back(std::regex_replace(bold, std::regex(R"(\\-)"), "-"));
+    }
+    std::vector<std::string> expected;
+    for (const Row& row : rows)
+        expected.push_back(row.name() + (row.arguments.empty() ? "" : " "));
+    EXPECT_EQ(names, expected);
+    EXPECT_EQ(examples, rows.size());
 }
 
 TEST_F(TqctlTest, CompletionFollowsTheWord) {

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "board_facts.h"
 #include "families.h"
 
 namespace tqctl {
@@ -30,11 +31,14 @@ Json wan_fact(GetWanFact get) {
     return get(fact.text) == 0 ? text_if_any(fact.text) : nullptr;
 }
 
-// The number of radios, and the answer to whether there is a board to ask.
+}  // namespace
+
 ExitCode count_radios(const Context& context, int& radios) {
     if (bbi_radio_count(&radios) == 0) return ExitCode::kDone;
     return context.fail(ExitCode::kRefused, "the board library does not answer");
 }
+
+namespace {
 
 // show
 
@@ -43,14 +47,16 @@ const char* forward_mode() {
     return kNames[get_forward_mode()];
 }
 
-Json describe_board(int radios) {
+}  // namespace
+
+Json describe_board() {
     Json object(json_object_new_object());
     Fact model;
     get_ap_modelname(model.text, sizeof(model.text));
     json_add(object.get(), "model", text_if_any(model.text));
     json_add(object.get(), "mode", json_text(tq_get_apmode() == 0 ? "fat" : "managed"));
     json_add(object.get(), "forward", json_text(forward_mode()));
-    json_add(object.get(), "radios", json_number(radios));
+    json_add(object.get(), "radios", json_number(bbi_radio_count_ret()));
     json_add(object.get(), "ports", json_number(tq_get_dev_if_count()));
     json_add(object.get(), "lan_ports", json_number(tq_get_dev_lan_count()));
     json_add(object.get(), "wan_name", wan_fact(get_wan_if_name));
@@ -59,11 +65,13 @@ Json describe_board(int radios) {
     return object;
 }
 
+namespace {
+
 ExitCode show(Context& context, Arguments) {
     int radios = 0;
     const ExitCode code = count_radios(context, radios);
     if (code != ExitCode::kDone) return code;
-    context.output.members(describe_board(radios));
+    context.output.members(describe_board());
     return ExitCode::kDone;
 }
 
@@ -174,21 +182,21 @@ constexpr Command kCommands[] = {
     {"radios", "", 0, 0, "lists the radios",
      "A line each: number, device, prefix of its interfaces' names, mask of its\n"
      "wireless modes, number of BSS and process directory, or - where the board does\n"
-     "not say. JSON is an array of objects with radio, device, prefix, modes, bss and\n"
-     "proc_dir.",
+     "not say. JSON is an array of objects with radio, device, prefix, modes, bss\n"
+     "and proc_dir.",
      "tqctl board radios", radios},
     {"ports", "", 0, 0, "lists the Ethernet ports",
      "A line each: number, interface, kind (1000 or 100 Mbit/s), the speed that a\n"
-     "gigabit port is able to, what it is for (wan or lan) and its label on the case,\n"
-     "or - where the board does not say. JSON is an array of objects with port, name,\n"
-     "kind, ability, role and label.",
+     "gigabit port is able to, what it is for (wan or lan) and its label on the\n"
+     "case, or - where the board does not say. JSON is an array of objects with\n"
+     "port, name, kind, ability, role and label.",
      "tqctl -j board ports", ports},
 };
 static_assert(is_complete(kCommands));
 
 }  // namespace
 
-constinit const Family kBoard = {"board", "what the access point is made of",
+constinit const Family kBoard = {"board", "radios, ports and names",
                                  "The facts are the board library's, and for the model and the\n"
                                  "modes the configuration's. Exit code 1 means that the board\n"
                                  "library does not answer.",

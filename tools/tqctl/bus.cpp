@@ -5,10 +5,10 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <utility>
 
 #include "bus_connection.h"
+#include "clock.h"
 #include "families.h"
 #include "number.h"
 
@@ -165,23 +165,6 @@ ExitCode call(Context& context, Arguments arguments) {
     return finish_request(context, object, result);
 }
 
-// The bus itself, for what the library has no call for.
-class BusContext {
-  public:
-    BusContext() : context_(ubus_connect(nullptr)) {}
-    ~BusContext() {
-        if (context_) ubus_free(context_);
-    }
-    BusContext(const BusContext&) = delete;
-    BusContext& operator=(const BusContext&) = delete;
-
-    [[nodiscard]] ubus_context* get() const { return context_; }
-    explicit operator bool() const { return context_ != nullptr; }
-
-  private:
-    ubus_context* context_;
-};
-
 // The private pointer is the array of paths.
 void add_path(ubus_context*, ubus_object_data* object, void* priv) {
     json_append(static_cast<json_object*>(priv), json_text(object->path));
@@ -204,12 +187,6 @@ ExitCode list(Context& context, Arguments arguments) {
         return finish_request(context, pattern ? pattern : "the bus", status);
     print_paths(context.output, paths);
     return ExitCode::kDone;
-}
-
-int64_t microseconds() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
 }
 
 // The broker's answer to a question that costs it nothing; that there is no such object is one.
@@ -241,10 +218,10 @@ ExitCode ping(Context& context, Arguments arguments) {
 
 constexpr Command kCommands[] = {
     {"call", "OBJECT METHOD [FIELD...]", 2, kAnyNumber, "calls a method of an object",
-     "A FIELD is KEY=TEXT, or KEY:=NUMBER for a 32-bit integer. The fields are sent in\n"
-     "their order. The reply is printed as KEY=VALUE lines, nested values as JSON.\n"
-     "The answer is waited for 3 seconds.",
-     "tqctl bus call bwctrl set class_type:=0 vap_name=ath0 up:=512 down:=1024", call},
+     "A FIELD is KEY=TEXT, or KEY:=NUMBER for a 32-bit integer. The fields are sent\n"
+     "in their order. The reply is printed as KEY=VALUE lines, nested values as\n"
+     "JSON. The answer is waited for 3 seconds.",
+     "tqctl bus call bwctrl set class_type:=0 vap_name=ath0 up:=64 down:=64", call},
     {"list", "[PATTERN]", 0, 1, "lists the objects on the bus",
      "A PATTERN is an object's path, or the beginning of one with a * behind it.\n"
      "JSON is an array of paths.",

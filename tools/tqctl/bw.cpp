@@ -64,9 +64,7 @@ class Display {
     }
     void field(const char* key, const char* value) { text(message_, key, value); }
     void field(const char* key, uint32_t value) {
-        char digits[16];
-        snprintf(digits, sizeof(digits), "%u", value);
-        if (!output_.is_json()) output_.member(key, digits);
+        if (!output_.is_json()) output_.member(key, value);
         json_add(message_.get(), key, json_number(value));
     }
     void finish() {
@@ -253,10 +251,7 @@ class Number {
 };
 
 void add_number(Output& output, const char* key, const Number& number) {
-    if (number.is_missing()) return;
-    char digits[16];
-    snprintf(digits, sizeof(digits), "%lld", static_cast<long long>(number.value()));
-    output.member(key, digits);
+    if (!number.is_missing()) output.member(key, number.value());
 }
 
 ExitCode show_flow(Context& context, Arguments arguments) {
@@ -277,18 +272,18 @@ ExitCode show_flow(Context& context, Arguments arguments) {
 constexpr Command kCommands[] = {
     {"set", "KIND VAP [MAC] NUMBER...", 3, 5, "sets a limit",
      "KIND is one of\n"
-     "ssid VAP UP DOWN: the rates of all stations of a VAP together\n"
-     "user VAP UP DOWN: the rates of each of its users\n"
-     "station VAP MAC UP DOWN: the rates of one station\n"
-     "max-stations VAP COUNT: how many stations it takes\n"
+     "  ssid VAP UP DOWN: the rates of all stations of a VAP together\n"
+     "  user VAP UP DOWN: the rates of each of its users\n"
+     "  station VAP MAC UP DOWN: the rates of one station\n"
+     "  max-stations VAP COUNT: how many stations it takes\n"
      "\n"
      "The rates' unit is the service's; UP and DOWN both 0 remove the limit.",
      "tqctl bw set station ath0 00:1a:2b:3c:4d:5e 512 1024", set},
     {"del", "KIND VAP [MAC]", 2, 3, "removes a limit", "KIND is ssid, user or station.",
      "tqctl bw del ssid ath0", del},
     {"show-request", "VERB [ARGUMENTS]", 1, 6, "shows what would be sent",
-     "Object, method and fields, in their order, of the request that the command with\n"
-     "this VERB (set, del, reload or save) makes. Nothing is sent.",
+     "Object, method and fields, in their order, of the request that the command\n"
+     "with this VERB (set, del, reload or save) makes. Nothing is sent.",
      "tqctl bw show-request set ssid ath0 512 1024", show_request},
     {"reload", "", 0, 0, "has the service read its configuration anew",
      "What it has been told and did not save is up to the service.", "tqctl bw reload", reload},
@@ -297,15 +292,15 @@ constexpr Command kCommands[] = {
 };
 constexpr Command kFlowCommands[] = {
     {"show", "INDEX", 1, 1, "shows the traffic of an interface index",
-     "Lines in=NUMBER and out=NUMBER, as the statistics service counts them; one that\n"
-     "its reply lacks is left out.",
+     "Lines in=NUMBER and out=NUMBER, as the statistics service counts them; one\n"
+     "that its reply lacks is left out.",
      "tqctl flow show 2", show_flow},
 };
 static_assert(is_complete(kCommands) && is_complete(kFlowCommands));
 
 constexpr char kCodes[] =
-    "Each is a request to a service on the bus. Exit code 1 stands for a service that\n"
-    "is not there, refuses or does not answer, 6 for a bus that is not there.";
+    "Each is a request to a service on the bus. Exit code 1 stands for a service\n"
+    "that is not there, refuses or does not answer, 6 for a bus that is not there.";
 
 }  // namespace
 

@@ -222,10 +222,10 @@ constexpr Command kCommands[] = {
      "unreadable, and then the exit code says why. JSON is an array of objects.",
      "tqctl config list", list},
     {"show", "FILE [SECTION]", 1, 2, "prints a file's sections and options",
-     "One line each, as FILE.SECTION=TYPE and FILE.SECTION.OPTION='VALUE', quoted for\n"
-     "a shell; a list has its items behind each other. SECTION is a name or @TYPE[N].\n"
-     "JSON is an object of sections, each an object of its \".type\" and its options,\n"
-     "with lists as arrays. Passwords are printed, too.",
+     "One line each, as FILE.SECTION=TYPE and FILE.SECTION.OPTION='VALUE', quoted\n"
+     "for a shell; a list has its items behind each other. SECTION is a name or\n"
+     "@TYPE[N]. JSON is an object of sections, each an object of its \".type\" and\n"
+     "its options, with lists as arrays. Passwords are printed, too.",
      "tqctl config show wireless radio0", show},
     {"save", "[--commit2] [FILE...]", 0, 17, "commits what is staged",
      "What 'uci set' and others have staged in /tmp/.uci is written to the files, by\n"
@@ -238,7 +238,9 @@ static_assert(is_complete(kCommands));
 }  // namespace
 
 constinit const Family kConfig = {
-    "config", "the configuration files that daemons keep loaded",
-    "FILE is one of the names that the list shows, a file in /etc/config.", kCommands};
+    "config", "configuration files as a whole",
+    "These are the files that daemons keep loaded. FILE is one of the names that\n"
+    "the list shows, a file in /etc/config.",
+    kCommands};
 
 }  // namespace tqctl

@@ -11,6 +11,7 @@
 #include "boot_block.h"
 #include "families.h"
 #include "file.h"
+#include "image_version.h"
 
 namespace tqctl {
 
@@ -93,6 +94,13 @@ constexpr Image kImages[] = {
     {"boot-loader", check_backup_uboot, get_backup_boot_info},
 };
 
+const Image* find_image(const char* name) {
+    for (const Image& image : kImages) {
+        if (strcmp(image.name, name) == 0) return &image;
+    }
+    return nullptr;
+}
+
 ExitCode explain(const Context& context, const Image& image, const char* block) {
     if (image.check() != 0) {
         return context.fail(ExitCode::kRefused, "%s: not marked as usable", image.name);
@@ -106,16 +114,25 @@ ExitCode explain(const Context& context, const Image& image, const char* block) 
                         image.name);
 }
 
-ExitCode print_version(Context& context, const Image& image, bool is_only) {
+ExitCode read_version(const Context& context, const Image& image, ImageVersion& version) {
     char block[TQ_IMAGE_BLOCK_SIZE];
     memset(block, kUnread, sizeof(block));
     if (image.read(block) != 0) return explain(context, image, block);
     const char* field = block + TQ_IMAGE_VERSION_OFFSET;
-    const OneLine version({field, strnlen(field, TQ_IMAGE_VERSION_SIZE)});
+    const OneLine line({field, strnlen(field, TQ_IMAGE_VERSION_SIZE)});
+    snprintf(version.text, sizeof(version.text), "%.*s", int{sizeof(version.text)} - 1,
+             line.c_str());
+    return ExitCode::kDone;
+}
+
+ExitCode print_version(Context& context, const Image& image, bool is_only) {
+    ImageVersion version;
+    const ExitCode code = read_version(context, image, version);
+    if (code != ExitCode::kDone) return code;
     if (is_only) {
-        context.output.value(image.name, std::string_view(version.c_str()));
+        context.output.value(image.name, version.text);
     } else {
-        context.output.member(image.name, version.c_str());
+        context.output.member(image.name, version.text);
     }
     return ExitCode::kDone;
 }
@@ -131,9 +148,7 @@ ExitCode print_versions(Context& context) {
 
 ExitCode version(Context& context, Arguments arguments) {
     if (arguments.empty()) return print_versions(context);
-    for (const Image& image : kImages) {
-        if (strcmp(image.name, arguments[0]) == 0) return print_version(context, image, true);
-    }
+    if (const Image* image = find_image(arguments[0])) return print_version(context, *image, true);
     return context.misuse("'%s' is neither primary nor backup nor boot-loader", arguments[0]);
 }
 
@@ -143,13 +158,18 @@ constexpr Command kCommands[] = {
      "/proc/mtd. JSON is an array with an object for each partition.",
      "tqctl flash list", list},
     {"version", "[primary|backup|boot-loader]", 0, 1, "prints versions of the images in flash",
-     "One prints its version. All of them print one line each, as NAME=VERSION; those\n"
-     "that have none are reported, and the exit code is that of the first of them.",
+     "One prints its version. All of them print one line each, as NAME=VERSION;\n"
+     "those that have none are reported, and the exit code is that of the first of\n"
+     "them.",
      "tqctl flash version primary", version},
 };
 static_assert(is_complete(kCommands));
 
 }  // namespace
+
+ExitCode read_image_version(const Context& context, const char* image, ImageVersion& version) {
+    return read_version(context, *find_image(image), version);
+}
 
 constinit const Family kFlash = {"flash", "partitions and image versions", "", kCommands};
 

@@ -306,9 +306,9 @@ constexpr Command kCommands[] = {
      "tqctl ini get /etc/board.conf partitions:primary_image", get},
     {"set", "FILE SECTION:KEY VALUE", 3, 3, "sets an entry",
      "A section or a FILE that is missing is made. The file is written anew as a\n"
-     "whole: comments and empty lines are lost, a value is quoted where it has to be.\n"
-     "A value that an INI file cannot hold, such as one with blanks around it, is\n"
-     "refused and the file stays as it was.",
+     "whole: comments and empty lines are lost, a value is quoted where it has to\n"
+     "be. A value that an INI file cannot hold, such as one with blanks around it,\n"
+     "is refused and the file stays as it was.",
      "tqctl ini set /tmp/example.ini net:mode bridge", set},
     {"unset", "FILE SECTION[:KEY]", 2, 2, "removes an entry, or a section with its entries",
      "The file is written anew as a whole: comments and empty lines are lost.",

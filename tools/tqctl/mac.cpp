@@ -80,7 +80,7 @@ static_assert(is_complete(kCommands));
 }  // namespace
 
 constinit const Family kMac = {
-    "mac", "addresses that derive from the board's",
+    "mac", "own addresses, factory's SSIDs",
     "Every address of a unit follows from the base address of its board.", kCommands};
 
 }  // namespace tqctl

@@ -306,18 +306,20 @@ constexpr Command kIfCommands[] = {
      "address, or - where there is none. JSON is an array of what show prints.",
      "tqctl if list", list},
     {"show", "INTERFACE", 1, 1, "shows an interface",
-     "Lines of KEY=VALUE: name, index, up, running, mac, mtu; and, where it has them,\n"
-     "address, netmask, broadcast and gateway. JSON is an object of the same keys.",
+     "Lines of KEY=VALUE: name, index, up, running, mac, mtu; and, where it has\n"
+     "them, address, netmask, broadcast and gateway. JSON is an object of the same\n"
+     "keys.",
      "tqctl if show eth0", show},
     {"up", "INTERFACE", 1, 1, "takes an interface up", "Its other flags stay as they are.",
      "tqctl if up eth0", up},
     {"down", "INTERFACE", 1, 1, "takes an interface down",
      "Its other flags stay as they are; routes through it are lost.", "tqctl if down eth0", down},
     {"set", "INTERFACE KEY=VALUE...", 2, kAnyNumber, "changes an interface",
-     "The keys are address, netmask, broadcast (IPv4 addresses), mac and mtu; they are\n"
-     "applied in this order. Without a netmask an address gets that of its class. For\n"
-     "a new mac the interface is taken down and up again, so that routes through it\n"
-     "are lost. What was set before a refusal stays; one whose mac is refused stays down.",
+     "The keys are address, netmask, broadcast (IPv4 addresses), mac and mtu; they\n"
+     "are applied in this order. Without a netmask an address gets that of its\n"
+     "class. For a new mac the interface is taken down and up again, so that routes\n"
+     "through it are lost. What was set before a refusal stays; one whose mac is\n"
+     "refused stays down.",
      "tqctl if set eth0 address=192.0.2.1 netmask=255.255.255.0", set},
 };
 constexpr Command kArpCommands[] = {
@@ -335,8 +337,8 @@ constexpr Command kRouteCommands[] = {
 };
 constexpr Command kResolveCommands[] = {
     {"", "NAME", 1, 1, "prints the IPv4 addresses of a host",
-     "A line each, in the resolver's order. JSON is an array. Exit code 3 means that no\n"
-     "name server has answered.",
+     "A line each, in the resolver's order. JSON is an array. Exit code 3 means that\n"
+     "no name server has answered.",
      "tqctl resolve ntp.example.org", resolve},
 };
 static_assert(is_complete(kIfCommands) && is_complete(kArpCommands) &&
@@ -347,7 +349,6 @@ static_assert(is_complete(kIfCommands) && is_complete(kArpCommands) &&
 constinit const Family kIf = {"if", "network interfaces", "", kIfCommands};
 constinit const Family kArp = {"arp", "the ARP table", "", kArpCommands};
 constinit const Family kRoute = {"route", "routes", "", kRouteCommands};
-constinit const Family kResolve = {"resolve", "prints the IPv4 addresses of a host", "",
-                                   kResolveCommands};
+constinit const Family kResolve = {"resolve", "IPv4 addresses of a host", "", kResolveCommands};
 
 }  // namespace tqctl

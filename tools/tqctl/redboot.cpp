@@ -287,9 +287,9 @@ ExitCode dump(Context& context, Arguments) {
 
 constexpr Command kCommands[] = {
     {"list", "", 0, 0, "prints all entries",
-     "One line each, as KEY=VALUE; a line feed in a value is printed as \\n, another\n"
-     "control character as \\xNN and a backslash as two. JSON is an array with an object\n"
-     "for each entry, with its type and what enables it.",
+     "One line each, as KEY=VALUE; a line feed in a value is printed as \\n,\n"
+     "another control character as \\xNN and a backslash as two. JSON is an array\n"
+     "with an object for each entry, with its type and what enables it.",
      "tqctl redboot list", list},
     {"get", "KEY", 1, 1, "prints a value", "A script is printed with its lines as they are.",
      "tqctl redboot get alias/kernel", get},
@@ -298,15 +298,16 @@ constexpr Command kCommands[] = {
      "192.0.2.1 or 02:00:5e:00:53:01, a text of at most 127 bytes.",
      "tqctl redboot set boot_script_timeout=5", set},
     {"add", "TYPE KEY VALUE [ENABLE-KEY [true|false]]", 3, 5, "adds an entry",
-     "TYPE is bool, int, string, script, ip, esa or netport. The boot loader shows and\n"
-     "uses the entry only where the bool of the ENABLE-KEY is true, or false.",
+     "TYPE is bool, int, string, script, ip, esa or netport. The boot loader shows\n"
+     "and uses the entry only where the bool of the ENABLE-KEY is true, or false.",
      "tqctl redboot add int boot_script_timeout 5 boot_script", add},
     {"verify", "", 0, 0, "says what is wrong with the block",
      "Checksum and magic numbers, and then what they do not prove: each entry's\n"
      "lengths, its type, its key, and the free space. A sound block prints one line.",
      "tqctl redboot verify", verify},
     {"dump", "", 0, 0, "prints the 4096 bytes",
-     "In hexadecimal, also of a damaged block; lines like the one before are one \"*\".",
+     "In hexadecimal, also of a damaged block; lines like the one before are one\n"
+     "\"*\".",
      "tqctl redboot dump", dump},
 };
 static_assert(is_complete(kCommands));
@@ -314,10 +315,10 @@ static_assert(is_complete(kCommands));
 }  // namespace
 
 constinit const Family kRedboot = {
-    "redboot", "the boot loader's configuration block",
+    "redboot", "the boot loader's block",
     "The block is the first 4096 bytes of /dev/mtdblock1. Each change is written at\n"
-    "once, read back and compared. A damaged block is exit code 5, and what is wrong\n"
-    "with which bytes is said on standard error.",
+    "once, read back and compared. A damaged block is exit code 5, and what is\n"
+    "wrong with which bytes is said on standard error.",
     kCommands};
 
 }  // namespace tqctl

@@ -180,12 +180,12 @@ ExitCode watch(Context& context, Arguments arguments) {
 
 constexpr Command kCommands[] = {
     {"cpu", "", 0, 0, "shows the processor's type and usage",
-     "type, usage_percent over half a second, the ticks since boot that it is calculated\n"
-     "of, and the statistics service's figures where it answers.",
+     "type, usage_percent over half a second, the ticks since boot that it is\n"
+     "calculated of, and the statistics service's figures where it answers.",
      "tqctl stat cpu", cpu},
     {"mem", "", 0, 0, "shows how much memory is in use",
-     "usage_percent is what is not free, buffers and cache included; the figures in kB,\n"
-     "and the statistics service's mean where it answers.",
+     "usage_percent is what is not free, buffers and cache included; the figures in\n"
+     "kB, and the statistics service's mean where it answers.",
      "tqctl stat mem", mem},
     {"flash", "", 0, 0, "shows the flash and its free room",
      "The size of the first partition in bytes, and the free room of /overlay in kB.",
@@ -200,9 +200,10 @@ constexpr Command kCommands[] = {
      "Bars and short histories, renewed every SECONDS (1 to 60, else 1): processor,\n"
      "memory, flash, and each port's rates.\n"
      "\n"
-     "Any terminal will do, a serial console included. Blocks are drawn where LC_ALL,\n"
-     "LC_CTYPE or LANG says UTF-8, colours where TERM is no vt100, vt102 or vt220 and\n"
-     "NO_COLOR is not set. With TERM unset or dumb the pictures follow one another.",
+     "Any terminal will do, a serial console included. Blocks are drawn where\n"
+     "LC_ALL, LC_CTYPE or LANG says UTF-8, colours where TERM is no vt100, vt102 or\n"
+     "vt220 and NO_COLOR is not set. With TERM unset or dumb the pictures follow one\n"
+     "another.",
      "tqctl stat watch 5", watch},
 };
 static_assert(is_complete(kCommands));
@@ -210,7 +211,7 @@ static_assert(is_complete(kCommands));
 }  // namespace
 
 constinit const Family kStat = {
-    "stat", "processor, memory, flash, uptime and ports",
+    "stat", "processor, memory, ports",
     "Exit code 1 stands for a figure that cannot be read; the others are shown.", kCommands};
 
 }  // namespace tqctl

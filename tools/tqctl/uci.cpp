@@ -301,7 +301,7 @@ static_assert(is_complete(kCommands));
 }  // namespace
 
 constinit const Family kUci = {
-    "uci", "values of the configuration files",
+    "uci", "values of configuration files",
     "PATH is FILE.SECTION.OPTION or FILE.SECTION, where FILE is a file's name in\n"
     "/etc/config and SECTION a section's name or @TYPE[N]: the N-th of its type,\n"
     "from 0, or from the end with -1 for the last. A path is at most 1023 bytes\n"
