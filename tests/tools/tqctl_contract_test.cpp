@@ -30,7 +30,6 @@ using namespace tq_test;  // NOLINT(google-build-using-namespace)
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
-using testing::StartsWith;
 
 // What a run needs around it, until it is over.
 using World = std::shared_ptr<void>;
@@ -45,7 +44,7 @@ struct Case {
     Code json_code = code;
     bool is_answer = false;  // the code is, and comes without a diagnostic
     int netlink = -1;        // the protocol that the kernel must have
-    std::string setup = "";
+    std::string setup{};
     MakeWorld world = [] { return World(); };
 
     Case in(const MakeWorld& make_world) const { return changed(&Case::world, make_world); }
@@ -400,9 +399,8 @@ CommandResult run(const Case& contract, const std::string& options,
     reset_device();
     const World world = contract.world();
     if (!contract.setup.empty()) run_command(contract.setup);
-    const CommandResult result =
-        run_command(kWithoutLeakDetector + "tqctl " + options + contract.command + " " +
-                    contract.arguments + redirection);
+    CommandResult result = run_command(kWithoutLeakDetector + "tqctl " + options +
+                                       contract.command + " " + contract.arguments + redirection);
     run_command(
         "tqctl upgrade unlock; rm -f /usr/config/coredump_server /etc/syslogd.conf; "
         "ip addr flush dev eth0; ip neigh flush dev eth0; ip link set eth1 up mtu 1500");
