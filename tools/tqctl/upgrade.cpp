@@ -14,6 +14,7 @@
 #include <cstring>
 
 #include "families.h"
+#include "file.h"
 
 namespace tqctl {
 
@@ -23,13 +24,9 @@ constexpr char kLockName[] = "@upgrade-img";
 // What a holder that "lock" left behind calls itself, so that "unlock" ends no other.
 constexpr char kHolderName[] = "tqctl-upgrade";
 
-struct CloseFile {
-    void operator()(FILE* file) const { fclose(file); }
-};
 struct CloseDirectory {
     void operator()(DIR* directory) const { closedir(directory); }
 };
-using File = std::unique_ptr<FILE, CloseFile>;
 using Directory = std::unique_ptr<DIR, CloseDirectory>;
 
 // The inode of the socket that has the lock's name; 0 where nothing has.
@@ -198,16 +195,16 @@ constexpr Command kCommands[] = {
     {"lock", "", 0, 0, "takes the lock and keeps it",
      "A process in the background keeps it; its number is printed.", "tqctl upgrade lock", lock},
     {"unlock", "", 0, 0, "gives back what lock took",
-     "Ends the process that lock left behind. An upgrade that holds the lock by itself\n"
-     "is named and left alone, with exit code 3.",
+     "Ends the process that lock left behind. An upgrade that holds the lock by\n"
+     "itself is named and left alone, with exit code 3.",
      "tqctl upgrade unlock", unlock},
     {"status", "", 0, 0, "says whether an upgrade holds the lock",
-     "lock=free or lock=held, and the holder's process number and name where they can be\n"
-     "seen. Exit code 0 either way.",
+     "lock=free or lock=held, and the holder's process number and name where they\n"
+     "can be seen. Exit code 0 either way.",
      "tqctl upgrade status", status},
     {"run", "[--] COMMAND...", 1, kAnyNumber, "runs a command while holding the lock",
-     "The exit code is the command's (128+N when signal N ended it, 126 or 127 when it\n"
-     "could not be run), or 3 when the lock is held: then nothing runs.",
+     "The exit code is the command's (128+N when signal N ended it, 126 or 127 when\n"
+     "it could not be run), or 3 when the lock is held: then nothing runs.",
      "tqctl upgrade run -- sysupgrade /tmp/firmware.img", run},
 };
 static_assert(is_complete(kCommands));
@@ -215,7 +212,9 @@ static_assert(is_complete(kCommands));
 }  // namespace
 
 constinit const Family kUpgrade = {
-    "upgrade", "the lock that keeps two firmware upgrades apart",
-    "The lock is free as soon as its holder ends, however that comes.", kCommands};
+    "upgrade", "the lock of firmware upgrades",
+    "It keeps two upgrades apart. The lock is free as soon as its holder ends,\n"
+    "however that comes.",
+    kCommands};
 
 }  // namespace tqctl
