@@ -472,6 +472,17 @@ TEST_F(NoticeTest, TakesANameBehindAStarInTheList) {
     EXPECT_EQ(shared()->signals, 1);
 }
 
+TEST_F(NoticeTest, SparesANameThatIsTheLastBeforeTheListIsCut) {
+    const NamedProcess roamd("roamd", catch_signal);
+    for (const int rest : {504, 503}) {
+        const std::string name = std::string(static_cast<size_t>(rest), 'x') + "*roamd";
+        table()[kRoamd].name = name.c_str();
+        EXPECT_EQ(notice(), 0);
+        if (rest == 504) usleep(10000);
+        EXPECT_TRUE(becomes([=] { return shared()->signals == (rest == 503); })) << rest;
+    }
+}
+
 TEST_F(NoticeTest, SparesANameThatOnlyBeginsTheListed) {
     const NamedProcess roamd("roamd", catch_signal);
     table()[kRoamd].name = "roamd*";
@@ -514,6 +525,32 @@ TEST_F(NoticeTest, GoesOnBehindAProcessWithoutAMask) {
         EXPECT_EQ(notice(), 0);
         EXPECT_TRUE(becomes([] { return shared()->signals == 1; }));
     }
+}
+
+TEST_F(NoticeTest, PassesOverAProcessThatDiesMeanwhile) {
+    const NamedProcess roamd("roamd", catch_signal);
+    const std::string status = "/proc/" + std::to_string(roamd.pid()) + "/status";
+    const std::string nothing = "/proc/7/nothing";
+    for (const bool dying_first : {true, false}) {
+        shared()->signals = 0;
+        const ScopedMount proc("tmpfs", "/proc", "tmpfs", 0, "mode=0755");
+        for (const std::string& path :
+             {dying_first ? nothing : status, dying_first ? status : nothing})
+            tq_test::write_file(path, "Name:\troamd\nSigCgt:\t0001000000000000\n");
+        EXPECT_EQ(notice(), 0);
+        EXPECT_TRUE(becomes([] { return shared()->signals == 1; }));
+    }
+}
+
+TEST_F(NoticeTest, SparesAProcessWithoutANameEvenWhereARowHasNone) {
+    const NamedProcess process("roamd", catch_signal);
+    const ScopedMount proc("tmpfs", "/proc", "tmpfs", 0, "mode=0755");
+    tq_test::write_file("/proc/" + std::to_string(process.pid()) + "/status",
+                        "Name:\nSigCgt:\t0001000000000000\n");
+    table()[kRoamd].name = "";
+    EXPECT_EQ(notice(), 0);
+    usleep(10000);
+    EXPECT_EQ(shared()->signals, 0);
 }
 
 TEST_F(NoticeTest, IsDoneWithoutProc) {

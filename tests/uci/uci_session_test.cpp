@@ -1052,7 +1052,8 @@ TEST_F(SetUciConfig, RefusesWhatNoFileCanHold) {
 
 TEST_F(SetUciConfig, RefusesAnOptionsNameThatNoFileCanHold) {
     uci_config_ctx session = radio0();
-    for (const std::string option : {"", "a b", "a-b", "a.b", "a=b", "a'b", "a\nb", "\xc3\xa9"}) {
+    for (const std::string option :
+         {"", "a b", "a-b", "a.b", "a=b", "a'b", "a\nb", "a{b", "\xc3\xa9"}) {
         EXPECT_EQ(set_uci_config(&session, option.c_str(), "1"), -1);
         EXPECT_THAT(log_.take(),
                     ElementsAre(Error("set_uci_config", "create uci value '1' for option '" +
