@@ -178,7 +178,7 @@ class UciTest : public DeviceTest {
 // ---- the corpus ----
 
 std::filesystem::path corpus() {
-    return std::filesystem::path(__FILE__).parent_path().parent_path() / "data" / "uci";
+    return TQ_SOURCE_DIR "/tests/data/uci";
 }
 
 std::vector<std::string> corpus_names(const std::filesystem::path& directory) {
