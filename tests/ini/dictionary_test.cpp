@@ -18,6 +18,7 @@
 
 #include "support/device.h"
 #include "support/faults.h"
+#include "support/printed.h"
 
 namespace {
 
@@ -54,14 +55,7 @@ std::vector<std::string> slots(const dictionary* d) {
 }
 
 std::string dump(const dictionary* d) {
-    char* text = nullptr;
-    size_t size = 0;
-    FILE* stream = open_memstream(&text, &size);
-    dictionary_dump(d, stream);
-    fclose(stream);
-    std::string result(text, size);
-    free(text);
-    return result;
+    return tq_test::written([=](FILE* out) { dictionary_dump(d, out); });
 }
 
 void fill(dictionary* d, unsigned count) {

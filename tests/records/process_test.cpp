@@ -15,11 +15,11 @@
 #include <string>
 #include <vector>
 
+#include "records/process_table_test.h"
 #include "support/device.h"
 #include "support/faults.h"
 #include "support/log_capture.h"
 #include "support/named_process.h"
-#include "tq/syslog_config.h"
 
 // Whether a process catches a signal is the emulator's affair where there is one: it catches them
 // all.
@@ -37,6 +37,8 @@ using tq_test::as_nobody;
 using tq_test::becomes;
 using tq_test::count_signal;
 using tq_test::exists;
+using tq_test::kReloadSignal;
+using tq_test::kRoamd;
 using tq_test::Line;
 using tq_test::LineAt;
 using tq_test::LogCapture;
@@ -45,31 +47,9 @@ using tq_test::NamedProcess;
 using tq_test::ScopedMount;
 using tq_test::ScopedProc;
 using tq_test::shared;
+using tq_test::table;
 
-constexpr int kReloadSignal = 49;
-constexpr uint32_t kRoamd = 18;
-
-std::span<syslog_process> table() {
-    return {get_syslog_cfg(), static_cast<size_t>(get_process_count())};
-}
-
-class ProcessTest : public tq_test::DeviceTest {
-  protected:
-    ProcessTest() : rows_(table().begin(), table().end()) {}
-    ~ProcessTest() override {
-        std::ranges::copy(rows_, get_syslog_cfg());
-        syslog_cfg = nullptr;
-    }
-
-    void SetUp() override {
-        // Signals are sent here: never outside the device.
-        ASSERT_TRUE(exists("/run/tqdevice/ready"));
-        ASSERT_LT(getpid(), 1000) << "not a process of a small device";
-    }
-
-    const std::vector<syslog_process> rows_;
-    LogCapture log_;
-};
+using ProcessTest = tq_test::ProcessTableTest;
 
 // the table
 
