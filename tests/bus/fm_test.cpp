@@ -25,6 +25,7 @@
 #include "support/device.h"
 #include "support/faults.h"
 #include "support/log_capture.h"
+#include "support/random.h"
 
 namespace {
 
@@ -39,6 +40,7 @@ using tq_test::Line;
 using tq_test::read_file;
 using tq_test::Request;
 using tq_test::ScopedMount;
+using tq_test::seeded;
 using tq_test::write_file;
 using tq_test::faults::Fail;
 
@@ -467,11 +469,6 @@ TEST_F(ByCommand, ACommandThatFitsIsRunWholeAndALongerOneNotAtAll) {
         EXPECT_THAT(ShellRecorder::take(), IsEmpty());
         EXPECT_THAT(UbusRecorder::take(), IsEmpty());
     }
-}
-
-// A fixed seed, so that a failure can be repeated.
-std::mt19937 seeded(unsigned seed) {
-    return std::mt19937(seed);
 }
 
 // Process numbers are given out one after the other, and nothing else runs on the device.

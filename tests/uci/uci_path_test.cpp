@@ -28,6 +28,8 @@
 #include "support/device.h"
 #include "support/faults.h"
 #include "support/log_capture.h"
+#include "support/random.h"
+#include "uci/replaced.h"
 #include "uci/uci_calls.h"
 
 namespace {
@@ -48,18 +50,16 @@ using tq_test::Line;
 using tq_test::live_contexts;
 using tq_test::LogCapture;
 using tq_test::LogLine;
+using tq_test::open_descriptors;
 using tq_test::read_file;
 using tq_test::ReadOnly;
+using tq_test::replaced;
 using tq_test::run_command;
+using tq_test::seeded;
 using tq_test::write_file;
 using tq_test::faults::Fail;
 
 using LogLines = std::vector<LogLine>;
-
-// A fixed seed, so that a failure can be repeated.
-std::mt19937 seeded(unsigned seed) {
-    return std::mt19937(seed);
-}
 
 constexpr int kNoValue = 4711;
 constexpr size_t kLongestPath = 1023;
@@ -86,12 +86,6 @@ constexpr const char* kStore =
     "config alpha 'two'\n"
     "\toption a '-9'\n"
     "\n";
-
-std::string replaced(std::string text, const std::string& from, const std::string& to) {
-    const size_t at = text.find(from);
-    if (at == std::string::npos) throw std::invalid_argument("no " + from);
-    return text.replace(at, from.size(), to);
-}
 
 std::string stored() {
     return read_file(kFile);
@@ -142,14 +136,6 @@ auto Error(const std::string& function, const std::string& text) {
 
 auto Info(const std::string& function, const std::string& text) {
     return Line(LOG_INFO, function, text);
-}
-
-std::vector<int> open_descriptors() {
-    std::vector<int> open;
-    for (int fd = 0; fd < 256; fd++) {
-        if (fcntl(fd, F_GETFD, 0) != -1) open.push_back(fd);
-    }
-    return open;
 }
 
 std::vector<std::string> hidden_files(const char* directory) {

@@ -26,6 +26,7 @@
 #include "support/device.h"
 #include "support/faults.h"
 #include "support/log_capture.h"
+#include "uci/replaced.h"
 #include "uci/uci_calls.h"
 #include "uci/uci_session_layout.h"
 
@@ -45,8 +46,10 @@ using tq_test::Line;
 using tq_test::live_contexts;
 using tq_test::LogCapture;
 using tq_test::LogLine;
+using tq_test::open_descriptors;
 using tq_test::read_file;
 using tq_test::ReadOnly;
+using tq_test::replaced;
 using tq_test::run_command;
 using tq_test::write_file;
 namespace faults = tq_test::faults;
@@ -85,12 +88,6 @@ std::string staged(const std::string& file) {
     return exists(path) ? read_file(path) : "";
 }
 
-std::string replaced(std::string text, const std::string& from, const std::string& to) {
-    const size_t at = text.find(from);
-    if (at == std::string::npos) throw std::invalid_argument("no " + from);
-    return text.replace(at, from.size(), to);
-}
-
 CommandResult uci(const std::string& arguments) {
     return run_command("uci " + arguments);
 }
@@ -105,14 +102,6 @@ auto Error(const std::string& function, const std::string& text) {
 
 auto Debug(const std::string& function, const std::string& text) {
     return Line(LOG_DEBUG, function, text);
-}
-
-std::vector<int> open_descriptors() {
-    std::vector<int> open;
-    for (int fd = 0; fd < 256; fd++) {
-        if (fcntl(fd, F_GETFD, 0) != -1) open.push_back(fd);
-    }
-    return open;
 }
 
 uci_config_ctx garbage() {
