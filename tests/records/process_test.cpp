@@ -11,7 +11,6 @@
 #include <cstring>
 #include <map>
 #include <set>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -36,12 +35,10 @@ using testing::IsEmpty;
 using tq_test::as_nobody;
 using tq_test::becomes;
 using tq_test::count_signal;
-using tq_test::exists;
 using tq_test::kReloadSignal;
 using tq_test::kRoamd;
 using tq_test::Line;
 using tq_test::LineAt;
-using tq_test::LogCapture;
 using tq_test::LogLine;
 using tq_test::NamedProcess;
 using tq_test::ScopedMount;

@@ -12,14 +12,12 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstddef>
 #include <cstring>
 #include <filesystem>
 #include <functional>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -52,7 +50,6 @@ using tq_test::FullDisk;
 using tq_test::kReloadSignal;
 using tq_test::kRoamd;
 using tq_test::Line;
-using tq_test::LogCapture;
 using tq_test::LogLine;
 using tq_test::NamedProcess;
 using tq_test::read_file;
