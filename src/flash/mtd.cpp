@@ -70,7 +70,6 @@ bool is_version(const char* field) {
 }
 
 int get_version_info_from_offset(const char* name, char* out) {
-    if (!name || !out) return fail({__func__, 83}, "invalid parameters\n");
     const UniqueFd partition(mtd_open(name, 1));
     if (!partition) return fail({__func__, 89}, "open fail\n");
     if (lseek(partition.get(), 0, SEEK_SET) < 0) return fail({__func__, 94}, "lseek fail\n");

@@ -44,7 +44,7 @@ bool is_section(const char* key) {
 }
 
 bool is_blank(char c) {
-    return c != '\0' && strchr(kBlanks, c);
+    return memchr(kBlanks, c, sizeof(kBlanks) - 1) != nullptr;
 }
 
 char* skip_blanks(char* text) {

@@ -92,7 +92,6 @@ int del_uci(const Path& path) {
 }
 
 int uci_commit_cfg(const char* file) {
-    if (!file) return TQ_FAIL("invalid parameters\n");
     const UciContext context;
     if (!context) return TQ_FAIL("uci_alloc_context fail\n");
     const HeapText copy(strdup(file));
@@ -133,7 +132,6 @@ bool write_element(TextWriter& out, const uci_ptr& found) {
         out.append("%s", found.o->v.string);
         return true;
     }
-    if (found.o->type != UCI_TYPE_LIST) return false;
     write_items(out, &found.o->v.list);
     return true;
 }

@@ -148,7 +148,7 @@ bool matches(uci_context* context, uci_section* section, const char* const* matc
 }
 
 int find_uci_section(uci_config_ctx* session, const char* type, const char* const* match) {
-    if (!session || !session->ptr.p) {
+    if (!session) {
         return TQ_FAIL("incomplete param, section_type: %s, uctx->ptr.p: %p\n", type,
                        static_cast<void*>(nullptr));
     }
