@@ -11,25 +11,15 @@ struct LogSite {
     int line;
 };
 
-}  // namespace tq
+// A log line's number and priority in one argument: several hundred calls load it.
+constexpr unsigned log_where(int line, int priority) {
+    return static_cast<unsigned>(line) << 3 | static_cast<unsigned>(priority);
+}
 
-#define TQ_HERE (::tq::LogSite{__func__, __LINE__})
-
-// Logs "[function:line] text" with no explicit facility. The first form is for a step that logs in
-// its caller's name; the second names the line, where field tools match on it; the third is the
-// usual one.
-#define TQ_LOG_AS(site, priority, format, ...) \
-    syslog((priority), "[%s:%d] " format, (site).function, (site).line __VA_OPT__(, ) __VA_ARGS__)
-#define TQ_LOG_AT(number, priority, format, ...) \
-    TQ_LOG_AS((::tq::LogSite{__func__, number}), priority, format __VA_OPT__(, ) __VA_ARGS__)
-#define TQ_LOG(priority, format, ...) \
-    TQ_LOG_AT(__LINE__, priority, format __VA_OPT__(, ) __VA_ARGS__)
-
-// Logs a failure and is the result -1 of the function that noticed it.
-#define TQ_FAIL_AS(site, ...) (TQ_LOG_AS(site, LOG_ERR, __VA_ARGS__), -1)
-#define TQ_FAIL(...) TQ_FAIL_AS(TQ_HERE, __VA_ARGS__)
-
-namespace tq {
+// Logs "[function:line] text" with no explicit facility. The result is -1 always, which makes a
+// failure and its line one expression.
+__attribute__((format(printf, 3, 4))) int log_line(unsigned where, const char* function,
+                                                   const char* format, ...);
 
 // A text for a log line: some C libraries stop at a null "%s".
 inline const char* printable(const char* text) {
@@ -37,3 +27,17 @@ inline const char* printable(const char* text) {
 }
 
 }  // namespace tq
+
+#define TQ_HERE (::tq::LogSite{__func__, __LINE__})
+
+// The first form is for a step that logs in its caller's name; the second names the line, where
+// field tools match on it; the third is the usual one.
+#define TQ_LOG_AS(site, priority, ...) \
+    ::tq::log_line(::tq::log_where((site).line, priority), (site).function, __VA_ARGS__)
+#define TQ_LOG_AT(number, priority, ...) \
+    ::tq::log_line(::tq::log_where(number, priority), __func__, __VA_ARGS__)
+#define TQ_LOG(priority, ...) TQ_LOG_AT(__LINE__, priority, __VA_ARGS__)
+
+// Logs a failure and is the result -1 of the function that noticed it.
+#define TQ_FAIL_AS(site, ...) TQ_LOG_AS(site, LOG_ERR, __VA_ARGS__)
+#define TQ_FAIL(...) TQ_LOG(LOG_ERR, __VA_ARGS__)
