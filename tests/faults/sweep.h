@@ -68,6 +68,11 @@ std::string with_text(intptr_t result, const char* text);
 // The result and a number.
 std::string with_number(intptr_t result, long long value);
 
+// All of them.
+const std::vector<Row>& rows();
+// A row's name, which no other has.
+std::string key_of(const Row& row);
+
 std::vector<Row> foundation_rows();
 std::vector<Row> uci_rows();
 std::vector<Row> wifi_rows();
