@@ -1,5 +1,6 @@
 // bus_faults.cpp - the bus client, and what is sent through it: over the bus, and by the bus's
 // command where the library is not connected.
+#include <gtest/gtest.h>
 #include <libubox/blobmsg.h>
 #include <libubus.h>
 #include <tq/bus.h>
@@ -22,11 +23,12 @@ uint32_t other;
 
 // What the broker or a service does is no call of this process.
 void have_services() {
-    static const BusService service(
-        {"statistics=int:ifInFlow:7,int:ifOutFlow:8,int:memoryUsage:9,int:cpuUsage:10,"
-         "int:cpuCurUsage:11",
-         "bwctrl", "bwctrl.maxassoc", "fm.ac", "fm.ntp", "fm.ism_server", "fm.reload.wifi",
-         "fm.wifi_down.cause", "fm.action", "fm.url", "fm.threshold", "fm.suppress"});
+    static const std::string figures =
+        "statistics=int:ifInFlow:7,int:ifOutFlow:8,int:memoryUsage:9,int:cpuUsage:10,"
+        "int:cpuCurUsage:11";
+    static const BusService service({figures, "bwctrl", "bwctrl.maxassoc", "fm.ac", "fm.ntp",
+                                     "fm.ism_server", "fm.reload.wifi", "fm.wifi_down.cause",
+                                     "fm.action", "fm.url", "fm.threshold", "fm.suppress"});
 }
 
 void connect_bus() {

@@ -1,5 +1,6 @@
 // eloop_faults.cpp - event loops, and requests to local daemons.
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <tq/eloop.h>

@@ -56,26 +56,31 @@ constexpr const char* kHeadings =
     " | system calls | allocations | failures tried | of them failed | tolerated |\n"
     "|---|--:|--:|--:|--:|--:|\n";
 
+// How a row is called in the table.
+std::string title_of(const Row& row) {
+    return "| `" + row.function + (row.how.empty() ? "`" : "`, " + row.how);
+}
+
 // The rows of a family, and behind them the functions that make no call.
 std::string family_section(const Family& family, const Counts& counts, Count* total) {
-    std::string table;
+    std::ostringstream table;
     std::string quiet;
     for (const std::string& function : family.functions) {
         for (const Row* row : rows_of(function)) {
             const Count& count = counts.at(key_of(*row));
             *total += count;
             if (count.faults > 0) {
-                const std::string how = row->how.empty() ? "" : ", " + row->how;
-                table += "| `" + function + "`" + how + cells(count);
+                table << title_of(*row) << cells(count);
             } else {
-                quiet += (quiet.empty() ? "`" : ", `") + function + "`";
+                quiet.append(quiet.empty() ? "`" : ", `").append(function).append("`");
             }
         }
     }
-    std::string text = "## " + family.name + "\n\n";
-    if (!table.empty()) text += std::string("| function") + kHeadings + table + "\n";
-    if (!quiet.empty()) text += "Without a call that could fail: " + quiet + ".\n\n";
-    return text;
+    std::ostringstream text;
+    text << "## " << family.name << "\n\n";
+    if (!table.str().empty()) text << "| function" << kHeadings << table.str() << "\n";
+    if (!quiet.empty()) text << "Without a call that could fail: " << quiet << ".\n\n";
+    return text.str();
 }
 
 }  // namespace
@@ -116,8 +121,7 @@ std::string without_counts(const std::string& page, Leave leave) {
     std::string text;
     for (std::string line; std::getline(stream, line);) {
         const bool varies = std::ranges::any_of(rows(), [&](const Row& row) {
-            const std::string how = row.how.empty() ? "" : ", " + row.how;
-            return row.varies && line.starts_with("| `" + row.function + "`" + how + " |");
+            return row.varies && line.starts_with(title_of(row) + " |");
         });
         const bool is_total = line.starts_with("| [") || line.starts_with("| all");
         if (leave == Leave::kNone || varies || is_total)

@@ -19,14 +19,14 @@ namespace tq_test::sweep {
 struct Stated {
     std::string call;
     std::string gives;
-    std::string again = "";
+    std::string again = {};
 };
 
 std::string number(intptr_t result);
 
 struct Row {
     std::string function;
-    std::string how = "";  // of the rows of one function, which this is
+    std::string how = {};  // of the rows of one function, which this is
     std::function<void()> prepare = nullptr;
     std::function<intptr_t()> call;  // calls the function, and nothing else that could fail
     std::function<std::string(intptr_t)> outcome = number;
@@ -39,11 +39,13 @@ struct Row {
     std::vector<Stated> but = {};
     // What the call gives after a failure, on the same state: as when all goes well where it is
     // empty, not asked for kSpent.
-    std::string again = "";
+    std::string again = {};
     // Calls that are left alone. A clock that is there does not fail.
     std::vector<std::string> spares = {"clock_gettime"};
     // Heap blocks that stay, by the header's word.
     long keeps = 0;
+    // What the machine lacks for it; empty where it lacks nothing.
+    std::function<std::string()> lacks = nullptr;
     // How many calls there are depends on when the other end answers.
     bool varies = false;
 };

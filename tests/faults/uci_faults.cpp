@@ -244,9 +244,9 @@ constexpr Content kWireless = {"wireless",
 constexpr Content kFirewall = {"firewall", "\nconfig rule 'one'\n\toption target 'DROP'\n\n", ""};
 constexpr Content kThreshold = {"tqfm", "\nconfig module '1'\n\toption threshold '5'\n\n",
                                 "\nconfig module '1'\n\toption threshold '7'\n\n"};
-constexpr Content kNoThreshold = {"tqfm", "\nconfig other\n\n",
-                                  "\nconfig other\n\nconfig module '1'\n\toption threshold "
-                                  "'7'\n\n"};
+constexpr Content kNoThreshold = {
+    "tqfm", "\nconfig other\n\n",
+    "\nconfig other\n\nconfig module '1'\n\toption threshold '7'\n\n"};
 constexpr Content kSuppress = {"tqfm", "\nconfig module '1'\n\toption suppress '5'\n\n",
                                "\nconfig module '1'\n\toption suppress '7'\n\n"};
 
@@ -273,6 +273,14 @@ void add_shortcuts(std::vector<Row>& rows) {
         "uci_get_threshold", kThreshold, [] { return uci_get_threshold(1, &value); }, true));
     rows.push_back(
         change_by_steps("uci_set_threshold", kThreshold, [] { return uci_set_threshold(1, 7); }));
+    // The section that was defined stays when the second step fails.
+    rows.push_back(
+        change_by_steps("uci_set_threshold", kNoThreshold, [] { return uci_set_threshold(1, 7); }));
+    rows.back().how = "a new module";
+    const std::string defined = "|-1 \nconfig other\n\nconfig module '1'\n\n";
+    rows.back().fails += defined;
+    for (Stated& stated : rows.back().but)
+        stated.gives += defined;
     rows.push_back(getter(
         "uci_get_suppress", kSuppress, [] { return uci_get_suppress(1, &value); }, true));
     rows.push_back(

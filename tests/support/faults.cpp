@@ -278,6 +278,15 @@ void* allocated(void* block) {
     return block;
 }
 
+// What copies a text calls the allocator, except where it is a sanitizer's.
+void* copied(void* text) {
+#ifdef TQ_SANITIZED
+    return allocated(text);
+#else
+    return text;
+#endif
+}
+
 void freed(const void* block) {
     if (block) --live;
 }
@@ -654,26 +663,19 @@ TQ_DEFINE(free, void, (void* block)) {
     next_free(block);
 }
 
-// What copies a text calls the allocator above, but not a sanitizer's copies.
-#ifdef TQ_SANITIZED
-#define TQ_COPIED(text) tq_test::faults::allocated(text)
-#else
-#define TQ_COPIED(text) text
-#endif
-
 TQ_DEFINE(strdup, void*, (const char* text)) {
     TQ_NEXT(strdup, void*, (const char* text));
-    return TQ_FAILS("strdup") ? nullptr : TQ_COPIED(next(text));
+    return TQ_FAILS("strdup") ? nullptr : tq_test::faults::copied(next(text));
 }
 
 TQ_DEFINE(strndup, void*, (const char* text, size_t size)) {
     TQ_NEXT(strndup, void*, (const char* text, size_t size));
-    return TQ_FAILS("strndup") ? nullptr : TQ_COPIED(next(text, size));
+    return TQ_FAILS("strndup") ? nullptr : tq_test::faults::copied(next(text, size));
 }
 
 TQ_DEFINE(realpath, void*, (const char* path, void* real)) {
     TQ_NEXT(realpath, void*, (const char* path, void* real));
     if (TQ_FAILS("realpath")) return nullptr;
-    return real ? next(path, real) : TQ_COPIED(next(path, real));
+    return real ? next(path, real) : tq_test::faults::copied(next(path, real));
 }
 #endif
