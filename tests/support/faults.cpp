@@ -273,6 +273,7 @@ void spoil([[maybe_unused]] FILE* stream) {
 #endif
 }
 
+#ifdef TQ_FAILING_ALLOCATOR
 void* allocated(void* block) {
     if (block) ++live;
     return block;
@@ -290,6 +291,7 @@ void* copied(void* text) {
 void freed(const void* block) {
     if (block) --live;
 }
+#endif
 
 std::optional<int> answer_to_ioctl(unsigned long operation, void* argument) {
     return ioctl_answer ? (*ioctl_answer)(operation, argument) : std::nullopt;
