@@ -22,8 +22,9 @@ bool read_first_line(int fd, std::span<char> line) {
 }
 
 // Moves what is left, less than a piece, to the front and reads behind it; false at the end of the
-// input.
+// input, which a failure is.
 bool LineReader::refill() {
+    if (failed_) return false;
     memmove(buffer_, &buffer_[begin_], end_ - begin_);
     end_ -= begin_;
     begin_ = 0;

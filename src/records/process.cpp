@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <signal.h>
 
+#include <cerrno>
 #include <charconv>
 #include <cstring>
 #include <string_view>
@@ -38,9 +39,9 @@ class ProcessList {
 
     explicit operator bool() const { return directory_ != nullptr; }
 
-    // The next process id; 0 at the end.
+    // The next process id; 0 at the end, which errno tells from a failure.
     int next() {
-        while (const dirent* entry = readdir(directory_)) {
+        while (const dirent* entry = read_entry()) {
             name_ = entry->d_name;
             const char* end = name_ + strlen(name_);
             int pid = 0;
@@ -54,6 +55,11 @@ class ProcessList {
     [[nodiscard]] const char* entry_name() const { return name_; }
 
   private:
+    const dirent* read_entry() {
+        errno = 0;
+        return readdir(directory_);
+    }
+
     DIR* directory_;
     const char* name_ = nullptr;
 };
@@ -176,7 +182,7 @@ int apps_is_running(uint32_t id) {
     while (const int pid = processes.next()) {
         if (may_be_named(pid, name) && is_named(pid, name)) return 1;
     }
-    return 0;
+    return errno == 0 ? 0 : -1;
 }
 
 int check_if_proc_running(const char* name) {

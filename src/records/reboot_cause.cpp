@@ -83,8 +83,17 @@ constexpr off_t offset_of_slot(int slot) {
                               sizeof(reboot_cause_record) * static_cast<size_t>(slot));
 }
 
+// Goes on where the storage took a part: half a header would count a record that is not there.
 bool write_at(int fd, const void* data, size_t size, off_t offset) {
-    return pwrite(fd, data, size, offset) == static_cast<ssize_t>(size);
+    const auto* bytes = static_cast<const char*>(data);
+    while (size > 0) {
+        const ssize_t written = pwrite(fd, bytes, size, offset);
+        if (written <= 0) return false;
+        bytes += written;
+        size -= static_cast<size_t>(written);
+        offset += written;
+    }
+    return true;
 }
 
 // The magic byte comes last, when everything behind it is in its place.
@@ -338,9 +347,10 @@ int rb_read_panic_by_index(reboot_panic_buffer* buffer) {
     const auto* found = std::ranges::find(identifiers, buffer->identifier);
     if (found == std::end(identifiers)) return -1;
     const auto index = static_cast<size_t>(found - std::begin(identifiers));
-    memset(buffer->text, 0, sizeof(buffer->text));
-    (void)!pread(store.get(), buffer->text, sizeof(buffer->text),
-                 static_cast<off_t>(sizeof(front) + index * sizeof(buffer->text)));
+    const auto offset = static_cast<off_t>(sizeof(front) + index * sizeof(buffer->text));
+    const ssize_t got = pread(store.get(), buffer->text, sizeof(buffer->text), offset);
+    if (got < 0) return -1;
+    memset(buffer->text + got, 0, sizeof(buffer->text) - static_cast<size_t>(got));
     return 0;
 }
 
