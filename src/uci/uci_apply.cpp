@@ -12,6 +12,25 @@ namespace tq {
 
 namespace {
 
+// What a path leads to, in a context of its own. libuci writes into the copy of the path.
+struct Target {
+    explicit Target(const char* path) : copy(path ? strdup(path) : nullptr) {}
+
+    const UciContext context;
+    const HeapText copy;
+    uci_ptr ptr{};
+};
+
+int look_up(const char* caller, const char* path, Target& target) {
+    if (!path) return tq::reject(caller);
+    if (!target.context) return TQ_FAIL_IN(caller, "uci_alloc_context fail\n");
+    if (target.copy &&
+        uci_lookup_ptr(target.context.get(), &target.ptr, target.copy.get(), true) == UCI_OK) {
+        return 0;
+    }
+    return TQ_FAIL_IN(caller, "uci_lookup_ptr fail, %s\n", path);
+}
+
 int reorder(uci_context* context, uci_ptr* target) {
     if (!target->value || !target->s) return UCI_ERR_INVAL;
     const auto position = static_cast<int>(strtoul(target->value, nullptr, 10));
@@ -68,28 +87,31 @@ bool is_type(const char* type) {
 }  // namespace
 
 int uci_do_section(UciAction action, const char* path) {
-    if (!path) return TQ_FAIL("invalid parameters\n");
-    const UciContext context;
-    if (!context) return TQ_FAIL("uci_alloc_context fail\n");
-    const HeapText copy(strdup(path));
-    uci_ptr target{};
-    if (!copy || uci_lookup_ptr(context.get(), &target, copy.get(), true) != UCI_OK) {
-        return TQ_FAIL("uci_lookup_ptr fail, %s\n", path);
-    }
-    if (target.value && !takes_value(action, target.value)) return TQ_FAIL("invalid\n");
-    int result = perform(context.get(), &target, action);
+    Target target(path);
+    if (look_up(__func__, path, target) != 0) return -1;
+    if (target.ptr.value && !takes_value(action, target.ptr.value)) return TQ_FAIL("invalid\n");
+    int result = perform(target.context.get(), &target.ptr, action);
     if (result == UCI_ERR_NOTFOUND && tolerates_absence(action)) result = UCI_OK;
-    if (result == UCI_OK) result = uci_save(context.get(), target.p);
+    if (result == UCI_OK) result = uci_save(target.context.get(), target.ptr.p);
     return result == UCI_OK ? 0 : -1;
 }
 
-int stage_section(LogSite site, uci_context* context, uci_package* package, const char* type) {
+int uci_commit_cfg(const char* file) {
+    Target target(file);
+    if (look_up(__func__, file, target) != 0) return -1;
+    if (uci_commit(target.context.get(), &target.ptr.p, false) == UCI_OK) return 0;
+    return TQ_FAIL("uci_commit fail, %s\n", file);
+}
+
+int stage_section(const char* caller, uci_context* context, uci_package* package,
+                  const char* type) {
+    if (!context || !package || !type) return tq::reject(caller);
     uci_section* section = nullptr;
     if (!is_type(type) || uci_add_section(context, package, type, &section) != UCI_OK) {
-        return TQ_FAIL_AS(site, "uci_add_section %s fail\n", type);
+        return TQ_FAIL_IN(caller, "uci_add_section %s fail\n", type);
     }
     if (uci_save(context, package) != UCI_OK) {
-        return TQ_FAIL_AS(site, "uci_save %s fail\n", package->e.name);
+        return TQ_FAIL_IN(caller, "uci_save %s fail\n", package->e.name);
     }
     return count_sections(package, type) - 1;
 }

@@ -466,5 +466,5 @@ int free_uci_config(int id) {
 
 int add_section(struct uci_context* ctx, struct uci_package* pkg, const char* type) {
     if (!ctx || !pkg || !type) return TQ_FAIL("invalid parameters\n");
-    return tq::stage_section(TQ_HERE, ctx, pkg, type);
+    return tq::stage_section(__func__, ctx, pkg, type);
 }
