@@ -1,5 +1,7 @@
 #include "foundation/file.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -12,6 +14,13 @@ ssize_t read_some(int fd, void* buffer, size_t size) {
         got = read(fd, buffer, size);
     } while (got < 0 && errno == EINTR);
     return got;
+}
+
+int write_file(const char* path, const char* text) {
+    const UniqueFd file(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    if (!file) return -1;
+    const size_t length = strlen(text);
+    return write(file.get(), text, length) == static_cast<ssize_t>(length) ? 0 : 1;
 }
 
 bool read_first_line(int fd, std::span<char> line) {

@@ -86,6 +86,10 @@ class HeapText {
 // Like read(2), but not interrupted by signals.
 ssize_t read_some(int fd, void* buffer, size_t size);
 
+// Writes a text file anew. 0; 1 where it is not written whole; -1 where it cannot be opened, with
+// errno.
+int write_file(const char* path, const char* text);
+
 // The first line of a small file, with its line feed, as much of it as fits and as one read gives.
 // False, with an empty line, where there is nothing to read.
 bool read_first_line(int fd, std::span<char> line);

@@ -21,6 +21,9 @@ inline constexpr size_t kConfigLineSize = 1024;
 // The one table of the process, in the order of the ids.
 std::span<syslog_process, kProcessCount> process_table();
 
+// Null where there is no table or no row of that id.
+syslog_process* find_process(syslog_process* table, uint32_t id);
+
 // Sends signal 49 to the running processes that the list ("|", names each closed by "|") holds and
 // that catch it. Always 0.
 int notice_apps(const char* list);
