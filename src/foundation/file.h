@@ -90,8 +90,11 @@ ssize_t read_some(int fd, void* buffer, size_t size);
 // errno.
 int write_file(const char* path, const char* text);
 
-// The first line of a small file, with its line feed, as much of it as fits and as one read gives.
-// False, with an empty line, where there is nothing to read.
+// A small text file, as much of it as fits and as one read gives; false, with an empty text, where
+// there is nothing to read.
+bool read_text(int fd, std::span<char> text);
+
+// The same for its first line, with its line feed.
 bool read_first_line(int fd, std::span<char> line);
 
 // Hands out the lines of a descriptor as fgets into 1024 bytes does: with their line feed, a longer

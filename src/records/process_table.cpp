@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <string_view>
 
 namespace {
@@ -135,6 +134,12 @@ constexpr Stored kStored = store();
 constinit syslog_process table[kProcessCount] = {};
 constinit pthread_once_t table_filled = PTHREAD_ONCE_INIT;
 
+const char* behind_text(const char* text) {
+    while (*text++ != '\0')
+        continue;
+    return text;
+}
+
 void fill_table() {
     const char* stored = kStored.data();
     for (syslog_process& row : table) {
@@ -142,8 +147,8 @@ void fill_table() {
         row.facility = static_cast<uint8_t>(*stored++);
         row.level = LOG_ERR;
         row.name = stored;
-        row.tag = row.name + strlen(row.name) + 1;
-        stored = row.tag + strlen(row.tag) + 1;
+        row.tag = behind_text(row.name);
+        stored = behind_text(row.tag);
     }
 }
 
@@ -151,7 +156,7 @@ void fill_table() {
 
 namespace tq {
 
-std::span<syslog_process, kProcessCount> process_table() {
+syslog_process* process_table() {
     pthread_once(&table_filled, fill_table);
     return table;
 }

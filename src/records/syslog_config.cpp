@@ -228,10 +228,8 @@ int reload_syslog_level() {
     UniqueFd file(open(level_file, O_RDWR | O_CLOEXEC));
     if (!file) return 0;
     char text[256];
-    const ssize_t got = tq::read_some(file.get(), text, sizeof(text) - 1);
-    text[got > 0 ? got : 0] = '\0';
     int level = 0;
-    if (second_word_number(text, level)) {
+    if (tq::read_text(file.get(), text) && second_word_number(text, level)) {
         setlogmask(LOG_UPTO(static_cast<unsigned>(level) & LOG_PRIMASK));
         acknowledge(file, level);
     }
@@ -263,7 +261,7 @@ void init_syslog() {
 }
 
 syslog_process* get_syslog_cfg() {
-    return tq::process_table().data();
+    return tq::process_table();
 }
 
 void write_syslog_config_file() {
