@@ -234,15 +234,11 @@ bool is_recorded_already(const StoreFront& front) {
 }
 
 void record_reset() {
-    constexpr char kFile[] = "reboot_cause.c";
-    constexpr char kFunction[] = "rb_kernel_up_check";
-    if (watchdog_made_reset()) {
-        rb_generate_reboot_cause(&recorded_reset, REBOOT_CAUSE_WATCHDOG, kFile, kFunction,
-                                 kWatchdogLine, "Watch dog");
-    } else {
-        rb_generate_reboot_cause(&recorded_reset, REBOOT_CAUSE_POWER_DOWN, kFile, kFunction,
-                                 kPowerDownLine, "Power down");
-    }
+    const bool watchdog = watchdog_made_reset();
+    rb_generate_reboot_cause(
+        &recorded_reset, watchdog ? REBOOT_CAUSE_WATCHDOG : REBOOT_CAUSE_POWER_DOWN,
+        "reboot_cause.c", "rb_kernel_up_check", watchdog ? kWatchdogLine : kPowerDownLine, "%s",
+        watchdog ? "Watch dog" : "Power down");
     rb_write_reboot_cause_inner(&recorded_reset);
 }
 
