@@ -74,7 +74,7 @@ int my_system(const char* command) {
 }
 
 int run_cmd(const char* command, char* out, int out_size) {
-    if (!command || !out || out_size <= 0) return TQ_FAIL("invalid parameters\n");
+    if (!command || !out || out_size <= 0) return tq::reject(__func__);
     *out = '\0';
     const Pipe pipe(command);
     if (!pipe) return TQ_FAIL("popen fail, cmd = %s\n\n", command);
@@ -85,7 +85,7 @@ int run_cmd(const char* command, char* out, int out_size) {
 }
 
 int get_key_vlaue(const char* command, const char* key, int* value) {
-    if (!command || !key || !value) return TQ_FAIL("invalid parameters\n");
+    if (!command || !key || !value) return tq::reject(__func__);
     const Pipe pipe(command);
     if (!pipe) return TQ_FAIL("popen fail, cmd = %s\n\n", command);
     LineReader lines(pipe.fd());
@@ -98,7 +98,7 @@ int get_key_vlaue(const char* command, const char* key, int* value) {
 }
 
 int read_line(const char* path, const char* needle, char* out, int out_size) {
-    if (!path || !needle || !out || out_size < 1) return TQ_FAIL("invalid parameters\n");
+    if (!path || !needle || !out || out_size < 1) return tq::reject(__func__);
     *out = '\0';
     const UniqueFd file(open(path, O_RDONLY | O_CLOEXEC));
     if (!file) return TQ_FAIL("fopen %s fail\n", path);

@@ -304,7 +304,7 @@ int free_row(LogSite site, uci_entry& row) {
 
 const struct uci_entry* get_uci_entry_by_name(const char* file) {
     if (!file) {
-        TQ_LOG(LOG_ERR, "invalid parameters\n");
+        tq::reject(__func__);
         return nullptr;
     }
     for (const uci_entry& row : registry) {
@@ -329,7 +329,7 @@ int load_uci_config(int id, uci_config_ctx* session) {
 
 int load_named_section(int id, uci_config_ctx* session, const char* name) {
     if (!name || !*name) return TQ_FAIL("no section name\n");
-    if (!session) return TQ_FAIL("invalid parameters\n");
+    if (!session) return tq::reject(__func__);
     if (load_uci_config(id, session) != 0) return -1;
     uci_element* element = uci_find_element(session->ctx, &session->pkg->sections, name);
     if (!element) {
@@ -342,7 +342,7 @@ int load_named_section(int id, uci_config_ctx* session, const char* name) {
 
 int load_unnamed_section(int id, uci_config_ctx* session, const char* type) {
     if (!type || !*type) return TQ_FAIL("no section type\n");
-    if (!session) return TQ_FAIL("invalid parameters\n");
+    if (!session) return tq::reject(__func__);
     if (load_uci_config(id, session) != 0) return -1;
     uci_element* element = nullptr;
     uci_foreach_element(&session->pkg->sections, element) {
@@ -465,6 +465,6 @@ int free_uci_config(int id) {
 }
 
 int add_section(struct uci_context* ctx, struct uci_package* pkg, const char* type) {
-    if (!ctx || !pkg || !type) return TQ_FAIL("invalid parameters\n");
+    if (!ctx || !pkg || !type) return tq::reject(__func__);
     return tq::stage_section(__func__, ctx, pkg, type);
 }
