@@ -40,20 +40,14 @@ bool read_first_line(int fd, char* out, size_t size) {
     return used > 0 || size == 1;
 }
 
-// The first line that starts with the key, or null.
-const char* find_key_line(LineReader& lines, const char* key) {
-    const size_t key_length = strlen(key);
+// What follows the key in the first line that starts with it, or null. The key is compared, never
+// used as a scan format: it is data.
+const char* find_key(LineReader& lines, const char* key) {
+    const size_t length = strlen(key);
     while (const char* line = lines.next()) {
-        if (strncmp(line, key, key_length) == 0) return line;
+        if (strncmp(line, key, length) == 0) return line + length;
     }
     return nullptr;
-}
-
-// The integer of "key=integer". The key is compared, never used as a scan format: it is data.
-std::optional<int> key_value(const char* line, const char* key) {
-    const char* rest = line + strlen(key);
-    if (*rest != '=') return std::nullopt;
-    return tq::leading_int(rest + 1);
 }
 
 int next_byte(FILE* fp) {
@@ -89,9 +83,9 @@ int get_key_vlaue(const char* command, const char* key, int* value) {
     const Pipe pipe(command);
     if (!pipe) return TQ_FAIL("popen fail, cmd = %s\n\n", command);
     LineReader lines(pipe.fd());
-    const char* line = find_key_line(lines, key);
-    if (!line) return TQ_FAIL("not find %s\n", key);
-    const std::optional<int> number = key_value(line, key);
+    const char* rest = find_key(lines, key);
+    if (!rest) return TQ_FAIL("not find %s\n", key);
+    const std::optional<int> number = *rest == '=' ? tq::leading_int(rest + 1) : std::nullopt;
     if (!number) return TQ_FAIL("sscanf fail\n");
     *value = *number;
     return 0;
