@@ -133,7 +133,8 @@ char* tq_hal_get_file_line(FILE* fp) {
         if (!tq_hal_file_gets(buffer.get(), kFileLineSize, fp)) return nullptr;
     } while (is_blank_or_comment(buffer.get()));
     const size_t length = strlen(buffer.get());
-    return length == 0 ? strdup("") : strndup(buffer.get(), length - 1);
+    if (length > 0) buffer.get()[length - 1] = '\0';
+    return strdup(buffer.get());
 }
 
 int nucleus_fgets(char* buf, int size, FILE* fp, const char* needle) {

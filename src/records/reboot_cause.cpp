@@ -135,17 +135,19 @@ bool read_first_line(const char* path, std::span<char> line) {
     return file && tq::read_first_line(file.get(), line);
 }
 
-// The words of a command line end in zero bytes, so that its first line is the first word.
-int get_self_process_name(char (&name)[16]) {
+// The words of a command line end in zero bytes, so that its first line is the first word. What of
+// its last component fits, over zeros.
+void get_self_process_name(char (&name)[16]) {
     tq::Text<24> path;
     path.append("/proc/%d/cmdline", getpid());
     char line[24];
-    if (!read_first_line(path.c_str(), line)) return -1;
-    const char* slash = strrchr(line, '/');
-    const char* program = slash ? slash + 1 : line;
-    memset(name, 0, sizeof(name));
-    memcpy(name, program, strnlen(program, sizeof(name)));
-    return 0;
+    if (!read_first_line(path.c_str(), line)) return;
+    const char* program = line;
+    for (const char* c = line; *c; c++) {
+        if (*c == '/') program = c + 1;
+    }
+    for (size_t i = 0; i < sizeof(name) && program[i]; i++)
+        name[i] = program[i];
 }
 
 uint32_t seconds_now() {

@@ -236,15 +236,6 @@ int reload_syslog_level() {
     return close(file.release());
 }
 
-void install_handler() {
-    struct sigaction action = {};
-    // The kernel ignores what a handler returns.
-    action.sa_handler =
-        reinterpret_cast<void (*)(int)>(reinterpret_cast<void (*)()>(reset_syslog_prority));
-    action.sa_flags = SA_RESTART;
-    sigaction(kReloadSignal, &action, nullptr);
-}
-
 }  // namespace
 
 void init_syslog() {
@@ -363,8 +354,12 @@ void tq_openlog(const char* ident) {
     if (!ident) return;
     snprintf(level_file, sizeof(level_file), "/tmp/.loglvl.%s", ident);
     openlog(kIdent, LOG_PID | LOG_NDELAY, LOG_LOCAL5);
-    // Before the level is read, so that none is missed in between.
-    if (!handler_installed) install_handler();
+    // Before the level is read, so that none is missed in between. The kernel ignores what a
+    // handler returns, and interrupted system calls go on.
+    if (!handler_installed) {
+        signal(kReloadSignal,
+               reinterpret_cast<sighandler_t>(reinterpret_cast<void (*)()>(reset_syslog_prority)));
+    }
     handler_installed = true;
     reload_syslog_level();
 }

@@ -33,7 +33,7 @@ int look_up(const char* caller, const char* path, Target& target) {
 
 int reorder(uci_context* context, uci_ptr* target) {
     if (!target->value || !target->s) return UCI_ERR_INVAL;
-    const auto position = static_cast<int>(strtoul(target->value, nullptr, 10));
+    const int position = leading_int(target->value).value_or(0);
     return uci_reorder_section(context, target->s, position);
 }
 
