@@ -17,26 +17,28 @@ using tq::UciContext;
 
 constexpr size_t kNumberSize = 32;
 
+enum class By { kId, kName };
+
 // Where a value stands. The section is a name, or a type of which it is the index-th.
 struct Place {
     const char* file;
     const char* section;
     int index;
-    bool named;
+    By by;
     const char* option;
     const char* value;
 };
 
 Place by_id(const char* file, const char* type, int id, const char* option, const char* value) {
-    return {file, type, id, false, option, value};
+    return {file, type, id, By::kId, option, value};
 }
 
 Place by_name(const char* file, const char* name, const char* option, const char* value) {
-    return {file, name, -1, true, option, value};
+    return {file, name, -1, By::kName, option, value};
 }
 
 void write_path(TextWriter& path, const Place& place) {
-    if (place.named) {
+    if (place.by == By::kName) {
         path.append("%s.%s", place.file, place.section);
     } else {
         path.append("%s.@%s[%d]", place.file, place.section, place.index);
@@ -48,7 +50,7 @@ void write_path(TextWriter& path, const Place& place) {
 class Path : public Text<1024> {};
 
 bool has_section(const Place& place) {
-    return place.file && place.section && (place.named || place.index != -1);
+    return place.file && place.section && (place.by == By::kName || place.index != -1);
 }
 
 // ---- changes: each is committed at once ----
@@ -107,7 +109,7 @@ int apply(const char* caller, Change change, const Place& place) {
 int reject_change(const char* caller, Change change, const Place& place) {
     const char* label = takes_value(change) ? "config_name" : "cfg_name";
     Text<kNumberSize> id;
-    if (!place.named) {
+    if (place.by == By::kId) {
         label = "config_type";
         id.append(", id = %d", place.index);
     }
@@ -118,27 +120,27 @@ int reject_change(const char* caller, Change change, const Place& place) {
         takes_value(change) ? ", value = " : "", takes_value(change) ? printable(place.value) : "");
 }
 
-int make_change(const char* caller, Change change, const Place& place) {
+int make_change(Place place, Change change, const char* caller) {
     const bool complete = has_section(place) && (place.option || !takes_option(change)) &&
                           (place.value || !takes_value(change));
     return complete ? apply(caller, change, place) : reject_change(caller, change, place);
 }
 
 // Goes by the text's function, and then commits once more.
-int set_number(const char* caller, Place place, unsigned value) {
+int set_number(Place place, unsigned value, const char* caller) {
     const bool complete = has_section(place) && place.option;
     Text<kNumberSize> text;
     text.append(complete ? "%u" : "%d", value);
     place.value = text.c_str();
     if (!complete) return reject_change(caller, Change::kSet, place);
     const int result =
-        place.named
+        place.by == By::kName
             ? uci_set_str_option_by_name(place.file, place.section, place.option, place.value)
             : uci_set_str_option_by_id(place.file, place.section, place.index, place.option,
                                        place.value);
     if (result == 0) return finish(caller, place.file);
     return TQ_FAIL_IN(caller, "%s fail\n",
-                      place.named
+                      place.by == By::kName
                           ? "uci_set_str_option_by_name(filename, config_name, option, buf)"
                           : "uci_set_str_option_by_id(filename, config_type, id, option, buf)");
 }
@@ -155,7 +157,7 @@ int uci_get_value(const Path& path, char* buf, int len) {
 }
 
 // Without an option, the section itself.
-int read_element(const char* caller, const Place& place, char* buf, int len) {
+int read_element(Place place, char* buf, int len, const char* caller) {
     if (!has_section(place)) return tq::reject(caller);
     Path path;
     write_path(path, place);
@@ -164,10 +166,10 @@ int read_element(const char* caller, const Place& place, char* buf, int len) {
     return -1;
 }
 
-int read_number(const char* caller, const Place& place, int* value) {
+int read_number(Place place, int* value, const char* caller) {
     if (!place.option || !value) return tq::reject(caller);
     char text[kNumberSize];
-    if (read_element(caller, place, text, sizeof(text)) != 0) return -1;
+    if (read_element(place, text, sizeof(text), caller) != 0) return -1;
     *value = tq::leading_int(text).value_or(0);
     return 0;
 }
@@ -242,51 +244,51 @@ int uci_cmd_format(char* buf, size_t size, const char* file, const char* type, c
         write_path(path, by_name(file, name, nullptr, type));
         return 0;
     }
-    write_path(
-        path, {file, name ? name : type, index, name != nullptr, option, option ? value : nullptr});
+    write_path(path, {file, name ? name : type, index, name ? By::kName : By::kId, option,
+                      option ? value : nullptr});
     return 0;
 }
 
 int uci_set_str_option_by_id(const char* filename, const char* config_type, int id,
                              const char* option, const char* value) {
-    return make_change(__func__, Change::kSet, by_id(filename, config_type, id, option, value));
+    return make_change(by_id(filename, config_type, id, option, value), Change::kSet, __func__);
 }
 
 int uci_set_int_option_by_id(const char* filename, const char* config_type, int id,
                              const char* option, unsigned value) {
-    return set_number(__func__, by_id(filename, config_type, id, option, nullptr), value);
+    return set_number(by_id(filename, config_type, id, option, nullptr), value, __func__);
 }
 
 int uci_set_str_option_by_name(const char* filename, const char* config_name, const char* option,
                                const char* value) {
-    return make_change(__func__, Change::kSet, by_name(filename, config_name, option, value));
+    return make_change(by_name(filename, config_name, option, value), Change::kSet, __func__);
 }
 
 int uci_set_int_option_by_name(const char* filename, const char* config_name, const char* option,
                                unsigned value) {
-    return set_number(__func__, by_name(filename, config_name, option, nullptr), value);
+    return set_number(by_name(filename, config_name, option, nullptr), value, __func__);
 }
 
 int uci_add_list_by_name(const char* filename, const char* config_name, const char* option,
                          const char* value) {
-    return make_change(__func__, Change::kAddItem, by_name(filename, config_name, option, value));
+    return make_change(by_name(filename, config_name, option, value), Change::kAddItem, __func__);
 }
 
 int uci_add_list_by_id(const char* filename, const char* config_type, int id, const char* option,
                        const char* value) {
-    return make_change(__func__, Change::kAddItem, by_id(filename, config_type, id, option, value));
+    return make_change(by_id(filename, config_type, id, option, value), Change::kAddItem, __func__);
 }
 
 int uci_del_list_by_name(const char* filename, const char* config_name, const char* option,
                          const char* value) {
-    return make_change(__func__, Change::kDeleteItem,
-                       by_name(filename, config_name, option, value));
+    return make_change(by_name(filename, config_name, option, value), Change::kDeleteItem,
+                       __func__);
 }
 
 int uci_del_list_by_id(const char* filename, const char* config_type, int id, const char* option,
                        const char* value) {
-    return make_change(__func__, Change::kDeleteItem,
-                       by_id(filename, config_type, id, option, value));
+    return make_change(by_id(filename, config_type, id, option, value), Change::kDeleteItem,
+                       __func__);
 }
 
 int uci_add_secition_by_name(const char* filename, const char* config_type,
@@ -300,24 +302,24 @@ int uci_add_secition_by_name(const char* filename, const char* config_type,
 }
 
 int del_uci_section_by_id(const char* filename, const char* config_type, int id) {
-    return make_change(__func__, Change::kDeleteSection,
-                       by_id(filename, config_type, id, nullptr, nullptr));
+    return make_change(by_id(filename, config_type, id, nullptr, nullptr), Change::kDeleteSection,
+                       __func__);
 }
 
 int del_uci_section_by_name(const char* filename, const char* config_name) {
-    return make_change(__func__, Change::kDeleteSection,
-                       by_name(filename, config_name, nullptr, nullptr));
+    return make_change(by_name(filename, config_name, nullptr, nullptr), Change::kDeleteSection,
+                       __func__);
 }
 
 int del_uci_option_by_id(const char* filename, const char* config_type, int id,
                          const char* option) {
-    return make_change(__func__, Change::kDeleteOption,
-                       by_id(filename, config_type, id, option, nullptr));
+    return make_change(by_id(filename, config_type, id, option, nullptr), Change::kDeleteOption,
+                       __func__);
 }
 
 int del_uci_option_by_name(const char* filename, const char* config_name, const char* option) {
-    return make_change(__func__, Change::kDeleteOption,
-                       by_name(filename, config_name, option, nullptr));
+    return make_change(by_name(filename, config_name, option, nullptr), Change::kDeleteOption,
+                       __func__);
 }
 
 int uci_add_section_by_type(struct uci_context* ctx, struct uci_package* pkg, const char* type) {
@@ -346,22 +348,22 @@ int add_uci_section(const char* filename, const char* config_type) {
 int uci_get_str_option_by_name(const char* filename, const char* config_name, const char* option,
                                char* buf, int len) {
     if (!option) return tq::reject(__func__);
-    return read_element(__func__, by_name(filename, config_name, option, nullptr), buf, len);
+    return read_element(by_name(filename, config_name, option, nullptr), buf, len, __func__);
 }
 
 int uci_get_int_option_by_name(const char* filename, const char* config_name, const char* option,
                                int* value) {
-    return read_number(__func__, by_name(filename, config_name, option, nullptr), value);
+    return read_number(by_name(filename, config_name, option, nullptr), value, __func__);
 }
 
 int uci_get_str_option_by_id(const char* filename, const char* config_type, int id,
                              const char* option, char* buf, int len) {
-    return read_element(__func__, by_id(filename, config_type, id, option, nullptr), buf, len);
+    return read_element(by_id(filename, config_type, id, option, nullptr), buf, len, __func__);
 }
 
 int uci_get_int_option_by_id(const char* filename, const char* config_type, int id,
                              const char* option, int* value) {
-    return read_number(__func__, by_id(filename, config_type, id, option, nullptr), value);
+    return read_number(by_id(filename, config_type, id, option, nullptr), value, __func__);
 }
 
 int set_uci_option(struct uci_context* ctx, const char* path) {
