@@ -12,25 +12,6 @@ namespace tq {
 
 namespace {
 
-// What a path leads to, in a context of its own. libuci writes into the copy of the path.
-struct Target {
-    explicit Target(const char* path) : copy(path ? strdup(path) : nullptr) {}
-
-    const UciContext context;
-    const HeapText copy;
-    uci_ptr ptr{};
-};
-
-int look_up(const char* caller, const char* path, Target& target) {
-    if (!path) return tq::reject(caller);
-    if (!target.context) return TQ_FAIL_IN(caller, "uci_alloc_context fail\n");
-    if (target.copy &&
-        uci_lookup_ptr(target.context.get(), &target.ptr, target.copy.get(), true) == UCI_OK) {
-        return 0;
-    }
-    return TQ_FAIL_IN(caller, "uci_lookup_ptr fail, %s\n", path);
-}
-
 int reorder(uci_context* context, uci_ptr* target) {
     if (!target->value || !target->s) return UCI_ERR_INVAL;
     const int position = leading_int(target->value).value_or(0);
@@ -84,23 +65,43 @@ bool is_type(const char* type) {
     return *type != '\0';
 }
 
-}  // namespace
-
-int uci_do_section(UciAction action, const char* path) {
-    Target target(path);
-    if (look_up(__func__, path, target) != 0) return -1;
-    if (target.ptr.value && !takes_value(action, target.ptr.value)) return TQ_FAIL("invalid\n");
-    int result = perform(target.context.get(), &target.ptr, action);
+int apply(uci_context* context, uci_ptr* target, UciAction action) {
+    if (target->value && !takes_value(action, target->value)) {
+        return TQ_FAIL_IN("uci_do_section", "invalid\n");
+    }
+    int result = perform(context, target, action);
     if (result == UCI_ERR_NOTFOUND && tolerates_absence(action)) result = UCI_OK;
-    if (result == UCI_OK) result = uci_save(target.context.get(), target.ptr.p);
+    if (result == UCI_OK) result = uci_save(context, target->p);
     return result == UCI_OK ? 0 : -1;
 }
 
+int commit(uci_context* context, uci_ptr* target, const char* file) {
+    if (uci_commit(context, &target->p, false) == UCI_OK) return 0;
+    return TQ_FAIL_IN("uci_commit_cfg", "uci_commit fail, %s\n", file);
+}
+
+// Applies the action to what the path leads to, in a context of its own, or commits it where there
+// is none. libuci writes into the copy of the path.
+int work_on(const char* path, const UciAction* action, const char* caller) {
+    if (!path) return reject(caller);
+    const UciContext context;
+    if (!context) return TQ_FAIL_IN(caller, "uci_alloc_context fail\n");
+    const HeapText copy(strdup(path));
+    uci_ptr target{};
+    if (!copy || uci_lookup_ptr(context.get(), &target, copy.get(), true) != UCI_OK) {
+        return TQ_FAIL_IN(caller, "uci_lookup_ptr fail, %s\n", path);
+    }
+    return action ? apply(context.get(), &target, *action) : commit(context.get(), &target, path);
+}
+
+}  // namespace
+
+int uci_do_section(UciAction action, const char* path) {
+    return work_on(path, &action, __func__);
+}
+
 int uci_commit_cfg(const char* file) {
-    Target target(file);
-    if (look_up(__func__, file, target) != 0) return -1;
-    if (uci_commit(target.context.get(), &target.ptr.p, false) == UCI_OK) return 0;
-    return TQ_FAIL("uci_commit fail, %s\n", file);
+    return work_on(file, nullptr, __func__);
 }
 
 int stage_section(const char* caller, uci_context* context, uci_package* package,
