@@ -76,8 +76,7 @@ int tq_get_offline_reason(offline_reason_info* out) {
         return TQ_LOG_AT(941, LOG_ERR, "fopen %s fail:%s\n", kOfflineReason, strerror(errno));
     }
     const HeapText code(tq_hal_get_file_line(file.get()));
-    if (!code) return -1;
-    const HeapText time(tq_hal_get_file_line(file.get()));
+    const HeapText time(code ? tq_hal_get_file_line(file.get()) : nullptr);
     if (!time) return -1;
     out->time_length = store(out->time, time.get());
     out->reason_length =
