@@ -12,10 +12,10 @@ void TextWriter::append(const char* format, ...) {
     va_start(args, format);
     const int wanted = vsnprintf(end_, room_, format, args);
     va_end(args);
-    auto length = static_cast<size_t>(wanted);
+    const auto length = static_cast<size_t>(wanted);
     if (wanted < 0 || length >= room_) {
-        cut_ = true;
-        length = strlen(end_);
+        room_ = 0;
+        return;
     }
     end_ += length;
     room_ -= length;

@@ -18,12 +18,11 @@ class TextWriter {
 
     __attribute__((format(printf, 2, 3))) void append(const char* format, ...);
 
-    [[nodiscard]] bool cut() const { return cut_; }
+    [[nodiscard]] bool cut() const { return room_ == 0; }
 
   private:
     char* end_;
-    size_t room_;
-    bool cut_ = false;
+    size_t room_;  // 0 once something was cut
 };
 
 // Text of fewer than N bytes, on the stack.

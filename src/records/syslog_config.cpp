@@ -6,11 +6,11 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include <bit>
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 
 #include "foundation/file.h"
 #include "foundation/log.h"
@@ -49,6 +49,9 @@ constexpr char kReportFile[] = "/tmp/syslogserver";
 constexpr int kReloadSignal = 49;
 constexpr uint32_t kMinFileSize = 10;
 constexpr uint32_t kMaxFileSize = 10240;
+
+// The facility of LOG_LOCAL5.
+constexpr char kLocal5[] = "local5";
 
 using ConfigLine = Text<tq::kConfigLineSize>;
 
@@ -107,7 +110,11 @@ const char* facility_name_of(uint32_t value) {
 enum class Target { kFile, kServer, kTrace };
 
 uint32_t server_of(const syslog_process& row) {
-    return std::bit_cast<uint32_t>(row.server);
+    // Where it stands in the row, it can be read as one word.
+    static_assert(offsetof(syslog_process, server) % alignof(uint32_t) == 0);
+    uint32_t server = 0;
+    memcpy(&server, std::assume_aligned<alignof(uint32_t)>(row.server), sizeof(server));
+    return server;
 }
 
 bool may_lead(const syslog_process& row, Target target) {
@@ -150,8 +157,8 @@ size_t write_blocks(FILE* file, Target target) {
                         tq::printable(facility_name_of(leader.facility)),
                         static_cast<int>(syslog_file_size * 1024));
         } else {
-            line.append("\n%s.*\t\t@%d.%d.%d.%d\n\n", facility_name_of(LOG_LOCAL5),
-                        leader.server[0], leader.server[1], leader.server[2], leader.server[3]);
+            line.append("\n%s.*\t\t@%d.%d.%d.%d\n\n", kLocal5, leader.server[0], leader.server[1],
+                        leader.server[2], leader.server[3]);
         }
         fputs(line.c_str(), file);
         length = strlen(line.c_str());
@@ -170,7 +177,7 @@ void write_trace_block(const char* caller, FILE* file, size_t position) {
     inet_ntop(AF_INET, &address, dotted, sizeof(dotted));
     ConfigLine line;
     append_group(line, syslog_cfg, Target::kTrace);
-    line.append("\n%s.*\t\t&%s %d %llu\n\n", facility_name_of(LOG_LOCAL5), dotted, wcd_trace.port,
+    line.append("\n%s.*\t\t&%s %d %llu\n\n", kLocal5, dotted, wcd_trace.port,
                 static_cast<unsigned long long>(wcd_trace.id));
     const char* text = position == 0 ? line.c_str() : "";
     TQ_LOG_IN(caller, LOG_ERR, "buf(%d): %s\n", static_cast<int>(position + strlen(line.c_str())),
@@ -181,7 +188,7 @@ void write_trace_block(const char* caller, FILE* file, size_t position) {
 bool write_config(const char* caller) {
     const UniqueFile file(fopen(kConfigFile, "we"));
     if (!file) return false;
-    fprintf(file.get(), "logLocalFac=%s\n\n", facility_name_of(LOG_LOCAL5));
+    fprintf(file.get(), "logLocalFac=%s\n\n", kLocal5);
     const size_t position = write_blocks(file.get(), Target::kFile);
     write_trace_block(caller, file.get(), position);
     if (syslog_server_status) write_blocks(file.get(), Target::kServer);

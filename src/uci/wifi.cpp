@@ -317,11 +317,10 @@ int wifi_set_auth_radius_server(uci_config_ctx* session, const struct wifi_radiu
     if (!session || !server) return tq::reject(__func__);
     unsigned wan = 0;
     if (get_wan_if_addr(&wan) != 0) return TQ_FAIL("get wan ip addr failed!\n");
-    const char* network = get_uci_config(session, "network");
-    if (!network) return TQ_FAIL("get vap network failed!\n");
     Text<kBridgeSize> bridge;
-    bridge.append("br-%s", network);
-    if (bridge.cut()) return TQ_FAIL("get vap network failed!\n");
+    const char* network = get_uci_config(session, "network");
+    if (network) bridge.append("br-%s", network);
+    if (!network || bridge.cut()) return TQ_FAIL("get vap network failed!\n");
     const in_addr_t server_address = htonl(server->addr);
     char address[INET_ADDRSTRLEN];
     inet_ntop(AF_INET, &server_address, address, sizeof(address));
