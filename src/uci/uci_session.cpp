@@ -58,9 +58,11 @@ constinit uci_entry registry[] = {
 };
 static_assert(std::size(registry) == UCI_CONFIG_ALL);
 
-// Ids are positions.
 uci_entry* find_row(int id) {
-    return id >= 0 && id < UCI_CONFIG_ALL ? &registry[id] : nullptr;
+    for (uci_entry& row : registry) {
+        if (row.id == id) return &row;
+    }
+    return nullptr;
 }
 
 uci_element* uci_find_element(uci_context* context, uci_list* list, const char* name) {
@@ -146,19 +148,6 @@ bool matches(uci_context* context, uci_section* section, const char* const* matc
     return true;
 }
 
-// A null match takes every section of the type.
-bool select_by_type(uci_config_ctx* session, const char* type, const char* const* match) {
-    uci_element* element = nullptr;
-    uci_foreach_element(&session->pkg->sections, element) {
-        uci_section* section = uci_to_section(element);
-        if (strcmp(section->type, type) != 0) continue;
-        if (match && !matches(session->ctx, section, match)) continue;
-        select_section(session, section);
-        return true;
-    }
-    return false;
-}
-
 // ---- sessions ----
 
 const uci_entry* row_of(const uci_config_ctx& session) {
@@ -201,52 +190,48 @@ const char* given(const char* text) {
     return text ? text : "nil";
 }
 
-// What a session's operation needs first; what is missing is logged in its name.
-bool is_usable(const char* caller, uci_config_ctx* session) {
-    const char* missing = !session ? "uctx" : !has_section(session) ? "uctx->ptr.s" : nullptr;
-    if (missing) TQ_LOG_IN(caller, LOG_ERR, "incomplete param, %s:nil\n", missing);
-    return !missing;
-}
-
-bool is_usable(const char* caller, uci_config_ctx* session, const char* option) {
-    if (option) return is_usable(caller, session);
-    TQ_LOG_IN(caller, LOG_ERR, "incomplete param, option:%s\n", "nil");
-    return false;
-}
-
-uci_option* find_option(const uci_config_ctx* session, const char* option) {
-    uci_element* element = uci_find_element(session->ctx, &session->ptr.s->options, option);
-    return element ? uci_to_option(element) : nullptr;
-}
-
-// The address of an option. The section's name is its own: a caller may have moved the session.
-void address_option(const uci_config_ctx* session, const char* option, const char* value,
-                    uci_ptr& ptr) {
+// The address of an option of the session's section, found or not; false for a session without a
+// section, logged in the operation's name. The section's name is its own: a caller may have moved
+// the session.
+bool address(uci_config_ctx* session, const char* option, uci_ptr& ptr, const char* caller) {
+    const char* missing = !option                 ? "option"
+                          : !session              ? "uctx"
+                          : !has_section(session) ? "uctx->ptr.s"
+                                                  : nullptr;
+    if (missing) {
+        TQ_LOG_IN(caller, LOG_ERR, "incomplete param, %s:nil\n", missing);
+        return false;
+    }
     ptr = {};
     ptr.p = session->ptr.p;
     ptr.s = session->ptr.s;
     ptr.section = ptr.s->e.name;
     ptr.option = option;
-    ptr.value = value;
-    ptr.o = find_option(session, option);
+    uci_element* element = uci_find_element(session->ctx, &ptr.s->options, option);
+    if (element) ptr.o = uci_to_option(element);
+    return true;
 }
 
 // The same for an operation that takes a value.
-bool address_value(const char* caller, uci_config_ctx* session, const char* option,
-                   const char* value, uci_ptr& ptr) {
+bool address_value(uci_config_ctx* session, const char* option, const char* value, uci_ptr& ptr,
+                   const char* caller) {
     if (!option || !value || !*value) {
         TQ_LOG_IN(caller, LOG_ERR, "incomplete param, val_str:%s, option:%s\n", given(value),
                   given(option));
         return false;
     }
-    if (!is_usable(caller, session)) return false;
-    address_option(session, option, value, ptr);
+    if (!address(session, option, ptr, caller)) return false;
+    ptr.value = value;
     return true;
+}
+
+bool is_list(const uci_ptr& target) {
+    return target.o && target.o->type == UCI_TYPE_LIST;
 }
 
 // Whether the addressed list holds the value.
 bool is_listed(const uci_ptr& target) {
-    return target.o && target.o->type == UCI_TYPE_LIST && holds(&target.o->v.list, target.value);
+    return is_list(target) && holds(&target.o->v.list, target.value);
 }
 
 // What the file can hold as an option's name, as the line of a staged change can.
@@ -308,6 +293,29 @@ int free_row(const char* caller, uci_entry& row) {
     return 0;
 }
 
+// Selects the first section of a type that matches; a null match takes them all.
+constexpr int kNoneFits = 1;
+
+int load_first(int id, uci_config_ctx* session, const char* type, const char* const* match,
+               const char* caller) {
+    if (!type || !*type) return TQ_FAIL_IN(caller, "no section type\n");
+    if (load_uci_config(id, session) != 0) return -1;
+    if (!session) {
+        return TQ_FAIL_IN("find_uci_section",
+                          "incomplete param, section_type: %s, uctx->ptr.p: %p\n", type,
+                          static_cast<void*>(nullptr));
+    }
+    uci_element* element = nullptr;
+    uci_foreach_element(&session->pkg->sections, element) {
+        uci_section* section = uci_to_section(element);
+        if (strcmp(section->type, type) != 0) continue;
+        if (match && !matches(session->ctx, section, match)) continue;
+        select_section(session, section);
+        return 0;
+    }
+    return kNoneFits;
+}
+
 }  // namespace
 
 const struct uci_entry* get_uci_entry_by_name(const char* file) {
@@ -349,10 +357,9 @@ int load_named_section(int id, uci_config_ctx* session, const char* name) {
 }
 
 int load_unnamed_section(int id, uci_config_ctx* session, const char* type) {
-    if (!type || !*type) return TQ_FAIL("no section type\n");
-    if (!session) return tq::reject(__func__);
-    if (load_uci_config(id, session) != 0) return -1;
-    if (select_by_type(session, type, nullptr)) return 0;
+    if (!session && type && *type) return tq::reject(__func__);
+    const int result = load_first(id, session, type, nullptr, __func__);
+    if (result != kNoneFits) return result;
     uci_list* sections = &session->pkg->sections;
     if (!uci_list_empty(sections)) {
         session->ptr.s = uci_to_section(list_to_element(sections->prev));
@@ -362,31 +369,27 @@ int load_unnamed_section(int id, uci_config_ctx* session, const char* type) {
 }
 
 int load_specific_section(int id, uci_config_ctx* session, const char* type, const char** match) {
-    if (!type || !*type) return TQ_FAIL("no section type\n");
-    if (load_uci_config(id, session) != 0) return -1;
-    if (session) return select_by_type(session, type, match) ? 0 : -1;
-    return TQ_FAIL_IN("find_uci_section", "incomplete param, section_type: %s, uctx->ptr.p: %p\n",
-                      type, static_cast<void*>(nullptr));
+    return load_first(id, session, type, match, __func__) == 0 ? 0 : -1;
 }
 
 const char* get_uci_config(uci_config_ctx* session, const char* option) {
-    if (!is_usable(__func__, session, option)) return nullptr;
-    const uci_option* found = find_option(session, option);
-    if (found && found->type == UCI_TYPE_STRING) return found->v.string;
+    uci_ptr found;
+    if (!address(session, option, found, __func__)) return nullptr;
+    if (found.o && found.o->type == UCI_TYPE_STRING) return found.o->v.string;
     TQ_LOG(LOG_NOTICE, "get uci config option '%s' failed\n", option);
     return nullptr;
 }
 
 int set_uci_config(uci_config_ctx* session, const char* option, const char* value) {
     uci_ptr target;
-    if (!address_value(__func__, session, option, value, target)) return -1;
+    if (!address_value(session, option, value, target, __func__)) return -1;
     Change change = uci_set;
     const char* attempt = "change";
     const char* success = attempt;
     if (!target.o) {
         attempt = "create";
         success = "add";
-    } else if (target.o->type == UCI_TYPE_LIST) {
+    } else if (is_list(target)) {
         change = uci_add_list;
         attempt = success = "add";
     } else if (strcmp(target.o->v.string, value) == 0) {
@@ -401,9 +404,8 @@ int set_uci_config(uci_config_ctx* session, const char* option, const char* valu
 }
 
 int del_uci_config(uci_config_ctx* session, const char* option) {
-    if (!is_usable(__func__, session, option)) return -1;
     uci_ptr target;
-    address_option(session, option, nullptr, target);
+    if (!address(session, option, target, __func__)) return -1;
     if (!target.o) {
         TQ_LOG(LOG_DEBUG, "no such option '%s'\n", option);
         return 1;
@@ -416,14 +418,14 @@ int del_uci_config(uci_config_ctx* session, const char* option) {
 }
 
 struct uci_list* uci_lookup_option_list(uci_config_ctx* session, const char* option) {
-    if (!is_usable(__func__, session, option)) return nullptr;
-    uci_option* found = find_option(session, option);
-    return found && found->type == UCI_TYPE_LIST ? &found->v.list : nullptr;
+    uci_ptr found;
+    if (!address(session, option, found, __func__)) return nullptr;
+    return is_list(found) ? &found.o->v.list : nullptr;
 }
 
 int add_uci_list(uci_config_ctx* session, const char* option, const char* value) {
     uci_ptr target;
-    if (!address_value(__func__, session, option, value, target)) return -1;
+    if (!address_value(session, option, value, target, __func__)) return -1;
     if (is_listed(target)) return 1;
     const int error = can_be_staged(target) ? uci_add_list(session->ctx, &target) : -1;
     if (error != UCI_OK) {
@@ -434,7 +436,7 @@ int add_uci_list(uci_config_ctx* session, const char* option, const char* value)
 
 int del_uci_list(uci_config_ctx* session, const char* option, const char* value) {
     uci_ptr target;
-    if (!address_value(__func__, session, option, value, target)) return -1;
+    if (!address_value(session, option, value, target, __func__)) return -1;
     if (!is_listed(target)) return 1;
     const int error = uci_del_list(session->ctx, &target);
     if (error != UCI_OK) TQ_LOG(LOG_ERR, "uci del '%s' fail\n", option);
