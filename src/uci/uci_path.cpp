@@ -65,12 +65,17 @@ bool takes_value(Change change) {
     return change < Change::kDeleteOption;
 }
 
-// What a change does and how the log tells it.
+// What a change does and how the log tells it: "uci add_list %s\n", "uci del_list %s\n" and
+// "uci del %s\n" before it; where it fails "uci_do_section fail, uci set %s\n",
+// "uci_do_section fail, uci add_list %s\n", "uci_do_section fail, uci del_list %s\n" and
+// "uci_do_section fail, uci del %s\n" in the step's name, and then "uci set %s fail\n",
+// "add list %s fail\n", "del_list fail\n" and "%s fail\n" with "del_uci(buf)" in the exported
+// one's.
 struct ChangeRow {
     UciAction action;
-    char step[9];      // the name that the step itself logs under
-    char command[9];   // "uci add_list %s\n", "uci_do_section fail, uci add_list %s\n"
-    char failure[13];  // "add list %s fail\n" or, without the path, "del_list fail\n"
+    char step[9];
+    char command[9];
+    char failure[13];
 };
 
 constexpr ChangeRow kChanges[] = {
@@ -86,7 +91,6 @@ int finish(const char* caller, const char* file) {
     return 0;
 }
 
-// A failure is logged in the step's name, and then in the exported function's.
 int apply(const char* caller, Change change, const Place& place) {
     const ChangeRow& row = kChanges[static_cast<size_t>(change)];
     Path path;
@@ -103,9 +107,12 @@ int apply(const char* caller, Change change, const Place& place) {
     return finish(caller, place.file);
 }
 
-// "invalid parameter, filename = %s, config_type = %s, id = %d, option = %s, value = %s\n" by id,
-// "invalid parameter, filename = %s, config_name = %s, option = %s, value = %s\n" by name, where
-// deleters say "cfg_name": as much of it as the change takes.
+// As much as the change takes of "invalid parameter, filename = %s, config_type = %s, id = %d\n",
+// "invalid parameter, filename = %s, config_type = %s, id = %d, option = %s\n" and
+// "invalid parameter, filename = %s, config_type = %s, id = %d, option = %s, value = %s\n" by id;
+// of "invalid parameter, filename = %s, cfg_name = %s\n", "invalid parameter, filename = %s,
+// cfg_name = %s, option = %s\n" and "invalid parameter, filename = %s, config_name = %s, option =
+// %s, value = %s\n" by name.
 int reject_change(const char* caller, Change change, const Place& place) {
     const char* label = takes_value(change) ? "config_name" : "cfg_name";
     Text<kNumberSize> id;

@@ -191,8 +191,8 @@ const char* given(const char* text) {
 }
 
 // The address of an option of the session's section, found or not; false for a session without a
-// section, logged in the operation's name. The section's name is its own: a caller may have moved
-// the session.
+// section, logged in the operation's name ("incomplete param, option:%s\n" and so on). The
+// section's name is its own: a caller may have moved the session.
 bool address(uci_config_ctx* session, const char* option, uci_ptr& ptr, const char* caller) {
     const char* missing = !option                 ? "option"
                           : !session              ? "uctx"
@@ -386,6 +386,9 @@ const char* get_uci_config(uci_config_ctx* session, const char* option) {
     return nullptr;
 }
 
+// "create uci value '%s' for option '%s' failed\n", "add uci value '%s' for option '%s' failed\n",
+// "change uci value '%s' for option '%s' failed\n", "add uci value '%s' for option '%s' success\n",
+// "change uci value '%s' for option '%s' success\n".
 int set_uci_config(uci_config_ctx* session, const char* option, const char* value) {
     uci_ptr target;
     if (!address_value(session, option, value, target, __func__)) return -1;
