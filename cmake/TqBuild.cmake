@@ -21,6 +21,12 @@ target_compile_options(tq_warnings INTERFACE
     $<$<COMPILE_LANGUAGE:C>:-Wmissing-prototypes -Wstrict-prototypes>)
 target_compile_definitions(tq_warnings INTERFACE _GNU_SOURCE _FILE_OFFSET_BITS=64)
 
+# GCC lets a caller keep values in registers that the called function does not name; but what a MIPS16 function sets up its
+# global pointer with is added later, and destroys one of them.
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^mips" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    add_compile_options(-fno-ipa-ra)
+endif()
+
 # For what is linked without the C++ run-time library.
 add_library(tq_freestanding INTERFACE)
 target_link_libraries(tq_freestanding INTERFACE tq_warnings)

@@ -33,7 +33,10 @@ main() {
     start_bus
     start_log
     await_bus
-    if [ -n "$services" ]; then device_services; fi
+    if [ -n "$services" ]; then
+        device_services
+        fill_flash.sh
+    fi
     date +%s.%N >/run/tqdevice/ready
     trap - EXIT
 }

@@ -120,13 +120,14 @@ TQ_API int tq_get_eth_ability_of_speed(int port);
  * for a port that the board does not have or cannot name. */
 TQ_API char *tq_get_eth_ifname(int port);
 
-/* ---- WAN and LAN ---- */
-
-/* Failures of these are logged as "%s fail" with the call that failed, as written in the source. */
+/* ---- WAN and LAN ----
+ *
+ * Failures of these are logged as "%s fail" with the call that failed, as written in the source. */
 
 /* The board's WAN port: interface name, label on the case, and port, in whatever form the board
- * library has it. The buffers take at least 32 bytes. -1 with an empty text when the board has no
- * answer ("tq_get_oem_ap_type_wan_info(AP_TYPE_WAN_IF_NAME, ifname)" and so on). */
+ * library has it. The buffers take at least 32 bytes.
+ * -1 with an empty text when the board has no answer
+ * ("tq_get_oem_ap_type_wan_info(AP_TYPE_WAN_IF_NAME, ifname)" and so on). */
 TQ_API int get_wan_if_name(char *ifname);
 TQ_API int get_wan_if_label(char *name);
 TQ_API int get_wan_if_port(char *port);
@@ -142,17 +143,17 @@ TQ_API int get_lan_if_port(int index, char *port);
 TQ_API int get_wan_name(char *buf, int len);
 
 /* That interface's IPv4 address, in network byte order, and hardware address, of which six bytes
- * are written; a len below 6 fails. -1 when there is no WAN interface ("get_wan_name(ifname,
- * sizeof(ifname))") or it has none ("get_if_addr(ifname, addr)" and "get_if_mac(ifname, (char
- * *)mac, len)"). */
+ * are written; a len below 6 fails.
+ * -1 when there is no WAN interface ("get_wan_name(ifname, sizeof(ifname))") or it has none
+ * ("get_if_addr(ifname, addr)" and "get_if_mac(ifname, (char *)mac, len)"). */
 TQ_API int get_wan_if_addr(unsigned *addr);
 TQ_API int get_wan_if_mac(char *mac, int len);
 
 /* The hardware address of any interface, as above. */
 TQ_API int get_lan_if_mac(const char *ifname, char *mac, int len);
 
-/* The IPv4 address of br-lan, in network byte order. The first argument is ignored. -1 when it has
- * none ("get_if_addr(BR_LAN, addr)"). */
+/* The IPv4 address of br-lan, in network byte order. The first argument is ignored.
+ * -1 when it has none ("get_if_addr(BR_LAN, addr)"). */
 TQ_API int get_lan_addr(int ignored, unsigned *addr);
 
 /* ---- operating mode and names ---- */

@@ -1,7 +1,7 @@
 /* command.h - shell commands and small text files.
  *
  * Runs a command through the shell, picks the first line or one key=integer pair out of what it
- * prints, and finds a line in a text file. The functions keep no state and may run on any thread.
+ * prints, and finds a line in a text file.
  *
  * Lines are read in pieces of at most 1023 bytes: a longer line is seen as several, and a key or
  * needle that straddles the boundary is not found. A command's exit status is never looked at, only
@@ -16,7 +16,8 @@
 TQ_BEGIN_DECLS
 
 /* Runs command through the shell and waits for it. The command is logged at LOG_INFO as
- * "exec: %s". Its arguments are the caller's to quote: nothing here is checked.
+ * "exec: %s". Its arguments are the caller's to quote: nothing here is checked, and a null command
+ * runs nothing.
  * Always 0, whatever the command did. */
 TQ_API int my_system(const char *command);
 

@@ -35,9 +35,9 @@ TQ_BEGIN_DECLS
 typedef struct _dictionary_ { /* NOLINT(bugprone-reserved-identifier) */
     int n;                    /* slots in use */
     int size;                 /* slots */
-    char **val;
-    char **key;
-    unsigned *hash;
+    char **val;               /* the values, by slot */
+    char **key;               /* the keys, by slot; null in a free one */
+    unsigned *hash;           /* of the keys, by slot */
 } dictionary;
 
 /* A number for the text: the one-at-a-time hash, bytes from 0x80 on taken as negative. 0 for the

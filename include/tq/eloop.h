@@ -27,6 +27,7 @@ TQ_BEGIN_DECLS
 /* Called when sock is readable, at its end, or in error: what read(2) does not block on. */
 typedef void (*eloop_sock_handler)(int sock, void *eloop_data, void *user_data);
 
+/* Called when the timeout is due, with what was registered with it. */
 typedef void (*eloop_timeout_handler)(void *eloop_data, void *user_data);
 
 /* loop_user_data is the loop's, as given to eloop_init. Runs in the loop, not in signal context. */
@@ -35,44 +36,51 @@ typedef void (*eloop_signal_handler)(int sig, void *loop_user_data, void *signal
 /* For eloop_cancel_timeout: any value of that argument. */
 #define ELOOP_ALL ((void *)UINTPTR_MAX)
 
-/* The records below are read by debuggers and by owners of loops of tq/thd_eloop.h; only the
- * functions change them. */
+/* ---- the loop's records ----
+ *
+ * Read by debuggers and by owners of loops of tq/thd_eloop.h; only the functions change them. */
 
+/* A registered socket. */
 struct eloop_sock {
-    int sock;
-    void *eloop_data;
-    void *user_data;
-    eloop_sock_handler handler;
+    int sock;                   /* the descriptor */
+    void *eloop_data;           /* for the handler */
+    void *user_data;            /* for the handler */
+    eloop_sock_handler handler; /* what is called */
 };
 
+/* A registered timeout, in a list ordered by due time. */
 struct eloop_timeout {
-    int32_t tv_sec; /* when it is due, by the monotonic clock */
-    int32_t tv_usec;
-    void *eloop_data;
-    void *user_data;
-    eloop_timeout_handler handler;
-    struct eloop_timeout *next;
+    int32_t tv_sec;                /* when it is due, by the monotonic clock */
+    int32_t tv_usec;               /* 0 to 999999 */
+    void *eloop_data;              /* for the handler */
+    void *user_data;               /* for the handler */
+    eloop_timeout_handler handler; /* what is called */
+    struct eloop_timeout *next;    /* the one due behind it; null in the last */
 };
 
+/* A registered signal. */
 struct eloop_signal {
-    int sig;
-    void *user_data;
-    eloop_signal_handler handler;
-    int signaled; /* deliveries not yet handled */
+    int sig;                      /* its number */
+    void *user_data;              /* for the handler */
+    eloop_signal_handler handler; /* what is called */
+    int signaled;                 /* deliveries not yet handled */
 };
 
+/* A loop. */
 struct eloop_state {
-    void *user_data;
-    int max_sock; /* the highest descriptor ever registered */
-    int reader_count;
-    struct eloop_sock *readers;
+    void *user_data;               /* as given when it was initialised */
+    int max_sock;                  /* the highest descriptor ever registered */
+    int reader_count;              /* entries of readers */
+    struct eloop_sock *readers;    /* in the order in which they are called */
     struct eloop_timeout *timeout; /* the next one due */
-    int signal_count;
-    struct eloop_signal *signals;
-    int signaled; /* deliveries, of any signal, not yet handled */
-    int terminate;
-    int cmm_agent_connected;
+    int signal_count;              /* entries of signals */
+    struct eloop_signal *signals;  /* in the order of their registration */
+    int signaled;                  /* deliveries, of any signal, not yet handled */
+    int terminate;                 /* whether it was told to end */
+    int cmm_agent_connected;       /* as eloop_connect_cmm_agent has it */
 };
+
+/* ---- functions ---- */
 
 /* Clears the process's loop and keeps user_data for signal handlers and eloop_get_user_data. Must
  * be called first. Called again it forgets, and leaks, all that was registered; so eloop_destroy
@@ -86,7 +94,8 @@ TQ_API void eloop_init(void *user_data);
 TQ_API int eloop_register_read_sock(int sock, eloop_sock_handler handler, void *eloop_data,
                                     void *user_data);
 
-/* Removes the first entry of sock. 0; -1 when there is none. */
+/* Removes the first entry of sock.
+ * 0; -1 when there is none. */
 TQ_API int eloop_unregister_read_sock(int sock);
 
 /* Calls handler once, secs seconds and usecs microseconds from now or as soon after as the loop
@@ -97,7 +106,8 @@ TQ_API int eloop_register_timeout(unsigned secs, unsigned usecs, eloop_timeout_h
                                   void *eloop_data, void *user_data);
 
 /* Removes every timeout of this handler, eloop_data and user_data; ELOOP_ALL for one of the two
- * data stands for any value. The number removed, 0 or more. */
+ * data stands for any value.
+ * The number removed, 0 or more. */
 TQ_API int eloop_cancel_timeout(eloop_timeout_handler handler, void *eloop_data, void *user_data);
 
 /* Calls handler after sig was delivered, once for all deliveries since it was called last. The

@@ -46,8 +46,8 @@ TQ_API int notify_fm_ntp_disconnect(const char *addr, int port, const char *prob
 TQ_API int notify_fm_ntp_connect(const char *addr, int port);
 
 /* The upload server could not be reached, or could be again: the same fields for the object
- * "fm.ism_server", always by command, whose complaints go to standard error. The command of
- * the failure notice is logged at LOG_DEBUG as "%s". */
+ * "fm.ism_server", always by command, whose complaints go to standard error. The command of the
+ * failure notice is logged at LOG_DEBUG as "%s". */
 TQ_API int notify_fm_ism_upload_fail(const char *addr, int port, const char *probable_cause,
                                      const char *specific_cause);
 TQ_API int notify_fm_ism_upload(const char *addr, int port);

@@ -57,7 +57,8 @@ TQ_API int iniparser_getboolean(const dictionary *d, const char *key, int notfou
 TQ_API int iniparser_find_entry(const dictionary *d, const char *entry);
 
 /* Sets the entry to a copy of val; null makes it a section. The section of a key is not made by
- * itself. 0; -1 for a null d or entry and when memory runs out, with the dictionary as it was. */
+ * itself.
+ * 0; -1 for a null d or entry and when memory runs out, with the dictionary as it was. */
 TQ_API int iniparser_set(dictionary *d, const char *entry, const char *val);
 
 /* Removes the entry, if it is there. That of a section leaves its keys. */

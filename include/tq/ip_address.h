@@ -37,7 +37,7 @@ typedef struct ip_address {
             uint8_t address[16];
             uint32_t prefix_length; /* 0 to 128 */
         } v6;
-    } form;
+    } form; /* by the version */
 } ip_address;
 
 /* Clear the record and set its size; its version becomes IP_VERSION_NONE, 4 or 6. */
@@ -51,8 +51,11 @@ TQ_API int ip_get_version(const ip_address *address);
 /* The prefix length of either version, as it is stored: it may be out of range. */
 TQ_API int ip_get_masklen(const ip_address *address, uint32_t *len);
 
-/* IPv4 readers. Those that use the prefix length give -1 also when it is above 32. */
+/* ---- IPv4 readers ----
+ *
+ * Those that use the prefix length give -1 also when it is above 32. */
 
+/* The prefix length, the address and the netmask. */
 TQ_API int ip_get_v4_masklen(const ip_address *address, uint32_t *len);
 TQ_API int ip_get_v4_byte_addr(const ip_address *address, uint8_t out[4]);
 TQ_API int ip_get_v4_byte_mask(const ip_address *address, uint8_t out[4]);
@@ -68,8 +71,11 @@ TQ_API int ip_get_v4_str_addr_mask(const ip_address *address, char *buf, uint32_
 /* Four address bytes as text. */
 TQ_API int v4_byte_addr_to_str(const uint8_t address[4], char *buf, uint32_t size);
 
-/* IPv4 writers. Each sets the version to IPv4 and leaves the rest of the record as it is. */
+/* ---- IPv4 writers ----
+ *
+ * Each sets the version to IPv4 and leaves the rest of the record as it is. */
 
+/* The address. */
 TQ_API int ip_set_v4_byte_addr(ip_address *address, const uint8_t bytes[4]);
 /* -1 for a length above 32. */
 TQ_API int ip_set_v4_masklen(ip_address *address, uint32_t len);
@@ -86,6 +92,8 @@ TQ_API int ip_set_v4_str_mask(ip_address *address, const char *text);
  * bytes and size are then written already. */
 TQ_API int ip_set_v4_str_addr_mask(ip_address *address, const char *text);
 
+/* ---- IPv4 text ---- */
+
 /* The four bytes of "192.168.1.10"; -1 for fewer than four numbers, or one of 256 or more. */
 TQ_API int v4_str_to_byte_addr(const char *text, uint8_t out[4]);
 
@@ -95,8 +103,11 @@ TQ_API int v4_str_to_byte_addr(const char *text, uint8_t out[4]);
 TQ_API int v4_get_ip_and_mask(const char *text, char *addr_buf, uint32_t addr_size, char *mask_buf,
                               uint32_t mask_size);
 
-/* IPv6. The setters set the version to IPv6. */
+/* ---- IPv6 ----
+ *
+ * The setters set the version to IPv6. */
 
+/* The address. */
 TQ_API int ip_set_v6_byte_addr(ip_address *address, const uint8_t bytes[16]);
 /* -1 for a length above 128. */
 TQ_API int ip_set_v6_masklen(ip_address *address, uint32_t len);
@@ -122,6 +133,8 @@ TQ_API int v6_str_to_ip_address(const char *text, ip_address *out);
 TQ_API int ip_address_to_v6_str(const ip_address *address, char *buf, uint32_t size, int with_mask);
 TQ_API int ip_address_to_v6_str_addr(const ip_address *address, char *buf, uint32_t size);
 TQ_API int ip_address_to_v6_str_addr_mask(const ip_address *address, char *buf, uint32_t size);
+
+/* ---- either version ---- */
 
 /* 1 for a record that is null, of another version, or whose address bytes are all zero; else 0. */
 TQ_API int ipv4_is_empty(const ip_address *address);

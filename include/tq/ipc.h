@@ -40,7 +40,8 @@ TQ_API int ipc_cmd(int sock, const void *req, size_t req_len, void *resp, size_t
  * 0; -1 when the request cannot be sent, and then sock is closed. */
 TQ_API int ipc_cmd_imm(int sock, const void *req, size_t req_len);
 
-/* Closes the socket; the result of close(2). */
+/* Closes the socket.
+ * The result of close(2). */
 TQ_API int ipc_close(int sock);
 
 /* Connects to server_name, does what ipc_cmd does with a limit of one second, and closes the

@@ -19,15 +19,17 @@
 
 TQ_BEGIN_DECLS
 
+/* A value in its place; made and freed by the list. */
 struct tq_list_node {
     struct tq_list_node *prev; /* null in the first node */
     struct tq_list_node *next; /* null in the last node */
-    uintptr_t data;
+    uintptr_t data;            /* the caller's value */
 };
 
+/* A list; tq_list_init comes first. */
 struct tq_list {
-    struct tq_list_node *head; /* both null when the list is empty */
-    struct tq_list_node *tail;
+    struct tq_list_node *head; /* null when the list is empty */
+    struct tq_list_node *tail; /* null when the list is empty */
 };
 
 /* Makes the list empty. What it held before is forgotten, not freed.
@@ -35,7 +37,8 @@ struct tq_list {
  * failed assertion "list != ((void *)0)", also in builds without assertions. */
 TQ_API int tq_list_init(struct tq_list *list);
 
-/* Appends data at the tail. 0; -1 with the list unchanged when memory runs out. */
+/* Appends data at the tail.
+ * 0; -1 with the list unchanged when memory runs out. */
 TQ_API int tq_list_add(struct tq_list *list, uintptr_t data);
 
 /* Inserts data in front of the node before, or at the tail where before is null.
@@ -46,10 +49,12 @@ TQ_API int tq_list_ins(struct tq_list *list, struct tq_list_node *before, uintpt
  * 0; -1 with the list unchanged when no node does. */
 TQ_API int tq_list_rmv(struct tq_list *list, uintptr_t data);
 
-/* Removes and frees the node, which must be one of this list's. 0; -1 for a null node. */
+/* Removes and frees the node, which must be one of this list's.
+ * 0; -1 for a null node. */
 TQ_API int tq_list_rmv_node(struct tq_list *list, struct tq_list_node *node);
 
-/* Removes and frees every node, head first; the empty list may be used again. 0. */
+/* Removes and frees every node, head first; the empty list may be used again.
+ * 0. */
 TQ_API int tq_list_deinit(struct tq_list *list);
 
 /* The head, null when the list is empty. */

@@ -17,7 +17,7 @@
  *
  * An address is six bytes, the octet with the multicast and local bits first. Functions that take a
  * number of bytes want at least 6; null and less give -1. Nothing here is logged but by
- * get_radio_stats. No state: any thread may call.
+ * get_radio_stats.
  */
 #ifndef TQ_MAC_H
 #define TQ_MAC_H
@@ -26,17 +26,20 @@
 
 TQ_BEGIN_DECLS
 
-/* The base address. 0, or another result of the board library that is not negative; -1 where it has
- * no base address, and the buffer is then as that library left it. */
+/* The base address.
+ * 0, or another result of the board library that is not negative; -1 where it has no base address,
+ * and the buffer is then as that library left it. */
 TQ_API int get_base_mac(uint8_t *mac, uint32_t len);
 
 /* The WAN's: the base address. */
 TQ_API int get_wan_mac(uint8_t *mac, uint32_t len);
 
-/* The address of LAN n, from 0. 0; -1 without a base address. */
+/* The address of LAN n, from 0.
+ * 0; -1 without a base address. */
 TQ_API int get_lan_mac(uint32_t n, uint8_t *mac, uint32_t len);
 
-/* The address of the VLANs. 0; -1 without a base address. */
+/* The address of the VLANs.
+ * 0; -1 without a base address. */
 TQ_API int get_vlan_mac(uint8_t *mac, uint32_t len);
 
 /* The address of a radio, from 0. The offset is the number that the board's text starts with, 0
@@ -53,9 +56,9 @@ TQ_API int get_vap_mac(uint32_t radio, uint32_t vap, uint8_t *mac, int len);
  * and beyond octet 0 it is lost. A null mac or an octet above 5 changes nothing. */
 TQ_API void mac_offset(uint8_t *mac, uint32_t octet, uint32_t add);
 
-/* The first-octet rule. 0 changes nothing. Any other n keeps the first octet's low nibble, sets its
- * local bit 0x02, and makes its high nibble that of before minus one plus n, modulo 16. A null mac
- * is left alone. */
+/* The first-octet rule: an n of 0 changes nothing. Any other n keeps the first octet's low nibble,
+ * sets its local bit 0x02, and makes its high nibble that of before minus one plus n, modulo 16. A
+ * null mac is left alone. */
 TQ_API void vap_mac_offset(uint32_t n, uint8_t *mac);
 
 /* The same by its other name. */

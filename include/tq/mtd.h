@@ -3,8 +3,7 @@
  * The device carries a primary and a backup image and a backup boot loader, each in a partition
  * whose name is the board's affair (the board-information library), and in the boot loader's
  * environment a mark for each, read by the firmware's command "fw_printenv": 0 where it can be
- * used. Everything is logged at LOG_ERR but for the answer of get_active_image_type. The line
- * numbers in the log are fixed.
+ * used. The line numbers in the log are fixed.
  */
 #ifndef TQ_MTD_H
 #define TQ_MTD_H
@@ -20,10 +19,10 @@ TQ_BEGIN_DECLS
 #define TQ_IMAGE_VERSION_SIZE 24
 
 /* Opens the index-th partition of that name, counted from 0 in the order of "/proc/mtd", for
- * reading: "/dev/mtdN", or "/dev/mtdblockN" where block is not 0, and before those
- * "/dev/mtd/N" or "/dev/mtdblock/N". A name that starts with "/" is a path and opened as it is; so
- * is one that is not listed, and any name where "/proc/mtd" cannot be read. A descriptor, which the
- * caller closes (it is closed by exec, too); -1 when nothing could be opened, with errno as open(2)
+ * reading: "/dev/mtdN", or "/dev/mtdblockN" where block is not 0, and before those "/dev/mtd/N" or
+ * "/dev/mtdblock/N". A name that starts with "/" is a path and opened as it is; so is one that is
+ * not listed, and any name where "/proc/mtd" cannot be read.
+ * The descriptor, which the caller closes; -1 when nothing could be opened, with errno as open(2)
  * left it and without a log line, and for a null name or a negative index ("invalid parameters").
  */
 TQ_API int mtd_open_match(const char *name, int index, uint8_t block);

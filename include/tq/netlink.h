@@ -23,12 +23,11 @@ struct nl_sock; /* libnl's */
 typedef struct netlink_msg {
     uint16_t type; /* the generic-netlink command, or the netlink message type */
     uint16_t len;  /* payload bytes put into data */
-    void *data;
+    void *data;    /* the caller's buffer */
 } netlink_msg;
 
-/* The longest payload of tq_genl_send, and of tq_write_netlink. */
-#define TQ_GENL_PAYLOAD_MAX 4996
-#define TQ_NETLINK_PAYLOAD_MAX 4984
+#define TQ_GENL_PAYLOAD_MAX 4996    /* bytes, the longest payload of tq_genl_send */
+#define TQ_NETLINK_PAYLOAD_MAX 4984 /* bytes, the longest payload of tq_write_netlink */
 
 /* Connects to generic netlink and resolves the family. *family_id is -1 from the start, and then
  * the family's id, which is logged at LOG_DEBUG as "name=%s, family_id=%d".
@@ -38,15 +37,17 @@ typedef struct netlink_msg {
  * the numbers being libnl's. */
 TQ_API struct nl_sock *tq_genl_connect(int *family_id, const char *family_name);
 
-/* Closes and frees the socket. */
+/* Closes and frees the socket.
+ * Always 0 but for a null socket. */
 TQ_API int tq_genl_disconnect(struct nl_sock *sock);
 
 /* Sends the command cmd with one attribute, of type 1, to the kernel's family of that id (its low
  * 16 bits count). The attribute's length, and so the message's, counts one byte more than the
  * payload, a zero, which tq_genl_recv at the other end delivers. Where the socket is full, the call
  * tries again until there is room. Messages of 4996 bytes of payload are longer than tq_genl_recv
- * takes. The bytes that the last sendto(2) sent: of the whole message, where the kernel takes it at
- * once. -1 when sock or data is null or len is zero or less ("%s:arguments is null" with the
+ * takes.
+ * The bytes that the last sendto(2) sent: of the whole message, where the kernel takes it at once.
+ * -1 when sock or data is null or len is zero or less ("%s:arguments is null" with the
  * function's name), for a len above TQ_GENL_PAYLOAD_MAX ("invalid parameters, len = %d") and when
  * sending fails, which is not logged. */
 TQ_API int tq_genl_send(int family_id, struct nl_sock *sock, unsigned char cmd, const void *data,
@@ -54,20 +55,21 @@ TQ_API int tq_genl_send(int family_id, struct nl_sock *sock, unsigned char cmd, 
 
 /* Receives a message of the family and copies the first attribute's payload, cut at size bytes,
  * into msg->data; msg->type becomes the command. Other attributes are not looked at. A message
- * without an attribute, or with one shorter than its own header, has no payload. The bytes copied,
- * also in msg->len. -1 with *msg and its buffer untouched when an argument is null or size is 0
- * ("%s:arguments is null" with the function's name), or when receiving fails: then
- * "%s:genl_rcv_msg error" at LOG_WARNING follows the reason, which is logged in the name of
+ * without an attribute, or with one shorter than its own header, has no payload. One of more than
+ * 5020 bytes is received cut, and so refused.
+ * The bytes copied, also in msg->len. -1 with *msg and its buffer untouched when an argument is
+ * null or size is 0 ("%s:arguments is null" with the function's name), or when receiving fails:
+ * then "%s:genl_rcv_msg error" at LOG_WARNING follows the reason, which is logged in the name of
  * genl_rcv_msg: "invalid parameters, len = %d" for a size that is negative as an integer, "recv
  * fail, ret = %d, errno = %d, err info:%s", "msg.nlh.nlmsg_type = %d, NLMSG_ERROR = %d,
  * NLMSG_OK((&msg.nlh), ret) = %d" for an error message and for one that is cut or lies about its
- * length, "msg.nlh.nlmsg_type = %d, family_id = %d" for another family's. Messages of more than
- * 5020 bytes are received cut. */
+ * length, "msg.nlh.nlmsg_type = %d, family_id = %d" for another family's. */
 TQ_API int tq_genl_recv(int family_id, struct nl_sock *sock, netlink_msg *msg, size_t size);
 
 /* Connects as tq_genl_connect does, and sends command 1 with the payload "Hello", its terminator
- * included. The socket; null when connecting ("tq_genl_connect error", after the reason) or sending
- * fails ("tq_genl_send error"; *family_id is then the family's id all the same). */
+ * included.
+ * The socket; null when connecting ("tq_genl_connect error", after the reason) or sending fails
+ * ("tq_genl_send error"; *family_id is then the family's id all the same). */
 TQ_API struct nl_sock *tq_genl_connect_and_send(int *family_id, const char *family_name);
 
 /* Opens a socket of that netlink protocol, bound to the process id as its port and to the group,
@@ -92,7 +94,8 @@ TQ_API int tq_write_netlink(int sock, const void *data, size_t size);
  * ("recvmsg fail"). */
 TQ_API int tq_read_netlink(int sock, netlink_msg *msg, size_t size);
 
-/* Closes the socket. Always 0. */
+/* Closes the socket.
+ * Always 0. */
 TQ_API int tq_close_netlink(int sock);
 
 /* Connects to generic netlink and resolves "fuMAC". The socket's port and the id are logged at

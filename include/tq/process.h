@@ -8,7 +8,7 @@
  * still counts as running, and one that ends while /proc is read may be missed. The name is the
  * kernel's: 15 bytes at most, and up to its first blank.
  *
- * The functions may run on any thread, as long as none changes the names in the table.
+ * What the calls share is the table: nobody changes a name in it while a function here runs.
  */
 #ifndef TQ_PROCESS_H
 #define TQ_PROCESS_H
@@ -36,10 +36,10 @@ TQ_API int apps_is_running(uint32_t id);
 /* Whether the process listing shows name anywhere in a line:
  * "ps|grep %s|grep -v grep|grep -v clish|grep -v kill" has something to say. The name reaches the
  * shell as it is and grep as a pattern: quoting is the caller's, and text from elsewhere has no
- * place in it. apps_is_running asks for a whole name, and starts no command. 1 when it does
- * ("process '%s' is running", at LOG_ERR as well); 0 when it does not, when no command can be
- * started ("Execute %s error." with the command), and for a null name or one that makes the command
- * 1024 bytes long or longer ("invalid parameters"). */
+ * place in it. apps_is_running asks for a whole name, and starts no command.
+ * 1 when it does ("process '%s' is running", at LOG_ERR as well); 0 when it does not, when no
+ * command can be started ("Execute %s error." with the command), and for a null name or one that
+ * makes the command 1024 bytes long or longer ("invalid parameters"). */
 TQ_API int check_if_proc_running(const char *name);
 
 TQ_END_DECLS

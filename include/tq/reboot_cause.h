@@ -35,7 +35,7 @@ TQ_BEGIN_DECLS
 #define REBOOT_CAUSE_RECORDS 20       /* slots of the ring */
 #define REBOOT_PANIC_TEXT_SIZE 20480  /* bytes of a panic text */
 #define REBOOT_CAUSE_STORE_SIZE 43556 /* bytes of the store */
-#define REBOOT_CAUSE_MAGIC 0xAB
+#define REBOOT_CAUSE_MAGIC 0xAB       /* in the header of a store that was made */
 
 /* Causes 1 to 5 are the callers' own. The last two are an unplanned reset's; they are stored, and
  * counted, as cause 4. */

@@ -38,11 +38,11 @@ enum redboot_config_type {
 
 /* What redboot_add_config adds. */
 typedef struct redboot_config_option {
-    const char *key;
-    const char *title;      /* for people; not stored */
-    const char *enable_key; /* the key of the bool that enables the entry, or null */
-    uint32_t enable_sense;  /* the entry is enabled where that bool is this */
-    uint32_t type;
+    const char *key;         /* its name, at most 254 characters */
+    const char *title;       /* for people; not stored */
+    const char *enable_key;  /* the key of the bool that enables the entry, or null */
+    uint32_t enable_sense;   /* the entry is enabled where that bool is this */
+    uint32_t type;           /* REDBOOT_CONFIG_... */
     uintptr_t default_value; /* the value of a bool, int or IPv4 address; else a pointer to it */
 } redboot_config_option;
 

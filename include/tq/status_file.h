@@ -4,8 +4,7 @@
  * traffic statistics is up, the state of the controller link, the server that receives core dumps,
  * a backup of the logs, and the lock that keeps two firmware upgrades apart. Each is a file, an
  * option of the configuration or the name of a socket: nothing is kept in memory. The files are
- * written without a lock, so a reader may see a half-written one. All functions may run on any
- * thread.
+ * written without a lock, so a reader may see a half-written one.
  */
 #ifndef TQ_STATUS_FILE_H
 #define TQ_STATUS_FILE_H
@@ -14,11 +13,11 @@
 
 TQ_BEGIN_DECLS
 
-/* Why the access point last went offline, and when. The lengths do not count the terminator. */
+/* Why the access point last went offline, and when. */
 typedef struct offline_reason_info {
-    uint32_t reason_length;
-    char reason[128];
-    uint32_t time_length;
+    uint32_t reason_length; /* in bytes, without the terminator */
+    char reason[128];       /* the code's text */
+    uint32_t time_length;   /* in bytes, without the terminator */
     char time[32]; /* "YYYY-MM-DD hh:mm:ss", local time, as tq_set_offline_reason wrote it */
 } offline_reason_info;
 
@@ -30,8 +29,8 @@ TQ_API void tq_set_offline_reason(int reason);
 
 /* Reads the record: the code's text ("System Reboot", "Change AC", "Change Configuration",
  * "WTP Crash", "WTP Lock", "Network Timeout") and the time. A code outside 1 to 6 reads as
- * "System Reboot". The time is the file's second line, cut at 31 bytes; percent signs have no
- * meaning in it. Blank lines and lines that start with "#" are skipped.
+ * "System Reboot". The time is the file's second line, cut at 31 bytes. Blank lines and lines that
+ * start with "#" are skipped.
  * 0; -1 with *out untouched when there is no file ("fopen %s fail:%s") or it has fewer than two
  * lines (not logged). */
 TQ_API int tq_get_offline_reason(offline_reason_info *out);
@@ -42,9 +41,8 @@ TQ_API int tq_get_offline_reason(offline_reason_info *out);
 TQ_API int set_traffic_upload_status(const void *up);
 
 /* 1 when the upload is recorded as down, 0 when it is up and when nothing is recorded: the callers
- * ask "is it down?". Of the file's first line 31 characters are looked at, and logged at LOG_DEBUG
- * as
- * "%s". */
+ * ask "is it down?". Of the file's first line 31 characters are looked at, and logged as "%s" at
+ * LOG_DEBUG. */
 TQ_API int get_traffic_upload_status(void);
 
 /* Stores the state of the controller link: option "status" of the first section of type "capwap" in
@@ -56,8 +54,9 @@ TQ_API int set_capwap_status_file(int status);
 TQ_API int get_capwap_status_file(void);
 
 /* Stores the server that receives core dumps in /usr/config/coredump_server, without a terminator
- * or line feed. Only its first 16 bytes are ever read back. 0; -1 when the file cannot be opened or
- * not all of the text was written (not logged): what the file held before is then lost. */
+ * or line feed. Only its first 16 bytes are ever read back.
+ * 0; -1 when the file cannot be opened or not all of the text was written (not logged): what the
+ * file held before is then lost. */
 TQ_API int save_coredump_server(const char *server);
 
 /* Copies the stored server into out, of 16 bytes: what the file holds, up to 16 bytes, without a
@@ -81,8 +80,9 @@ TQ_API int backup_all_log(const char *a, const char *b);
  * "upgrade-img" of a local datagram socket. It does not wait. Any process of the same network
  * namespace can hold the name, whatever its rights; the kernel frees it when its holder ends,
  * however that comes. The handle is a descriptor, closed on exec: a program that the holder starts
- * does not hold the lock. The handle for tq_upgrade_mutex_end; -1 when the lock is held, by this
- * process as well, or no socket is to be had (not logged). */
+ * does not hold the lock.
+ * The handle for tq_upgrade_mutex_end; -1 when the lock is held, by this process as well, or no
+ * socket is to be had (not logged). */
 TQ_API int tq_upgrade_mutex_begin(void);
 
 /* 1 when an upgrade holds the lock, 0 otherwise. To find out, it takes the lock for a moment: an

@@ -29,8 +29,9 @@ TQ_BEGIN_DECLS
 #define SYSLOG_NO_LOCAL_LOG 0xffffffffu
 
 /* A known process. */
-typedef struct syslog_process { /* NOLINT(clang-analyzer-optin.performance.Padding) */
-    uint32_t id;
+/* NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding) */
+typedef struct syslog_process {
+    uint32_t id;       /* as process.h has it */
     const char *name;  /* as the kernel has it */
     const char *tag;   /* short, for level files and lists of programs */
     uint32_t level;    /* 0 (LOG_EMERG) to 7 (LOG_DEBUG), 3 at first; or SYSLOG_NO_LOCAL_LOG */
@@ -38,9 +39,10 @@ typedef struct syslog_process { /* NOLINT(clang-analyzer-optin.performance.Paddi
     uint32_t facility; /* as in <syslog.h>: LOG_LOCAL5, for one */
 } syslog_process;
 
+/* A facility by name. */
 typedef struct syslog_facility {
-    const char *name;
-    int value;
+    const char *name; /* "local5", for one */
+    int value;        /* as in <syslog.h> */
 } syslog_facility;
 
 /* The server that collects traces of the wireless clients' connections, filled in by the caller. */
@@ -50,7 +52,7 @@ typedef struct wcd_trace_settings {
     uint16_t port;         /* host byte order */
     int32_t level;         /* of all processes while the trace is on; negative: not set */
     int8_t enable;         /* 0: off; 1: on; any other value is on as well, but called "Disable" */
-    uint8_t reserved[31 - sizeof(const char *)];
+    uint8_t reserved[31 - sizeof(const char *)]; /* makes the record 48 bytes */
 } wcd_trace_settings;
 
 /* Each is initialized where it is defined. NOLINTBEGIN(bugprone-dynamic-static-initializers) */
@@ -70,6 +72,7 @@ extern TQ_API uint32_t syslog_file_size;
 extern TQ_API const syslog_facility facilitynames[];
 #endif
 
+/* The trace's settings; set_wcd_trace_conf puts them into effect. */
 extern TQ_API wcd_trace_settings wcd_trace;
 
 /* NOLINTEND(bugprone-dynamic-static-initializers) */
@@ -87,19 +90,21 @@ TQ_API syslog_process *get_syslog_cfg(void);
  *
  *     logLocalFac=local5
  *
- *     !|TAG|TAG|                                          a block a facility, in the table's order
+ *     !|TAG|TAG|
  *     FACILITY.*<TAB><TAB>%/var/log/system.log BYTES 666
  *
- *     !|TAG|TAG|                                          while wcd_trace is on and its host
- * resolves: local5.*<TAB><TAB>&ADDRESS PORT ID                  all tags; also logged ("buf(%d):
- * %s")
+ *     !|TAG|TAG|
+ *     local5.*<TAB><TAB>&ADDRESS PORT ID
  *
- *     !|TAG|TAG|                                          while remote logging is on: a block for
- * each local5.*<TAB><TAB>@ADDRESS                          server and facility
+ *     !|TAG|TAG|
+ *     local5.*<TAB><TAB>@ADDRESS
  *
- * with an empty line behind each block, and tells the log daemon. Where the last row of the table
- * leads a block of the local file, the trace block stays empty. A facility without a name is
- * "(null)"; a line is cut at 1023 bytes. Waits for the name server, and for the command.
+ * with an empty line behind each block, and tells the log daemon. The first block is there for each
+ * facility, in the table's order; the second, which has all tags, while wcd_trace is on and its
+ * host resolves (also logged, "buf(%d): %s"); the third for each server and facility while remote
+ * logging is on. Where the last row of the table leads a block of the local file, the trace block
+ * stays empty. A facility without a name is "(null)"; a line is cut at 1023 bytes. Waits for the
+ * name server, and for the command.
  * A file that cannot be opened stays as it was, the log daemon is not told, and nothing is logged;
  * a full disk cuts the file. */
 TQ_API void write_syslog_config_file(void);
@@ -113,7 +118,8 @@ TQ_API void write_syslog_pmr_ap_report_file(uint32_t on);
  * level file cannot be written keeps its level. The level is not checked, and the configuration
  * file not written. Running processes that do not catch signal 49 are logged ("find pidname:%s
  * pid%d ", then "%s " with the mask of the signals that it catches, both in the name of
- * notice_apps). 1 when nothing changed; 0 when running processes were looked for. */
+ * notice_apps).
+ * 1 when nothing changed; 0 when running processes were looked for. */
 TQ_API int set_process_syslog_level(int process_id, int level);
 
 /* The level, or -1 when there is no such process; SYSLOG_NO_LOCAL_LOG is -1 as well. */
@@ -132,6 +138,7 @@ TQ_API void get_syslog_server_ip(uint32_t process_id, uint8_t *address);
  * configuration file are written. */
 TQ_API void set_syslog_status(uint32_t status);
 
+/* Whether remote logging is on: what set_syslog_status was given last, 0 at first. */
 TQ_API uint32_t get_syslog_status(void);
 
 /* Limits the local log file to that many KiB, from 10 to 10240; anything else becomes 10240. Writes
@@ -150,8 +157,8 @@ TQ_API int set_wcd_trace_conf(void);
 
 /* Puts the trace's level into the level files of all processes whose own level differs from it
  * (load), or their own level back (unload), and tells those that run. The table keeps the own
- * levels. 1 when no level differs or no file could be written; 0 when running processes were looked
- * for. */
+ * levels.
+ * 1 when no level differs or no file could be written; 0 when running processes were looked for. */
 TQ_API int load_wcd_trace_level(void);
 TQ_API int unload_wcd_trace_level(void);
 
@@ -161,6 +168,7 @@ TQ_API int unload_wcd_trace_level(void);
  * 49; calls that it interrupts are restarted. A null ident does nothing. */
 TQ_API void tq_openlog(const char *ident);
 
+/* Closes the log, as closelog(3). */
 TQ_API void tq_closelog(void);
 
 /* The handler of signal 49: sets the log mask to the level in the level file of tq_openlog's ident,
@@ -168,8 +176,9 @@ TQ_API void tq_closelog(void);
  * the file, which is not cut there. It calls what is safe in a signal handler, but for
  * setlogmask(3): where the C library locks that (glibc, and musl in a process with threads), a
  * signal that interrupts the same thread's syslog(3) waits for ever. Such a daemon blocks signal 49
- * but where it is idle. errno is kept. 0 when the level was taken and when there is no level file;
- * -1 when closing the file failed; 49, with nothing done, for any other signal. */
+ * but where it is idle. errno is kept.
+ * 0 when the level was taken and when there is no level file; -1 when closing the file failed; 49,
+ * with nothing done, for any other signal. */
 TQ_API int reset_syslog_prority(int signal_number);
 
 TQ_END_DECLS

@@ -1,12 +1,10 @@
 /* sysstat.h - processor, memory, flash, uptime and Ethernet traffic.
  *
- * Each call reads the kernel's file anew, keeps nothing and may run on any thread. Numbers are read
- * as the 32-bit target reads them, on every machine: one that 32 bits do not hold counts as
- * 4294967295, one with a minus sign wraps around. The counters of interfaces have 64 bits.
+ * Each call reads the kernel's file anew and keeps nothing. Numbers are read as the 32-bit target
+ * reads them, on every machine: one that 32 bits do not hold counts as 4294967295, one with a minus
+ * sign wraps around. The counters of interfaces have 64 bits.
  *
  * A null pointer is logged as "invalid parameter" unless the function's comment says otherwise.
- * Outputs that are zeroed first are 0 after a failure. Failures are at LOG_ERR where no other
- * priority is given.
  */
 #ifndef TQ_SYSSTAT_H
 #define TQ_SYSSTAT_H
@@ -42,9 +40,9 @@ struct if_stats {
 
 /* Ticks since boot out of the first seven numbers of /proc/stat, modulo 2^32: *busy is nice,
  * system, irq and softirq together; *total is that and user, idle and iowait. Busy leaves out the
- * user's time: the callers' ratios are built on it. The pointers are not checked. 0; -1 where the
- * file cannot be opened ("Cannot open %s"), -2 where it is of another form ("Cannot parse %s"),
- * both with the outputs as they were. */
+ * user's time: the callers' ratios are built on it. The pointers are not checked.
+ * 0; -1 where the file cannot be opened ("Cannot open %s"), -2 where it is of another form ("Cannot
+ * parse %s"), both with the outputs as they were. */
 TQ_API int tq_get_cpu_ticks(uint32_t *total, uint32_t *busy);
 
 /* Ticks since boot out of the first line of /proc/stat, modulo 2^32: *idle is its fourth number,
@@ -59,8 +57,9 @@ TQ_API int get_proc_cpuinfo(uint32_t *total, uint32_t *idle);
  * contains "MemTotal:", "MemFree:", "Buffers:" or "Cached:", until four were found. Each of them is
  * traced at LOG_DEBUG as "%s - %lu"; one without a number ends the search ("sscanf %s fail"). A
  * line that is there twice counts twice, and leaves the figure of a line that then is not reached
- * as it was. 1 where four lines were found; -1 where there were fewer, or the file cannot be opened
- * ("fopen fail"): what was found is in figures then, too. */
+ * as it was.
+ * 1 where four lines were found; -1 where there were fewer, or the file cannot be opened ("fopen
+ * fail"): what was found is in figures then, too. */
 TQ_API int get_proc_meminfo(uint32_t figures[PROC_MEMINFO_FIGURES]);
 
 /* Total memory in kB.
@@ -84,7 +83,8 @@ TQ_API int tq_get_cpu_real_usage(uint32_t *percent);
 
 /* ---- Uptime, flash, processor type ---- */
 
-/* Seconds since boot. 0; -1 with *seconds 0 ("sysinfo fail"). */
+/* Seconds since boot.
+ * 0; -1 with *seconds 0 ("sysinfo fail"). */
 TQ_API int tq_get_sys_uptime(uint32_t *seconds);
 
 /* Free room of the file system mounted on /overlay for users without privileges, in kB: block size
@@ -94,9 +94,10 @@ TQ_API int tq_get_sys_uptime(uint32_t *seconds);
  * line). */
 TQ_API int tq_get_flash_free_size(uint32_t *free_kb);
 
-/* The size of the first partition of /proc/mtd in bytes. 0 where the file lists none (no log line),
- * or the line is of another form ("sscanf fail"); -1 where the file cannot be opened ("fopen
- * fail"). A partition of 2 GiB or more gives a negative number. */
+/* The size of the first partition of /proc/mtd in bytes.
+ * 0 where the file lists none (no log line), or the line is of another form ("sscanf fail"); -1
+ * where the file cannot be opened ("fopen fail"). A partition of 2 GiB or more gives a negative
+ * number. */
 TQ_API int tq_hal_get_flash_size(void);
 
 /* Copies the value in the first line of /proc/cpuinfo (on MIPS the "system type") into buf, of len
@@ -109,9 +110,9 @@ TQ_API int tq_hal_get_processor_type(char *buf, int len);
 /* ---- Ethernet ports, counted from 0 ---- */
 
 /* The flow figures of the statistics service (tq/bwctl.h) for an interface index; 0 for one that
- * the reply lacks. 0; -1 where a request fails ("tq_get_in_flow_statistics fail",
- * "tq_get_out_flow_statistics fail"). What was not obtained is 0: *in keeps its figure where only
- * the second request fails. */
+ * the reply lacks.
+ * 0; -1 where a request fails ("tq_get_in_flow_statistics fail", "tq_get_out_flow_statistics
+ * fail"). What was not obtained is 0: *in keeps its figure where only the second request fails. */
 TQ_API int tq_get_eth_flow(uint32_t port, uint32_t *in, uint32_t *out);
 
 /* Sets rec->in_octets and rec->out_octets to the first and the fourth of the six numbers in the

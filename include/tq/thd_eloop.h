@@ -56,11 +56,13 @@ TQ_API int thd_eloop_cancel_timeout(struct eloop_state *loop, eloop_timeout_hand
  * error; everything stays registered. */
 TQ_API int thd_eloop_run(struct eloop_state *loop);
 
-/* As eloop_terminate. 0. */
+/* As eloop_terminate.
+ * 0. */
 TQ_API int thd_eloop_terminate(struct eloop_state *loop);
 
 /* Frees what was registered, and loop->signals. No thread may be using the loop; it is not usable
- * again until thd_eloop_init. The mutex stays for the other loops. 0. */
+ * again until thd_eloop_init. The mutex stays for the other loops.
+ * 0. */
 TQ_API int thd_eloop_destroy(struct eloop_state *loop);
 
 /* Non-zero once thd_eloop_terminate was called; -1 for a null loop. */

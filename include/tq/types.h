@@ -1,6 +1,6 @@
-/* types.h - what every public header of libtq starts from.
+/* types.h - what holds for all of libtq's public headers.
  *
- * Said here once, for the whole interface:
+ * Said here once; a comment elsewhere adds what is particular:
  *
  * - Results are int, 0 for success and -1 for failure, unless a function's comment says otherwise.
  *   Values come back through the caller's pointers.
@@ -10,9 +10,12 @@
  * - The caller owns every buffer that it passes. Nothing is returned for the caller to free unless
  *   the comment says so.
  * - Diagnostics go to syslog(3) without an explicit facility, one line a failure, as
- *   "[function:line] text". The comments name the texts without that prefix.
- * - No function starts a thread or takes a lock unless its comment says so; errno is not part of
- *   the interface unless its comment says so.
+ *   "[function:line] text". The comments name the texts without that prefix, in brackets behind
+ *   what they are logged for, and the priority where it is not LOG_ERR.
+ * - A function may run on any thread, beside any other, unless its header names what its calls
+ *   share. None starts a thread or takes a lock unless its comment says so.
+ * - errno is not part of the interface unless a comment says so.
+ * - Descriptors that the library opens are closed on exec.
  */
 #ifndef TQ_TYPES_H
 #define TQ_TYPES_H
@@ -20,6 +23,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+/* Around declarations, so that C++ takes them for C's. */
 #ifdef __cplusplus
 #define TQ_BEGIN_DECLS extern "C" {
 #define TQ_END_DECLS }

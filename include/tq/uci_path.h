@@ -5,12 +5,12 @@
  * Every setter applies its change in a private libuci context and commits the file before it
  * returns; two processes are serialised by libuci's file lock only.
  *
- * Results are 0 or -1. A failure is logged at LOG_ERR by each step that it passes through, a value
- * that is not there at LOG_INFO. Rejected arguments are logged with their values as
- * "invalid parameter, filename = ...", by the getters as "invalid parameters" (a null buf and a len
- * of zero or less by "uci_get_value", with "uci get %s fail" behind it). When the change was
- * staged but the commit failed, it stays in the delta area ("/tmp/.uci") and the next commit of the
- * file takes it along. Whether a commit notices that its disk is full is libuci's affair.
+ * A failure is logged by each step that it passes through, a value that is not there at LOG_INFO.
+ * Rejected arguments are logged with their values as "invalid parameter, filename = ...", by the
+ * getters as "invalid parameters" (a null buf and a len of zero or less by "uci_get_value", with
+ * "uci get %s fail" behind it). When the change was staged but the commit failed, it stays in the
+ * delta area ("/tmp/.uci") and the next commit of the file takes it along. Whether a commit notices
+ * that its disk is full is libuci's affair.
  *
  * Names go into the path as they are: a "." or "=" in one has its meaning there. Paths are texts of
  * at most 1023 bytes, value included. uci_cmd_format cuts a longer one silently; all other
@@ -111,8 +111,9 @@ TQ_API int uci_get_str_option_by_id(const char *filename, const char *config_typ
 TQ_API int uci_get_int_option_by_id(const char *filename, const char *config_type, int id,
                                     const char *option, int *value);
 
-/* The same on a context of the caller's, with the path as text. Changes are staged, not committed.
- */
+/* ---- the same on a context of the caller's, with the path as text ----
+ *
+ * Changes are staged, not committed. */
 
 /* Sets path, of the form "file.section.option=value" or "file.section=type".
  * 0; -1 with "uci_lookup_ptr fail: %s", "uci set %s fail" or "uci_save fail: %s" (the path). */

@@ -25,8 +25,7 @@
  * or null: "incomplete param, option:nil" for a null option, "incomplete param, uctx:nil" for a
  * null session, "incomplete param, uctx->ptr.s:nil" for a session without a section. Those that
  * take a value log "incomplete param, val_str:%s, option:%s" for a null option and for a null or
- * empty value
- * ("nil" stands for a null one).
+ * empty value ("nil" stands for a null one).
  */
 #ifndef TQ_UCI_SESSION_H
 #define TQ_UCI_SESSION_H
@@ -74,12 +73,13 @@ enum {
 
 /* A file of the registry. The context and the package are null until it is loaded. */
 struct uci_entry {
-    int id;
-    char file[16];
-    struct uci_context *ctx;
-    struct uci_package *pkg;
+    int id;                  /* UCI_CONFIG_... */
+    char file[16];           /* its name below /etc/config */
+    struct uci_context *ctx; /* libuci's, for this file alone */
+    struct uci_package *pkg; /* what was read of it */
 };
 
+/* Where a session stands in its file. */
 #ifdef TQ_HAS_UCI_H
 typedef struct uci_ptr uci_config_ptr;
 #else
@@ -101,9 +101,9 @@ typedef struct uci_config_ptr {
  * library's. ptr holds the package and its name, and the selected section and its name; a caller
  * may point ptr.s to another section of ptr.p. */
 typedef struct uci_config_ctx {
-    struct uci_context *ctx;
-    struct uci_package *pkg;
-    uci_config_ptr ptr;
+    struct uci_context *ctx; /* of the file */
+    struct uci_package *pkg; /* of the file */
+    uci_config_ptr ptr;      /* the selected section */
 } uci_config_ctx;
 
 /* The row of the file of that name; null where there is none ("invalid parameters" for a null name,
@@ -113,9 +113,10 @@ TQ_API const struct uci_entry *get_uci_entry_by_name(const char *file);
 
 /* Loads a file where it is not loaded yet; one that is missing in /etc/config is created empty, for
  * its owner alone. The session, which may be null, is on the file then, without a section; a
- * failure leaves it empty. 0; -1 with "unspport uci entry %d", "uci_alloc_context for config '%s'
- * fail" or "uci_load '%s' fail", and before the last "create %s fail: %s" (by create_uci_file)
- * where it was missing and cannot be created. */
+ * failure leaves it empty.
+ * 0; -1 with "unspport uci entry %d", "uci_alloc_context for config '%s' fail" or "uci_load '%s'
+ * fail", and before the last "create %s fail: %s" (by create_uci_file) where it was missing and
+ * cannot be created. */
 TQ_API int load_uci_config(int id, uci_config_ctx *session);
 
 /* Selects the section of that name, loading the file as load_uci_config does.
@@ -164,9 +165,10 @@ TQ_API int del_uci_config(uci_config_ctx *session, const char *option);
 TQ_API struct uci_list *uci_lookup_option_list(uci_config_ctx *session, const char *option);
 
 /* Adds an item to the end of a list. A list that is missing is created, and an option becomes a
- * list of its value and the item. Not staged yet. 0; 1 when the list has it already; -1 for
- * rejected arguments and for a name or value that set_uci_config would refuse; a positive libuci
- * code. The last two log "add uci value '%s' for option '%s' failed". */
+ * list of its value and the item. Not staged yet.
+ * 0; 1 when the list has it already; -1 for rejected arguments and for a name or value that
+ * set_uci_config would refuse; a positive libuci code. The last two log "add uci value '%s' for
+ * option '%s' failed". */
 TQ_API int add_uci_list(uci_config_ctx *session, const char *option, const char *value);
 
 /* Removes every item of a list that equals the value. Not staged yet.

@@ -1,7 +1,7 @@
 /* util.h - the monotonic clock, a number of the hour, a private file, bytes from hexadecimal text.
  *
- * Nothing is logged; bad arguments are refused silently. The functions keep no state of their own
- * and may run on any thread, except tq_rand.
+ * Nothing is logged; bad arguments are refused silently. What calls share is the generator of
+ * rand(3), whose state tq_rand replaces.
  */
 #ifndef TQ_UTIL_H
 #define TQ_UTIL_H
@@ -12,7 +12,7 @@ TQ_BEGIN_DECLS
 
 /* An instant of the monotonic clock, which starts with the system and is never set. */
 struct tq_timeval {
-    int32_t tv_sec;
+    int32_t tv_sec;  /* seconds since the start */
     int32_t tv_usec; /* 0 to 999999 */
 };
 
@@ -25,8 +25,7 @@ TQ_API int tq_time(void);
 
 /* A pseudo-random number from 0 to RAND_MAX: the first of the C library's generator, seeded with
  * tq_time(). All calls within one second return the same number, and whoever knows the time since
- * boot knows it: it spreads devices over a range, and is no key and no identifier. The generator of
- * rand(3) is the process's; its state is replaced. */
+ * boot knows it: it spreads devices over a range, and is no key and no identifier. */
 TQ_API int tq_rand(void);
 
 /* Makes an empty file of mode 0600 that was not there before, and leaves it to the caller. The

@@ -38,13 +38,27 @@ TQ_BEGIN_DECLS
  * failed. */
 TQ_API int wifi_set_country_code(struct uci_config_ctx *session);
 
-/* Writes "hwmode", "HT_BW", "VHT_BW" and "HT_EXTCHA" for a mode of 1 to 30.
+/* Writes "hwmode", "HT_BW", "VHT_BW" and "HT_EXTCHA" for a mode of 1 to 30. What modes and values
+ * mean is the management interface's and the radio driver's affair.
+ *
+ *   mode      hwmode  HT_BW  VHT_BW  HT_EXTCHA      mode      hwmode  HT_BW  VHT_BW  HT_EXTCHA
+ *   1, 5      2       0      0       0              17, 18    14      1      0       0
+ *   2         1       0      0       0              19, 21    14      1      1       0
+ *   3, 4, 6   0       0      0       0              20        4       0      0       0
+ *   7         8       0      0       0              22        17      0      0       0
+ *   8         9       0      0       0              23        16      0      0       0
+ *   9         8       1      0       1              24, 26    17      1      0       1
+ *   10, 13    8       1      0       0              25        17      1      0       0
+ *   11        9       1      0       1              27        16      1      1       0
+ *   12, 14    9       1      0       0              28        16      1      0       0
+ *   15        14      0      0       0              29        16      1      0       1
+ *   16        14      1      0       1              30        17      1      1       0
+ *
  * (r1 & r2 & 1) & r3 & r4 of the four writes in this order: 1 when all are unchanged, and also when
  * all failed; -1 for an unknown mode, with nothing written. */
 TQ_API int wifi_set_wireless_mode(struct uci_config_ctx *session, int mode);
 
-/* Finds the mode of the four options. Modes that share their values read back as the first of them:
- * 4 and 6 as 3, 5 as 1, 13 as 10, 14 as 12, 18 as 17, 21 as 19, 26 as 24.
+/* Finds the mode of the four options: of modes that share their values, the first.
  * 0; -1 when an option is missing, or no mode has these values. */
 TQ_API int wifi_get_wireless_mode(struct uci_config_ctx *session, int *mode);
 
@@ -125,10 +139,11 @@ TQ_API int wifi_get_auth_wpa_key(struct uci_config_ctx *session, char *buf, int 
 
 /* ---- RADIUS server of a VAP ---- */
 
+/* A RADIUS server. */
 struct wifi_radius_server {
     uint32_t addr; /* in host order: the first octet is the most significant byte */
-    int32_t port;
-    char *secret;
+    int32_t port;  /* UDP port */
+    char *secret;  /* shared with the server; never null in what was read */
 };
 
 /* Writes, in this order, "auth_server", "auth_secret" and "auth_port" of the server, "ownip", which

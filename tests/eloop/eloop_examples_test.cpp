@@ -114,10 +114,13 @@ TEST_F(Examples, EloopDaemonAnswersCountsAndEndsOnSigterm) {
     EXPECT_EQ(last, "signal " + std::to_string(SIGTERM) + ", 2 answered");
 }
 
-TEST_F(Examples, EloopDaemonTellsHowItIsUsed) {
-    const auto result = tq_test::run_command("eloop_daemon");
-    EXPECT_EQ(result.status, 1);
-    EXPECT_THAT(result.err, HasSubstr("Usage: eloop_daemon PORT"));
+TEST_F(Examples, DaemonsTellHowTheyAreUsed) {
+    for (const char* usage : {"eloop_daemon PORT", "link_daemon IDENT INTERFACE"}) {
+        const std::string text = usage;
+        const auto result = tq_test::run_command(text.substr(0, text.find(' ')));
+        EXPECT_EQ(result.status, 1);
+        EXPECT_THAT(result.err, HasSubstr("Usage: " + text));
+    }
 }
 
 TEST_F(Examples, ThdEloopDaemonPassesReadingsOnAndEndsOnSigterm) {
