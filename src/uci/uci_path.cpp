@@ -65,12 +65,13 @@ bool takes_value(Change change) {
     return change < Change::kDeleteOption;
 }
 
-// What a change does and how the log tells it: "uci add_list %s\n", "uci del_list %s\n" and
-// "uci del %s\n" before it; where it fails "uci_do_section fail, uci set %s\n",
-// "uci_do_section fail, uci add_list %s\n", "uci_do_section fail, uci del_list %s\n" and
-// "uci_do_section fail, uci del %s\n" in the step's name, and then "uci set %s fail\n",
-// "add list %s fail\n", "del_list fail\n" and "%s fail\n" with "del_uci(buf)" in the exported
-// one's.
+// What a change does and how the log tells it. Before a change, in the step's name:
+//   "uci add_list %s\n", "uci del_list %s\n", "uci del %s\n"
+// Behind a failed one, in the step's name:
+//   "uci_do_section fail, uci set %s\n", "uci_do_section fail, uci add_list %s\n",
+//   "uci_do_section fail, uci del_list %s\n", "uci_do_section fail, uci del %s\n"
+// and in the exported function's:
+//   "uci set %s fail\n", "add list %s fail\n", "del_list fail\n", "%s fail\n" with "del_uci(buf)"
 struct ChangeRow {
     UciAction action;
     char step[9];
@@ -107,12 +108,13 @@ int apply(const char* caller, Change change, const Place& place) {
     return finish(caller, place.file);
 }
 
-// As much as the change takes of "invalid parameter, filename = %s, config_type = %s, id = %d\n",
-// "invalid parameter, filename = %s, config_type = %s, id = %d, option = %s\n" and
-// "invalid parameter, filename = %s, config_type = %s, id = %d, option = %s, value = %s\n" by id;
-// of "invalid parameter, filename = %s, cfg_name = %s\n", "invalid parameter, filename = %s,
-// cfg_name = %s, option = %s\n" and "invalid parameter, filename = %s, config_name = %s, option =
-// %s, value = %s\n" by name.
+// As much as the change takes of these, by id and by name:
+//   "invalid parameter, filename = %s, config_type = %s, id = %d\n"
+//   "invalid parameter, filename = %s, config_type = %s, id = %d, option = %s\n"
+//   "invalid parameter, filename = %s, config_type = %s, id = %d, option = %s, value = %s\n"
+//   "invalid parameter, filename = %s, cfg_name = %s\n"
+//   "invalid parameter, filename = %s, cfg_name = %s, option = %s\n"
+//   "invalid parameter, filename = %s, config_name = %s, option = %s, value = %s\n"
 int reject_change(const char* caller, Change change, const Place& place) {
     const char* label = takes_value(change) ? "config_name" : "cfg_name";
     Text<kNumberSize> id;
