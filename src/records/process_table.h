@@ -21,7 +21,7 @@ inline constexpr size_t kConfigLineSize = 1024;
 syslog_process* process_table();
 
 // Null where there is no table or no row of that id.
-syslog_process* find_process(syslog_process* table, uint32_t id);
+syslog_process* find_process(syslog_process* rows, uint32_t id);
 
 // Sends signal 49 to the running processes that the list ("|", names each closed by "|") holds and
 // that catch it. Always 0.

@@ -223,9 +223,8 @@ void acknowledge(const UniqueFd& file, int level) {
     if (level < 0) *--start = '-';
     for (const char c : {' ', 'r', '_'})
         *--start = c;
-    const size_t length = strlen(kIdent);
-    start -= length;
-    memcpy(start, kIdent, length);
+    for (size_t i = strlen(kIdent); i > 0; i--)
+        *--start = kIdent[i - 1];
     lseek(file.get(), 0, SEEK_SET);
     (void)!write(file.get(), start, static_cast<size_t>(end - start));
 }

@@ -365,7 +365,7 @@ int load_named_section(int id, uci_config_ctx* session, const char* name) {
 int load_unnamed_section(int id, uci_config_ctx* session, const char* type) {
     if (!session && type && *type) return tq::reject(__func__);
     const int result = load_first(id, session, type, nullptr, __func__);
-    if (result != kNoneFits) return result;
+    if (!session || result != kNoneFits) return result;
     uci_list* sections = &session->pkg->sections;
     if (!uci_list_empty(sections)) {
         session->ptr.s = uci_to_section(list_to_element(sections->prev));
