@@ -20,4 +20,12 @@ int log_line(unsigned where, const char* function, const char* format, ...) {
     return -1;
 }
 
+int reject(const char* function) {
+    return TQ_FAIL_IN(function, "invalid parameters\n");
+}
+
+int reject_parameter(const char* function) {
+    return TQ_FAIL_IN(function, "invalid parameter\n");
+}
+
 }  // namespace tq

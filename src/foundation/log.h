@@ -21,6 +21,11 @@ constexpr unsigned log_where(int line, int priority) {
 __attribute__((format(printf, 3, 4))) int log_line(unsigned where, const char* function,
                                                    const char* format, ...);
 
+// What a function does with arguments that it cannot take: "invalid parameters" in its name, or, in
+// some families, "invalid parameter". The result is -1.
+int reject(const char* function);
+int reject_parameter(const char* function);
+
 // A text for a log line: some C libraries stop at a null "%s".
 inline const char* printable(const char* text) {
     return text ? text : "(null)";
@@ -30,14 +35,17 @@ inline const char* printable(const char* text) {
 
 #define TQ_HERE (::tq::LogSite{__func__, __LINE__})
 
-// The first form is for a step that logs in its caller's name; the second names the line, where
-// field tools match on it; the third is the usual one.
+// The first two are for a step that logs in its caller's name, with the caller's line or its own;
+// the third names the line, where field tools match on it; the fourth is the usual one.
 #define TQ_LOG_AS(site, priority, ...) \
     ::tq::log_line(::tq::log_where((site).line, priority), (site).function, __VA_ARGS__)
+#define TQ_LOG_IN(caller, priority, ...) \
+    ::tq::log_line(::tq::log_where(__LINE__, priority), caller, __VA_ARGS__)
 #define TQ_LOG_AT(number, priority, ...) \
     ::tq::log_line(::tq::log_where(number, priority), __func__, __VA_ARGS__)
 #define TQ_LOG(priority, ...) TQ_LOG_AT(__LINE__, priority, __VA_ARGS__)
 
 // Logs a failure and is the result -1 of the function that noticed it.
 #define TQ_FAIL_AS(site, ...) TQ_LOG_AS(site, LOG_ERR, __VA_ARGS__)
+#define TQ_FAIL_IN(caller, ...) TQ_LOG_IN(caller, LOG_ERR, __VA_ARGS__)
 #define TQ_FAIL(...) TQ_LOG(LOG_ERR, __VA_ARGS__)

@@ -144,17 +144,19 @@ bool read_first_line(const char* path, std::span<char> line) {
     return file && tq::read_first_line(file.get(), line);
 }
 
-// The words of a command line end in zero bytes, so that its first line is the first word.
-int get_self_process_name(char (&name)[16]) {
+// The words of a command line end in zero bytes, so that its first line is the first word. What of
+// its last component fits, over zeros.
+void get_self_process_name(char (&name)[16]) {
     tq::Text<24> path;
     path.append("/proc/%d/cmdline", getpid());
     char line[24];
-    if (!read_first_line(path.c_str(), line)) return -1;
-    const char* slash = strrchr(line, '/');
-    const char* program = slash ? slash + 1 : line;
-    memset(name, 0, sizeof(name));
-    memcpy(name, program, strnlen(program, sizeof(name)));
-    return 0;
+    if (!read_first_line(path.c_str(), line)) return;
+    const char* program = line;
+    for (const char* c = line; *c; c++) {
+        if (*c == '/') program = c + 1;
+    }
+    for (size_t i = 0; i < sizeof(name) && program[i]; i++)
+        name[i] = program[i];
 }
 
 uint32_t seconds_now() {
@@ -243,15 +245,11 @@ bool is_recorded_already(const StoreFront& front) {
 }
 
 void record_reset() {
-    constexpr char kFile[] = "reboot_cause.c";
-    constexpr char kFunction[] = "rb_kernel_up_check";
-    if (watchdog_made_reset()) {
-        rb_generate_reboot_cause(&recorded_reset, REBOOT_CAUSE_WATCHDOG, kFile, kFunction,
-                                 kWatchdogLine, "Watch dog");
-    } else {
-        rb_generate_reboot_cause(&recorded_reset, REBOOT_CAUSE_POWER_DOWN, kFile, kFunction,
-                                 kPowerDownLine, "Power down");
-    }
+    const bool watchdog = watchdog_made_reset();
+    rb_generate_reboot_cause(
+        &recorded_reset, watchdog ? REBOOT_CAUSE_WATCHDOG : REBOOT_CAUSE_POWER_DOWN,
+        "reboot_cause.c", "rb_kernel_up_check", watchdog ? kWatchdogLine : kPowerDownLine, "%s",
+        watchdog ? "Watch dog" : "Power down");
     rb_write_reboot_cause_inner(&recorded_reset);
 }
 
