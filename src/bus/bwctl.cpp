@@ -1,6 +1,7 @@
 #include "tq/bwctl.h"
 
 #include <cstdio>
+#include <cstring>
 
 #include "bus/bus.h"
 #include "foundation/log.h"
@@ -15,72 +16,63 @@ using tq::str_param;
 // "class_type" as the bandwidth service reads it.
 enum BandwidthClass { kSsid = 0, kUser = 1, kStation = 2, kSaveConfig = 4 };
 
-// "class_type" as the statistics service reads it.
-enum StatisticsClass { kInFlow = 0, kOutFlow = 1, kMemory = 2, kCpu = 3, kCpuCurrent = 4 };
+// In log lines, the place of a limit's parameters is "param" and this.
+constexpr char kParamSuffixes[][2] = {"1", "2", ""};
 
-struct Rates {
-    uint32_t up;
-    uint32_t down;
-
-    // Both rates zero take the limit away.
-    [[nodiscard]] bool is_none() const { return up == 0 && down == 0; }
-};
-
-// The macaddr of a station limit is null for the others.
-int send_limit(BandwidthClass class_type, const char* vap_name, const char* macaddr, Rates rates) {
+// Both rates zero take the limit away. The macaddr of a station limit is null for the others.
+int set_limit(const char* function, BandwidthClass class_type, const char* vap_name, uint32_t up,
+              uint32_t down, const char* macaddr) {
+    if (!vap_name) return tq::reject(function);
     notify_param params[6] = {int_param("class_type", class_type), str_param("vap_name", vap_name)};
     notify_param* next = &params[2];
     if (macaddr) *next++ = str_param("macaddr", macaddr);
-    if (!rates.is_none()) {
-        *next++ = int_param("up", rates.up);
-        *next = int_param("down", rates.down);
+    const bool is_set = up != 0 || down != 0;
+    if (is_set) {
+        *next++ = int_param("up", up);
+        *next = int_param("down", down);
     }
-    return send_ubus_msg("bwctrl", rates.is_none() ? "del" : "set", params);
+    if (send_ubus_msg("bwctrl", is_set ? "set" : "del", params) == 0) return 0;
+    return TQ_FAIL_IN(function, "send_ubus_msg(BWCTRL, METHOD_%s, param%s) fail\n",
+                      is_set ? "SET" : "DEL", kParamSuffixes[class_type]);
 }
 
-int request_number(StatisticsClass class_type, notify_reply_handler handler, uint32_t* number) {
-    const notify_param params[] = {int_param("class_type", class_type), kEndOfParams};
-    return send_ubus_msg("statistics", "get", params, handler, number);
-}
-
-int request_flow(StatisticsClass class_type, uint32_t index, notify_reply_handler handler,
-                 uint32_t* flow) {
-    const notify_param params[] = {int_param("class_type", class_type), int_param("index", index),
+// The function's name without its prefix is what the request's handler is called in log lines.
+int request_statistic(const char* function, tq::Statistic statistic, uint32_t index,
+                      uint32_t* number) {
+    if (!number) return tq::reject(function);
+    const bool is_flow = statistic <= tq::kOutFlow;
+    const notify_param params[] = {int_param("class_type", statistic),
+                                   is_flow ? int_param("index", index) : kEndOfParams,
                                    kEndOfParams};
-    return send_ubus_msg("statistics", "get", params, handler, flow);
+    tq::StatisticRequest request = {};
+    request.statistic = statistic;
+    request.number = number;
+    if (send_ubus_msg("statistics", "get", params, tq::store_statistic, &request) == 0) return 0;
+    return TQ_FAIL_IN(function,
+                      "notify_ubus_server(STATISTICS, METHOD_GET, param, %s, %s, 3 * 1000) fail\n",
+                      function + strlen("tq_"), is_flow ? "flow" : "usage");
 }
 
 }  // namespace
 
 int set_ssid_bwctl(const char* vap_name, uint32_t up, uint32_t down) {
-    if (!vap_name) return TQ_FAIL("invalid parameters\n");
-    const Rates rates = {up, down};
-    if (send_limit(kSsid, vap_name, nullptr, rates) == 0) return 0;
-    if (rates.is_none()) return TQ_FAIL("send_ubus_msg(BWCTRL, METHOD_DEL, param1) fail\n");
-    return TQ_FAIL("send_ubus_msg(BWCTRL, METHOD_SET, param1) fail\n");
+    return set_limit(__func__, kSsid, vap_name, up, down, nullptr);
 }
 
 int set_user_bwctl(const char* vap_name, uint32_t up, uint32_t down) {
-    if (!vap_name) return TQ_FAIL("invalid parameters\n");
-    const Rates rates = {up, down};
-    if (send_limit(kUser, vap_name, nullptr, rates) == 0) return 0;
-    if (rates.is_none()) return TQ_FAIL("send_ubus_msg(BWCTRL, METHOD_DEL, param2) fail\n");
-    return TQ_FAIL("send_ubus_msg(BWCTRL, METHOD_SET, param2) fail\n");
+    return set_limit(__func__, kUser, vap_name, up, down, nullptr);
 }
 
 int set_sta_bwctl(const char* vap_name, uint32_t up, uint32_t down, const unsigned char mac[6]) {
-    if (!vap_name || !mac) return TQ_FAIL("invalid parameters\n");
-    const Rates rates = {up, down};
+    if (!mac) return tq::reject(__func__);
     char macaddr[sizeof("00:1a:2b:3c:4d:5e")];
     snprintf(macaddr, sizeof(macaddr), "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2],
              mac[3], mac[4], mac[5]);
-    if (send_limit(kStation, vap_name, macaddr, rates) == 0) return 0;
-    if (rates.is_none()) return TQ_FAIL("send_ubus_msg(BWCTRL, METHOD_DEL, param) fail\n");
-    return TQ_FAIL("send_ubus_msg(BWCTRL, METHOD_SET, param) fail\n");
+    return set_limit(__func__, kStation, vap_name, up, down, macaddr);
 }
 
 int set_max_sta_bwctl(const char* vap_name, uint32_t maxassoc) {
-    if (!vap_name) return TQ_FAIL("invalid parameters\n");
+    if (!vap_name) return tq::reject(__func__);
     const notify_param params[] = {str_param("vap_name", vap_name), int_param("maxassoc", maxassoc),
                                    kEndOfParams};
     if (send_ubus_msg("bwctrl.maxassoc", "set", params) == 0) return 0;
@@ -99,41 +91,21 @@ int reload_bwctl(void) {
 }
 
 int tq_get_in_flow_statistics(uint32_t index, uint32_t* flow) {
-    if (!flow) return TQ_FAIL("invalid parameters\n");
-    if (request_flow(kInFlow, index, tq::get_in_flow_statistics, flow) == 0) return 0;
-    return TQ_FAIL(
-        "notify_ubus_server(STATISTICS, METHOD_GET, param, get_in_flow_statistics, flow, 3 * 1000) "
-        "fail\n");
+    return request_statistic(__func__, tq::kInFlow, index, flow);
 }
 
 int tq_get_out_flow_statistics(uint32_t index, uint32_t* flow) {
-    if (!flow) return TQ_FAIL("invalid parameters\n");
-    if (request_flow(kOutFlow, index, tq::get_out_flow_statistics, flow) == 0) return 0;
-    return TQ_FAIL(
-        "notify_ubus_server(STATISTICS, METHOD_GET, param, get_out_flow_statistics, flow, 3 * "
-        "1000) fail\n");
+    return request_statistic(__func__, tq::kOutFlow, index, flow);
 }
 
 int tq_get_mem_usage(uint32_t* usage) {
-    if (!usage) return TQ_FAIL("invalid parameters\n");
-    if (request_number(kMemory, tq::get_mem_usage, usage) == 0) return 0;
-    return TQ_FAIL(
-        "notify_ubus_server(STATISTICS, METHOD_GET, param, get_mem_usage, usage, 3 * 1000) "
-        "fail\n");
+    return request_statistic(__func__, tq::kMemoryUsage, 0, usage);
 }
 
 int tq_get_cpu_usage(uint32_t* usage) {
-    if (!usage) return TQ_FAIL("invalid parameters\n");
-    if (request_number(kCpu, tq::get_cpu_usage, usage) == 0) return 0;
-    return TQ_FAIL(
-        "notify_ubus_server(STATISTICS, METHOD_GET, param, get_cpu_usage, usage, 3 * 1000) "
-        "fail\n");
+    return request_statistic(__func__, tq::kCpuUsage, 0, usage);
 }
 
 int tq_get_cpu_cur_usage(uint32_t* usage) {
-    if (!usage) return TQ_FAIL("invalid parameters\n");
-    if (request_number(kCpuCurrent, tq::get_cpu_cur_usage, usage) == 0) return 0;
-    return TQ_FAIL(
-        "notify_ubus_server(STATISTICS, METHOD_GET, param, get_cpu_cur_usage, usage, 3 * 1000) "
-        "fail\n");
+    return request_statistic(__func__, tq::kCpuCurUsage, 0, usage);
 }

@@ -1,6 +1,7 @@
 #include "tq/fm.h"
 
 #include <cstdlib>
+#include <cstring>
 
 #include "bus/bus.h"
 #include "foundation/log.h"
@@ -10,187 +11,184 @@ namespace {
 
 using tq::int_param;
 using tq::kEndOfParams;
-using tq::LogSite;
-using tq::send_ubus_msg;
 using tq::str_param;
-using tq::Text;
+using tq::TextWriter;
 
 constexpr size_t kSetterSize = 1024;
 constexpr size_t kNoticeSize = 128;
 
-// A value as it stands between the single quotes of a command. One of its own would end them: it
-// is written as an end, a quote by itself and a new beginning. A value that is cut here does not
-// fit into a command either.
-class Quoted {
-  public:
-    explicit Quoted(const char* value) {
-        for (; *value; value++) {
-            if (*value == '\'') {
-                text_.append("'\\''");
-            } else {
-                text_.append("%c", *value);
-            }
-        }
-    }
+// How an object is called: over the bus, while there is no connection by command, or by command
+// always.
+enum class Way : char { kBus, kBusOrCommand, kCommand };
 
-    [[nodiscard]] const char* c_str() const { return text_.c_str(); }
-
-  private:
-    Text<kSetterSize> text_;
+// An object, by the name that log lines have for it, too, and what stands between its fields in a
+// command.
+struct Object {
+    Way way;
+    char separator[sizeof(", ")];
+    char path[sizeof("fm.wifi_down.cause")];
+    char symbol[sizeof("FM_WIFI_DOWN_UBUS")];
 };
+constexpr Object kController = {Way::kBus, "", "fm.ac", "FM_AC_ALARM"};
+constexpr Object kTimeServer = {Way::kBus, "", "fm.ntp", "FM_NTP_ALARM"};
+constexpr Object kUploadServer = {Way::kCommand, ", ", "fm.ism_server", ""};
+constexpr Object kReloadWifi = {Way::kBusOrCommand, "", "fm.reload.wifi", "FM_RELOAD_WIFI"};
+constexpr Object kWifiDown = {Way::kBusOrCommand, ",", "fm.wifi_down.cause", "FM_WIFI_DOWN_UBUS"};
+constexpr Object kAction = {Way::kBusOrCommand, "", "fm.action", "FM_ACTION"};
+constexpr Object kUrl = {Way::kBusOrCommand, "", "fm.url", "FM_URL"};
+constexpr Object kThreshold = {Way::kBusOrCommand, ", ", "fm.threshold", "FM_THRESHOLD"};
+constexpr Object kSuppress = {Way::kBusOrCommand, "", "fm.suppress", "FM_SUPPRESS"};
 
-// A command that was cut is another command, so it is not run.
-template <size_t N>
-int run(const Text<N>& command, LogSite site) {
-    if (command.cut()) {
-        return TQ_FAIL_AS(site, "command of more than %zu bytes\n", N - 1);
+// A method, and the end of its name in log lines.
+struct Method {
+    char name[sizeof("disconnect")];
+    char symbol[sizeof("DISCONNECT")];
+};
+constexpr Method kConnect = {"connect", "CONNECT"};
+constexpr Method kDisconnect = {"disconnect", "DISCONNECT"};
+constexpr Method kReload = {"reload", "RELOAD"};
+constexpr Method kSet = {"set", "SET"};
+
+// A value as it stands between the single quotes of a command. One of its own would end them: it
+// is written as an end, a quote by itself and a new beginning.
+void append_quoted(TextWriter& command, const char* value) {
+    for (;;) {
+        const size_t length = strcspn(value, "'");
+        command.append("%.*s", static_cast<int>(length), value);
+        value += length;
+        if (*value == '\0') return;
+        command.append("'\\''");
+        value++;
     }
-    (void)!system(command.c_str());
+}
+
+void append_fields(TextWriter& command, const notify_param* params, const char* separator) {
+    const char* before = "";
+    for (; params->name; params++) {
+        command.append("%s\"%s\":", before, params->name);
+        before = separator;
+        if (params->type == NOTIFY_PARAM_INT) {
+            command.append("%d", static_cast<int>(params->int_value));
+            continue;
+        }
+        command.append("\"");
+        append_quoted(command, params->str_value);
+        command.append("\"");
+    }
+}
+
+int call_by_command(const char* function, const Object& object, const Method& method,
+                    const notify_param* params) {
+    const bool is_notice = object.way == Way::kCommand;
+    const size_t size = is_notice ? kNoticeSize : kSetterSize;
+    char text[kSetterSize];
+    TextWriter command({text, size});
+    command.append("ubus call %s %s", object.path, method.name);
+    if (params) {
+        command.append(" '{");
+        append_fields(command, params, object.separator);
+        command.append("}'");
+    }
+    if (!is_notice) command.append(" 2> /dev/null");
+    // A command that was cut is another command, so it is not run.
+    if (command.cut()) return TQ_FAIL_IN(function, "command of more than %zu bytes\n", size - 1);
+    if (&method == &kDisconnect) TQ_LOG_IN(function, LOG_DEBUG, "%s\n", text);
+    (void)!system(text);
     return 0;
 }
 
-int set_value_by_command(const char* object, const char* value, LogSite site) {
-    Text<kSetterSize> command;
-    command.append("ubus call %s set '{\"%s\":\"%s\"}' 2> /dev/null", object, "value",
-                   Quoted(value).c_str());
-    return run(command, site);
+int call(const char* function, const Object& object, const Method& method,
+         const notify_param* params) {
+    if (object.way == Way::kCommand ||
+        (object.way == Way::kBusOrCommand && !tq::is_bus_connected())) {
+        return call_by_command(function, object, method, params);
+    }
+    if (tq::send_ubus_msg(object.path, method.name, params) == 0) return 0;
+    return TQ_FAIL_IN(function, "send_ubus_msg(%s, METHOD_%s, %s) fail\n", object.symbol,
+                      method.symbol, params ? "param" : "NULL");
 }
 
-// The cause of a loss, as its key and text; the probable one goes before the specific one.
-struct Cause {
-    const char* key;
-    const char* text;
-};
-
-Cause choose_cause(const char* probable_cause, const char* specific_cause) {
-    if (probable_cause) return {"probable_cause", probable_cause};
-    return {"specific_cause", specific_cause};
+// The probable cause goes before the specific one.
+int notify_loss(const char* function, const Object& server, const char* addr, int port,
+                const char* probable_cause, const char* specific_cause) {
+    const char* cause = probable_cause ? probable_cause : specific_cause;
+    if (!addr || !cause) return tq::reject_parameter(function);
+    const notify_param params[] = {
+        str_param("addr", addr), int_param("port", port),
+        str_param(probable_cause ? "probable_cause" : "specific_cause", cause), kEndOfParams};
+    return call(function, server, kDisconnect, params);
 }
 
-int send_disconnect(const char* object, const char* addr, int port, const Cause& cause) {
-    const notify_param params[] = {str_param("addr", addr), int_param("port", port),
-                                   str_param(cause.key, cause.text), kEndOfParams};
-    return send_ubus_msg(object, "disconnect", params);
-}
-
-int send_connect(const char* object, const char* addr, int port) {
+int notify_return(const char* function, const Object& server, const char* addr, int port) {
+    if (!addr) return tq::reject_parameter(function);
     const notify_param params[] = {str_param("addr", addr), int_param("port", port), kEndOfParams};
-    return send_ubus_msg(object, "connect", params);
+    return call(function, server, kConnect, params);
+}
+
+// On the bus the field is named after the object, in the command it is "value": the object takes
+// both, each from where it comes.
+int set_text(const char* function, const Object& object, const char* value) {
+    if (!value) return tq::reject_parameter(function);
+    const char* key = tq::is_bus_connected() ? object.path : "value";
+    const notify_param params[] = {str_param(key, value), kEndOfParams};
+    return call(function, object, kSet, params);
 }
 
 }  // namespace
 
 int notify_fm_ac_disconnect(const char* addr, int port, const char* probable_cause,
                             const char* specific_cause) {
-    const Cause cause = choose_cause(probable_cause, specific_cause);
-    if (!addr || !cause.text) return TQ_FAIL("invalid parameter\n");
-    if (send_disconnect("fm.ac", addr, port, cause) == 0) return 0;
-    return TQ_FAIL("send_ubus_msg(FM_AC_ALARM, METHOD_DISCONNECT, param) fail\n");
+    return notify_loss(__func__, kController, addr, port, probable_cause, specific_cause);
 }
 
 int notify_fm_ac_connect(const char* addr, int port) {
-    if (!addr) return TQ_FAIL("invalid parameter\n");
-    if (send_connect("fm.ac", addr, port) == 0) return 0;
-    return TQ_FAIL("send_ubus_msg(FM_AC_ALARM, METHOD_CONNECT, param) fail\n");
+    return notify_return(__func__, kController, addr, port);
 }
 
 int notify_fm_ntp_disconnect(const char* addr, int port, const char* probable_cause,
                              const char* specific_cause) {
-    const Cause cause = choose_cause(probable_cause, specific_cause);
-    if (!addr || !cause.text) return TQ_FAIL("invalid parameter\n");
-    if (send_disconnect("fm.ntp", addr, port, cause) == 0) return 0;
-    return TQ_FAIL("send_ubus_msg(FM_NTP_ALARM, METHOD_DISCONNECT, param) fail\n");
+    return notify_loss(__func__, kTimeServer, addr, port, probable_cause, specific_cause);
 }
 
 int notify_fm_ntp_connect(const char* addr, int port) {
-    if (!addr) return TQ_FAIL("invalid parameter\n");
-    if (send_connect("fm.ntp", addr, port) == 0) return 0;
-    return TQ_FAIL("send_ubus_msg(FM_NTP_ALARM, METHOD_CONNECT, param) fail\n");
+    return notify_return(__func__, kTimeServer, addr, port);
 }
 
 int notify_fm_ism_upload_fail(const char* addr, int port, const char* probable_cause,
                               const char* specific_cause) {
-    const Cause cause = choose_cause(probable_cause, specific_cause);
-    if (!addr || !cause.text) return TQ_FAIL("invalid parameter\n");
-    Text<kNoticeSize> command;
-    command.append("ubus call %s disconnect '{\"addr\":\"%s\", \"port\":%d, \"%s\":\"%s\"}'",
-                   "fm.ism_server", Quoted(addr).c_str(), port, cause.key,
-                   Quoted(cause.text).c_str());
-    if (!command.cut()) TQ_LOG(LOG_DEBUG, "%s\n", command.c_str());
-    return run(command, TQ_HERE);
+    return notify_loss(__func__, kUploadServer, addr, port, probable_cause, specific_cause);
 }
 
 int notify_fm_ism_upload(const char* addr, int port) {
-    if (!addr) return TQ_FAIL("invalid parameter\n");
-    Text<kNoticeSize> command;
-    command.append("ubus call %s connect '{\"addr\":\"%s\", \"port\":%d}'", "fm.ism_server",
-                   Quoted(addr).c_str(), port);
-    return run(command, TQ_HERE);
+    return notify_return(__func__, kUploadServer, addr, port);
 }
 
 int notify_fm_reload_wifi_cfg(void) {
-    if (!tq::is_bus_connected()) {
-        (void)!system("ubus call fm.reload.wifi reload 2> /dev/null");
-        return 0;
-    }
-    if (send_ubus_msg("fm.reload.wifi", "reload", nullptr) == 0) return 0;
-    return TQ_FAIL("send_ubus_msg(FM_RELOAD_WIFI, METHOD_RELOAD, NULL) fail\n");
+    return call(__func__, kReloadWifi, kReload, nullptr);
 }
 
 int set_fm_wifi_down_cause(int raido, int wlan, const char* status, const char* probable_cause) {
-    if (!status || !probable_cause) return TQ_FAIL("invalid parameter\n");
-    if (!tq::is_bus_connected()) {
-        Text<kSetterSize> command;
-        command.append(
-            "ubus call %s set '{\"%s\":%d,\"%s\":%d,\"%s\":\"%s\",\"%s\":\"%s\"}' 2> /dev/null",
-            "fm.wifi_down.cause", "raido", raido, "wlan", wlan, "status", Quoted(status).c_str(),
-            "probable_cause", Quoted(probable_cause).c_str());
-        return run(command, TQ_HERE);
-    }
+    if (!status || !probable_cause) return tq::reject_parameter(__func__);
     const notify_param params[] = {int_param("raido", raido), int_param("wlan", wlan),
                                    str_param("status", status),
                                    str_param("probable_cause", probable_cause), kEndOfParams};
-    if (send_ubus_msg("fm.wifi_down.cause", "set", params) == 0) return 0;
-    return TQ_FAIL("send_ubus_msg(FM_WIFI_DOWN_UBUS, METHOD_SET, param) fail\n");
+    return call(__func__, kWifiDown, kSet, params);
 }
 
 int set_fm_action(int value) {
-    if (!tq::is_bus_connected()) {
-        Text<kSetterSize> command;
-        command.append("ubus call %s set '{\"%s\":%d}' 2> /dev/null", "fm.action", "value", value);
-        return run(command, TQ_HERE);
-    }
     const notify_param params[] = {int_param("value", value), kEndOfParams};
-    if (send_ubus_msg("fm.action", "set", params) == 0) return 0;
-    return TQ_FAIL("send_ubus_msg(FM_ACTION, METHOD_SET, param) fail\n");
+    return call(__func__, kAction, kSet, params);
 }
 
-// On the bus the field is named after the object, in the command it is "value": the object takes
-// both, each from where it comes.
 int set_fm_url(const char* url) {
-    if (!url) return TQ_FAIL("invalid parameter\n");
-    if (!tq::is_bus_connected()) return set_value_by_command("fm.url", url, TQ_HERE);
-    const notify_param params[] = {str_param("fm.url", url), kEndOfParams};
-    if (send_ubus_msg("fm.url", "set", params) == 0) return 0;
-    return TQ_FAIL("send_ubus_msg(FM_URL, METHOD_SET, param) fail\n");
+    return set_text(__func__, kUrl, url);
 }
 
 int set_fm_threshold(int id, int value) {
-    if (!tq::is_bus_connected()) {
-        Text<kSetterSize> command;
-        command.append("ubus call %s set '{\"%s\":%d, \"%s\":%d}' 2> /dev/null", "fm.threshold",
-                       "id", id, "value", value);
-        return run(command, TQ_HERE);
-    }
     const notify_param params[] = {int_param("id", id), int_param("value", value), kEndOfParams};
-    if (send_ubus_msg("fm.threshold", "set", params) == 0) return 0;
-    return TQ_FAIL("send_ubus_msg(FM_THRESHOLD, METHOD_SET, param) fail\n");
+    return call(__func__, kThreshold, kSet, params);
 }
 
 int set_fm_suppress(const char* value) {
-    if (!value) return TQ_FAIL("invalid parameter\n");
-    if (!tq::is_bus_connected()) return set_value_by_command("fm.suppress", value, TQ_HERE);
-    const notify_param params[] = {str_param("fm.suppress", value), kEndOfParams};
-    if (send_ubus_msg("fm.suppress", "set", params) == 0) return 0;
-    return TQ_FAIL("send_ubus_msg(FM_SUPPRESS, METHOD_SET, param) fail\n");
+    return set_text(__func__, kSuppress, value);
 }

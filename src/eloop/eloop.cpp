@@ -35,13 +35,12 @@ class HoldSignals {
 
 // Runs in signal context.
 void count_delivery(int sig) {
-    if (signals_are_gone) return;
+    if (signals_are_gone.load(std::memory_order_relaxed)) return;
+    int i = 0;
+    while (i < state.signal_count && state.signals[i].sig != sig)
+        i++;
+    if (i < state.signal_count) shared(state.signals[i].signaled)++;
     shared(state.signaled)++;
-    for (int i = 0; i < state.signal_count; i++) {
-        if (state.signals[i].sig != sig) continue;
-        shared(state.signals[i].signaled)++;
-        return;
-    }
 }
 
 bool has_work() {
@@ -49,7 +48,7 @@ bool has_work() {
 }
 
 bool is_asked_for() {
-    return shared(state.signaled) != 0 || shared(state.terminate) != 0;
+    return tq::look_at(state.signaled) != 0 || tq::look_at(state.terminate) != 0;
 }
 
 // A signal that came between the last look at the counters and the wait would not end the wait, so
@@ -65,8 +64,8 @@ int wait(tq::Pass& pass) {
 }
 
 void call_signal_handlers() {
-    if (shared(state.signaled) == 0) return;
-    shared(state.signaled) = 0;
+    if (tq::look_at(state.signaled) == 0) return;
+    tq::set_shared(state.signaled, 0);
     // The array is read anew after each handler, which may have changed it.
     for (int i = 0; i < state.signal_count; i++) {
         eloop_signal& signal = state.signals[i];
@@ -75,23 +74,18 @@ void call_signal_handlers() {
     }
 }
 
-void call_due_timeout(tq::Pass& pass) {
-    const tq::Timeout due = pass.take_due(state);
-    if (due) due->handler(due->eloop_data, due->user_data);
-}
-
 }  // namespace
 
 void eloop_init(void* user_data) {
     const HoldSignals hold;
     state = {};
     state.user_data = user_data;
-    signals_are_gone = false;
+    signals_are_gone.store(false, std::memory_order_relaxed);
 }
 
 int eloop_register_read_sock(int sock, eloop_sock_handler handler, void* eloop_data,
                              void* user_data) {
-    if (!tq::fits_descriptor_set(sock) || !handler) return TQ_FAIL("invalid parameters\n");
+    if (!tq::fits_descriptor_set(sock) || !handler) return tq::reject(__func__);
     return tq::add_reader(state, {sock, eloop_data, user_data, handler});
 }
 
@@ -101,10 +95,10 @@ int eloop_unregister_read_sock(int sock) {
 
 int eloop_register_timeout(unsigned secs, unsigned usecs, eloop_timeout_handler handler,
                            void* eloop_data, void* user_data) {
-    if (!handler) return TQ_FAIL("invalid parameters\n");
-    tq::Timeout timeout = tq::new_timeout(secs, usecs, handler, eloop_data, user_data);
+    if (!handler) return tq::reject(__func__);
+    eloop_timeout* timeout = tq::new_timeout(secs, usecs, handler, eloop_data, user_data);
     if (!timeout) return -1;
-    tq::insert_timeout(state, std::move(timeout));
+    tq::insert_timeout(state, timeout);
     return 0;
 }
 
@@ -113,7 +107,7 @@ int eloop_cancel_timeout(eloop_timeout_handler handler, void* eloop_data, void* 
 }
 
 int eloop_register_signal(int sig, eloop_signal_handler handler, void* user_data) {
-    if (!handler) return TQ_FAIL("invalid parameters\n");
+    if (!handler) return tq::reject(__func__);
     const HoldSignals hold;
     eloop_signal* signals = tq::with_one_more(state.signals, state.signal_count);
     if (!signals) return -1;
@@ -124,30 +118,31 @@ int eloop_register_signal(int sig, eloop_signal_handler handler, void* user_data
 }
 
 void eloop_run() {
-    while (!shared(state.terminate)) {
+    while (!tq::look_at(state.terminate)) {
         tq::Pass pass;
-        const std::optional<tq_timeval> due = tq::next_due(state);
-        if (!due && !has_work()) return;
-        if (due) pass.limit_until(*due);
+        tq_timeval due = {};
+        const bool has_timeout = tq::next_due(state, due);
+        if (!has_timeout && !has_work()) return;
+        if (has_timeout) pass.limit_until(due);
         const int ready = wait(pass);
         if (ready < 0 && errno != EINTR) return perror("select");
         call_signal_handlers();
-        call_due_timeout(pass);
+        tq::call_timeout(pass.take_due(state));
         if (ready > 0) pass.call_readers(state);
     }
 }
 
 void eloop_terminate() {
-    shared(state.terminate) = 1;
+    tq::set_shared(state.terminate, 1);
 }
 
 void eloop_destroy() {
-    signals_are_gone = true;
+    signals_are_gone.store(true, std::memory_order_relaxed);
     tq::free_loop(state);
 }
 
 int eloop_terminated() {
-    return shared(state.terminate);
+    return tq::look_at(state.terminate);
 }
 
 void* eloop_get_user_data() {

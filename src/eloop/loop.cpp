@@ -85,8 +85,8 @@ int remove_reader(eloop_state& loop, int sock) {
     return 0;
 }
 
-Timeout new_timeout(unsigned secs, unsigned usecs, eloop_timeout_handler handler, void* eloop_data,
-                    void* user_data) {
+eloop_timeout* new_timeout(unsigned secs, unsigned usecs, eloop_timeout_handler handler,
+                           void* eloop_data, void* user_data) {
     auto* node = static_cast<TimeoutNode*>(malloc(sizeof(TimeoutNode)));
     if (!node) return nullptr;
     tq_timeval now = {};
@@ -99,11 +99,10 @@ Timeout new_timeout(unsigned secs, unsigned usecs, eloop_timeout_handler handler
               .handler = handler,
               .next = nullptr},
              node};
-    return Timeout(node);
+    return node;
 }
 
-void insert_timeout(eloop_state& loop, Timeout timeout) {
-    eloop_timeout* added = timeout.release();
+void insert_timeout(eloop_state& loop, eloop_timeout* added) {
     eloop_timeout* first = loop.timeout;
     if (!first || earlier(*added, *first)) {
         if (first) last_of(added) = last_of(first);
@@ -117,6 +116,12 @@ void insert_timeout(eloop_state& loop, Timeout timeout) {
     added->next = before->next;
     before->next = added;
     if (!added->next) last_of(first) = added;
+}
+
+void call_timeout(eloop_timeout* due) {
+    if (!due) return;
+    due->handler(due->eloop_data, due->user_data);
+    free(due);
 }
 
 eloop_timeout* take_matching(eloop_state& loop, eloop_timeout_handler handler,
@@ -141,10 +146,10 @@ eloop_timeout* take_matching(eloop_state& loop, eloop_timeout_handler handler,
 
 int free_timeouts(eloop_timeout* first) {
     int count = 0;
-    while (first) {
-        const Timeout freed(first);
-        first = freed->next;
-        count++;
+    for (; first; count++) {
+        eloop_timeout* next = first->next;
+        free(first);
+        first = next;
     }
     return count;
 }
@@ -153,11 +158,6 @@ void free_loop(const eloop_state& loop) {
     free_timeouts(loop.timeout);
     free(loop.readers);
     free(loop.signals);
-}
-
-std::optional<tq_timeval> next_due(const eloop_state& loop) {
-    if (!loop.timeout) return std::nullopt;
-    return tq_timeval{.tv_sec = loop.timeout->tv_sec, .tv_usec = loop.timeout->tv_usec};
 }
 
 void Pass::limit_until(const tq_timeval& due) {
@@ -170,41 +170,24 @@ void Pass::limit_until(const tq_timeval& due) {
     limit_.tv_usec += kMicrosecondsInSecond;
 }
 
-void Pass::limit_to_a_second() {
-    if (limited_ && limit_.tv_sec < 1) return;
-    limited_ = true;
-    limit_ = {.tv_sec = 1, .tv_usec = 0};
-}
-
-void Pass::do_not_wait() {
-    limited_ = true;
-    limit_ = {};
-}
-
-bool Pass::waits() const {
-    return !limited_ || limit_.tv_sec != 0 || limit_.tv_usec != 0;
-}
-
-void Pass::add_sockets(const eloop_state& loop) {
-    for (int i = 0; i < loop.reader_count; i++)
-        FD_SET(loop.readers[i].sock, &readable_);
-}
-
-int Pass::wait_in_select(int count) {
+int Pass::wait_in_select() {
     timeval limit = limit_;
-    return select(count, &readable_, nullptr, nullptr, limited_ ? &limit : nullptr);
+    return select(count_, &readable_, nullptr, nullptr, limited_ ? &limit : nullptr);
 }
 
-int Pass::wait_in_pselect(int count, const sigset_t* mask) {
+int Pass::wait_in_pselect(const sigset_t* mask) {
     const long nanoseconds = static_cast<long>(limit_.tv_usec) * 1000;
     const timespec limit = {.tv_sec = limit_.tv_sec, .tv_nsec = nanoseconds};
-    return pselect(count, &readable_, nullptr, nullptr, limited_ ? &limit : nullptr, mask);
+    return pselect(count_, &readable_, nullptr, nullptr, limited_ ? &limit : nullptr, mask);
 }
 
 int Pass::wait(const eloop_state& loop, const sigset_t* mask) {
-    add_sockets(loop);
-    const int count = std::min(loop.max_sock + (loop.cmm_agent_connected ? 2 : 1), FD_SETSIZE);
-    const int ready = mask ? wait_in_pselect(count, mask) : wait_in_select(count);
+    count_ = std::clamp(loop.max_sock + (loop.cmm_agent_connected ? 2 : 1), 0, FD_SETSIZE);
+    // No more of the set than select looks at.
+    memset(&readable_, 0, static_cast<size_t>(count_ + NFDBITS - 1) / NFDBITS * sizeof(fd_mask));
+    for (int i = 0; i < loop.reader_count; i++)
+        FD_SET(loop.readers[i].sock, &readable_);
+    const int ready = mask ? wait_in_pselect(mask) : wait_in_select();
     // A wait that ended by itself says what time it is, without another look at the clock.
     if (ready == 0) {
         now_ = after(now_, static_cast<uint32_t>(limit_.tv_sec),
@@ -213,18 +196,18 @@ int Pass::wait(const eloop_state& loop, const sigset_t* mask) {
     return ready;
 }
 
-Timeout Pass::take_due(eloop_state& loop) {
+eloop_timeout* Pass::take_due(eloop_state& loop) {
     if (!loop.timeout) return nullptr;
     if (earlier(now_, *loop.timeout)) tq_gettime(&now_);
     if (earlier(now_, *loop.timeout)) return nullptr;
-    return Timeout(take_first(loop));
+    return take_first(loop);
 }
 
 void Pass::call_readers(const eloop_state& loop) const {
     // The table is read anew after each handler, which may have changed it.
     for (int i = 0; i < loop.reader_count; i++) {
         const eloop_sock& reader = loop.readers[i];
-        if (!FD_ISSET(reader.sock, &readable_)) continue;
+        if (reader.sock >= count_ || !FD_ISSET(reader.sock, &readable_)) continue;
         reader.handler(reader.sock, reader.eloop_data, reader.user_data);
     }
 }

@@ -7,8 +7,6 @@
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
-#include <memory>
-#include <optional>
 
 #include "tq/eloop.h"
 #include "tq/util.h"
@@ -17,10 +15,19 @@ namespace tq {
 
 constexpr int32_t kMicrosecondsInSecond = 1000000;
 
-// A field that a signal handler or another thread may change at any time.
+// A field that a signal handler or another thread may change at any time. Nothing else is told by
+// it, so its readers need no order.
 inline std::atomic_ref<int> shared(int& field) {
     static_assert(std::atomic_ref<int>::is_always_lock_free);
     return std::atomic_ref<int>(field);
+}
+
+inline int look_at(int& field) {
+    return shared(field).load(std::memory_order_relaxed);
+}
+
+inline void set_shared(int& field, int value) {
+    shared(field).store(value, std::memory_order_relaxed);
 }
 
 // The array with room for one entry more, or null with the array as it was.
@@ -37,17 +44,16 @@ inline bool fits_descriptor_set(int sock) {
 int add_reader(eloop_state& loop, const eloop_sock& reader);
 int remove_reader(eloop_state& loop, int sock);
 
-struct FreeTimeout {
-    void operator()(eloop_timeout* timeout) const { free(timeout); }
-};
-using Timeout = std::unique_ptr<eloop_timeout, FreeTimeout>;
-
-// A record that is due that long from now; null when memory runs out.
-Timeout new_timeout(unsigned secs, unsigned usecs, eloop_timeout_handler handler, void* eloop_data,
-                    void* user_data);
+// A record that is due that long from now, its caller's to free or to insert; null when memory runs
+// out.
+eloop_timeout* new_timeout(unsigned secs, unsigned usecs, eloop_timeout_handler handler,
+                           void* eloop_data, void* user_data);
 
 // Puts it behind all that are due before it or at the same instant.
-void insert_timeout(eloop_state& loop, Timeout timeout);
+void insert_timeout(eloop_state& loop, eloop_timeout* added);
+
+// Calls the handler of a record that is due, or of none, and frees it.
+void call_timeout(eloop_timeout* due);
 
 // Unlinks the matching records and returns them as a list.
 eloop_timeout* take_matching(eloop_state& loop, eloop_timeout_handler handler,
@@ -59,34 +65,47 @@ int free_timeouts(eloop_timeout* first);
 // Frees all that the loop holds; its fields stay as they are.
 void free_loop(const eloop_state& loop);
 
-// When the next timeout is due.
-std::optional<tq_timeval> next_due(const eloop_state& loop);
+// When the next timeout is due; false where there is none.
+inline bool next_due(const eloop_state& loop, tq_timeval& due) {
+    if (!loop.timeout) return false;
+    due = {.tv_sec = loop.timeout->tv_sec, .tv_usec = loop.timeout->tv_usec};
+    return true;
+}
 
 // One pass: how long to wait, the wait, and what is to be done after it.
 class Pass {
   public:
     // Waits no longer than up to this instant.
     void limit_until(const tq_timeval& due);
-    void limit_to_a_second();
-    void do_not_wait();
-    [[nodiscard]] bool waits() const;
+    void limit_to_a_second() {
+        if (limited_ && limit_.tv_sec < 1) return;
+        limited_ = true;
+        limit_ = {.tv_sec = 1, .tv_usec = 0};
+    }
+    void do_not_wait() {
+        limited_ = true;
+        limit_ = {};
+    }
+    [[nodiscard]] bool waits() const {
+        return !limited_ || limit_.tv_sec != 0 || limit_.tv_usec != 0;
+    }
 
     // Waits for the loop's sockets: what select() returns. With a mask, signals are let in by it
     // for the time of the wait.
     int wait(const eloop_state& loop, const sigset_t* mask = nullptr);
 
-    // Unlinks the first timeout, if it is due.
-    Timeout take_due(eloop_state& loop);
+    // Unlinks the first timeout, if it is due, for call_timeout(); else null.
+    eloop_timeout* take_due(eloop_state& loop);
 
     // Calls the handlers of the sockets that are readable after the wait.
     void call_readers(const eloop_state& loop) const;
 
   private:
-    void add_sockets(const eloop_state& loop);
-    int wait_in_select(int count);
-    int wait_in_pselect(int count, const sigset_t* mask);
+    int wait_in_select();
+    int wait_in_pselect(const sigset_t* mask);
 
-    fd_set readable_ = {};
+    fd_set readable_;  // of the descriptors below count_
+    int count_ = 0;
     tq_timeval now_ = {};  // an instant that is known to have passed
     timeval limit_ = {};
     bool limited_ = false;

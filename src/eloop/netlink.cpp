@@ -69,23 +69,51 @@ struct FreeSocket {
 };
 using UniqueSocket = std::unique_ptr<nl_sock, FreeSocket>;
 
-// The family "fuMAC" as libnl-tiny's group operations want it: they change none of it.
-class FumacFamily {
-  public:
-    explicit FumacFamily(nl_sock* sock) {
-        unl_.sock = sock;
-        unl_.family_name = name_;
-        unl_.hdrlen = GENL_HDRLEN;
+constexpr char kFumac[] = "fuMAC";
+
+// Logs in the words that the function's callers know.
+nl_sock* connect(const char* function, bool to_fumac, const char* family_name, int* family_id) {
+    UniqueSocket sock(nl_socket_alloc());
+    if (!sock) {
+        TQ_LOG_IN(function, LOG_ERR,
+                  to_fumac ? "failed to allocate genetlink socket\n"
+                           : "failed to allocate netlink socket\n\n");
+        return nullptr;
     }
-    FumacFamily(const FumacFamily&) = delete;
-    FumacFamily& operator=(const FumacFamily&) = delete;
+    const int error = genl_connect(sock.get());
+    const int id = error < 0 ? 0 : genl_ctrl_resolve(sock.get(), family_name);
+    if (error < 0) {
+        TQ_LOG_IN(function, LOG_ERR,
+                  to_fumac ? "failed to connect genetlink: %d\n"
+                           : "failed to connect generic netlink: %d\n\n",
+                  error);
+    } else if (id > 0) {
+        *family_id = id;
+        return sock.release();
+    } else if (to_fumac) {
+        TQ_LOG_IN(function, LOG_ERR, "con't find genetlink family %s\n", family_name);
+    } else {
+        TQ_LOG_IN(function, LOG_ERR, "not find family:%s id:%d \n\n", family_name, id);
+    }
+    return nullptr;
+}
 
-    unl* get() { return &unl_; }
+// An operation of libnl-tiny's on a group of the family "fuMAC".
+int on_group(int (*operation)(unl*, const char*), nl_sock* sock, const char* group) {
+    unl fumac = {};
+    fumac.sock = sock;
+    fumac.family_name = const_cast<char*>(kFumac);  // which it does not change
+    fumac.hdrlen = GENL_HDRLEN;
+    return operation(&fumac, group);
+}
 
-  private:
-    char name_[sizeof("fuMAC")] = "fuMAC";
-    unl unl_ = {};
-};
+nlmsghdr request_header(size_t length, int type) {
+    return {.nlmsg_len = static_cast<uint32_t>(length),
+            .nlmsg_type = static_cast<uint16_t>(type),
+            .nlmsg_flags = NLM_F_REQUEST,
+            .nlmsg_seq = 0,
+            .nlmsg_pid = static_cast<uint32_t>(getpid())};
+}
 
 // The bytes sent last, or -1.
 int send_whole(int fd, std::span<const char> bytes) {
@@ -140,9 +168,8 @@ int genl_rcv_msg(int family_id, int fd, netlink_msg& msg, size_t size) {
 }
 
 int fumac_genl_listen(nl_sock* sock, const char* group) {
-    if (!sock) return TQ_FAIL("invalid parameters\n");
-    FumacFamily fumac(sock);
-    const int result = unl_genl_subscribe(fumac.get(), group);
+    if (!sock) return tq::reject(__func__);
+    const int result = on_group(unl_genl_subscribe, sock, group);
     if (result < 0) TQ_LOG(LOG_ERR, "bind mcast group %s fail: %d\n", group, result);
     return result;
 }
@@ -152,30 +179,16 @@ int fumac_genl_listen(nl_sock* sock, const char* group) {
 nl_sock* tq_genl_connect(int* family_id, const char* family_name) {
     if (family_id) *family_id = -1;
     if (!family_id || !family_name || !*family_name) {
-        TQ_LOG(LOG_ERR, "invalid parameters\n");
+        tq::reject(__func__);
         return nullptr;
     }
-    UniqueSocket sock(nl_socket_alloc());
-    if (!sock) {
-        TQ_LOG(LOG_ERR, "failed to allocate netlink socket\n\n");
-        return nullptr;
-    }
-    if (const int error = genl_connect(sock.get()); error < 0) {
-        TQ_LOG(LOG_ERR, "failed to connect generic netlink: %d\n\n", error);
-        return nullptr;
-    }
-    const int id = genl_ctrl_resolve(sock.get(), family_name);
-    if (id <= 0) {
-        TQ_LOG(LOG_ERR, "not find family:%s id:%d \n\n", family_name, id);
-        return nullptr;
-    }
-    *family_id = id;
-    TQ_LOG(LOG_DEBUG, "name=%s, family_id=%d\n\n", family_name, id);
-    return sock.release();
+    nl_sock* sock = connect(__func__, false, family_name, family_id);
+    if (sock) TQ_LOG(LOG_DEBUG, "name=%s, family_id=%d\n\n", family_name, *family_id);
+    return sock;
 }
 
 int tq_genl_disconnect(nl_sock* sock) {
-    if (!sock) return TQ_FAIL("invalid parameters\n");
+    if (!sock) return tq::reject(__func__);
     nl_socket_free(sock);
     return 0;
 }
@@ -189,11 +202,7 @@ int tq_genl_send(int family_id, nl_sock* sock, unsigned char cmd, const void* da
     message.attribute.nla_len = static_cast<uint16_t>(NLA_HDRLEN + size + 1);
     message.attribute.nla_type = kAttributeType;
     message.command.cmd = cmd;
-    message.header.nlmsg_len =
-        static_cast<uint32_t>(kAttributeAt + NLA_ALIGN(message.attribute.nla_len));
-    message.header.nlmsg_type = static_cast<uint16_t>(family_id);
-    message.header.nlmsg_flags = NLM_F_REQUEST;
-    message.header.nlmsg_pid = static_cast<uint32_t>(getpid());
+    message.header = request_header(kAttributeAt + NLA_ALIGN(message.attribute.nla_len), family_id);
     memcpy(message.payload, data, size);
     return send_whole(nl_socket_get_fd(sock),
                       {reinterpret_cast<const char*>(&message), message.header.nlmsg_len});
@@ -214,8 +223,7 @@ nl_sock* tq_genl_connect_and_send(int* family_id, const char* family_name) {
         TQ_LOG(LOG_ERR, "tq_genl_connect error\n\n");
         return nullptr;
     }
-    constexpr char kGreeting[] = "Hello";
-    if (tq_genl_send(*family_id, sock.get(), kHello, kGreeting, sizeof(kGreeting)) < 0) {
+    if (tq_genl_send(*family_id, sock.get(), kHello, "Hello", sizeof("Hello")) < 0) {
         TQ_LOG(LOG_ERR, "tq_genl_send error\n\n");
         return nullptr;
     }
@@ -244,10 +252,7 @@ int tq_write_netlink(int sock, const void* data, size_t size) {
         return TQ_FAIL("invalid parameters, len = %d\n", static_cast<int>(size));
     }
     RawMessage message;
-    message.header = {};
-    message.header.nlmsg_len = static_cast<uint32_t>(NLMSG_HDRLEN + size);
-    message.header.nlmsg_flags = NLM_F_REQUEST;
-    message.header.nlmsg_pid = static_cast<uint32_t>(getpid());
+    message.header = request_header(NLMSG_HDRLEN + size, 0);
     memcpy(message.payload, data, size);
     iovec vector = {.iov_base = &message, .iov_len = message.header.nlmsg_len};
     sockaddr_nl kernel = kKernel;
@@ -265,11 +270,7 @@ int tq_read_netlink(int sock, netlink_msg* msg, size_t size) {
     }
     RawMessage message;
     message.header = {};
-    iovec vector = {.iov_base = &message, .iov_len = sizeof(message)};
-    msghdr reply = {};
-    reply.msg_iov = &vector;
-    reply.msg_iovlen = 1;
-    const ssize_t got = recvmsg(sock, &reply, 0);
+    const ssize_t got = recv(sock, &message, sizeof(message), 0);
     if (got < 0) return TQ_FAIL("recvmsg fail\n\n");
     const auto claimed = static_cast<uint16_t>(message.header.nlmsg_len - NLMSG_HDRLEN);
     const ssize_t received = std::max<ssize_t>(got - NLMSG_HDRLEN, 0);
@@ -287,27 +288,15 @@ int tq_close_netlink(int sock) {
 
 nl_sock* fumac_genl_init(int* family_id) {
     if (!family_id) {
-        TQ_LOG(LOG_ERR, "invalid parameters\n");
+        tq::reject(__func__);
         return nullptr;
     }
-    UniqueSocket sock(nl_socket_alloc());
-    if (!sock) {
-        TQ_LOG(LOG_ERR, "failed to allocate genetlink socket\n");
-        return nullptr;
+    nl_sock* sock = connect(__func__, true, kFumac, family_id);
+    if (sock) {
+        TQ_LOG(LOG_INFO, "genetlink bind pid %d to family id %d\n",
+               static_cast<int>(nl_socket_get_local_port(sock)), *family_id);
     }
-    if (const int error = genl_connect(sock.get()); error < 0) {
-        TQ_LOG(LOG_ERR, "failed to connect genetlink: %d\n", error);
-        return nullptr;
-    }
-    const int id = genl_ctrl_resolve(sock.get(), "fuMAC");
-    if (id <= 0) {
-        TQ_LOG(LOG_ERR, "con't find genetlink family %s\n", "fuMAC");
-        return nullptr;
-    }
-    *family_id = id;
-    TQ_LOG(LOG_INFO, "genetlink bind pid %d to family id %d\n",
-           static_cast<int>(nl_socket_get_local_port(sock.get())), id);
-    return sock.release();
+    return sock;
 }
 
 void fumac_genl_deinit(nl_sock* sock) {
@@ -315,9 +304,8 @@ void fumac_genl_deinit(nl_sock* sock) {
 }
 
 int fumac_genl_multicast_id(nl_sock* sock, const char* group) {
-    if (!sock || !group) return TQ_FAIL("invalid parameters\n");
-    FumacFamily fumac(sock);
-    return unl_genl_multicast_id(fumac.get(), group);
+    if (!sock || !group) return tq::reject(__func__);
+    return on_group(unl_genl_multicast_id, sock, group);
 }
 
 int fumac_genl_listen_mlme(nl_sock* sock) {

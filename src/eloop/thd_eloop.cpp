@@ -12,7 +12,6 @@ pthread_mutex_t g_eloop_mutex;
 namespace {
 
 using tq::Lock;
-using tq::shared;
 
 constinit pthread_mutex_t first_use = PTHREAD_MUTEX_INITIALIZER;
 constinit bool mutex_is_ready = false;
@@ -24,26 +23,20 @@ bool make_mutex_once() {
     return mutex_is_ready;
 }
 
-std::optional<tq_timeval> next_due(const eloop_state& loop) {
+bool next_due(const eloop_state& loop, tq_timeval& due) {
     const Lock lock(g_eloop_mutex);
-    return tq::next_due(loop);
+    return tq::next_due(loop, due);
 }
 
-tq::Timeout take_due(eloop_state& loop, tq::Pass& pass) {
+eloop_timeout* take_due(eloop_state& loop, tq::Pass& pass) {
     const Lock lock(g_eloop_mutex);
     return pass.take_due(loop);
-}
-
-// The handler runs without the lock: it may add and cancel timeouts.
-void call_due_timeout(eloop_state& loop, tq::Pass& pass) {
-    const tq::Timeout due = take_due(loop, pass);
-    if (due) due->handler(due->eloop_data, due->user_data);
 }
 
 }  // namespace
 
 int thd_eloop_init(eloop_state* loop, void* user_data) {
-    if (!loop) return TQ_FAIL("invalid parameters\n");
+    if (!loop) return tq::reject(__func__);
     if (!make_mutex_once()) return -1;
     *loop = {};
     loop->user_data = user_data;
@@ -53,29 +46,29 @@ int thd_eloop_init(eloop_state* loop, void* user_data) {
 int thd_eloop_register_read_sock(eloop_state* loop, int sock, eloop_sock_handler handler,
                                  void* eloop_data, void* user_data) {
     if (!loop || !tq::fits_descriptor_set(sock) || !handler) {
-        return TQ_FAIL("invalid parameters\n");
+        return tq::reject(__func__);
     }
     return tq::add_reader(*loop, {sock, eloop_data, user_data, handler});
 }
 
 int thd_eloop_unregister_read_sock(eloop_state* loop, int sock) {
-    if (!loop) return TQ_FAIL("invalid parameters\n");
+    if (!loop) return tq::reject(__func__);
     return tq::remove_reader(*loop, sock);
 }
 
 int thd_eloop_register_timeout(eloop_state* loop, unsigned secs, unsigned usecs,
                                eloop_timeout_handler handler, void* eloop_data, void* user_data) {
-    if (!loop || !handler) return TQ_FAIL("invalid parameters\n");
-    tq::Timeout timeout = tq::new_timeout(secs, usecs, handler, eloop_data, user_data);
+    if (!loop || !handler) return tq::reject(__func__);
+    eloop_timeout* timeout = tq::new_timeout(secs, usecs, handler, eloop_data, user_data);
     if (!timeout) return -1;
     const Lock lock(g_eloop_mutex);
-    tq::insert_timeout(*loop, std::move(timeout));
+    tq::insert_timeout(*loop, timeout);
     return 0;
 }
 
 int thd_eloop_cancel_timeout(eloop_state* loop, eloop_timeout_handler handler, void* eloop_data,
                              void* user_data) {
-    if (!loop) return TQ_FAIL("invalid parameters\n");
+    if (!loop) return tq::reject(__func__);
     eloop_timeout* cancelled = nullptr;
     {
         const Lock lock(g_eloop_mutex);
@@ -85,44 +78,46 @@ int thd_eloop_cancel_timeout(eloop_state* loop, eloop_timeout_handler handler, v
 }
 
 int thd_eloop_run(eloop_state* loop) {
-    if (!loop) return TQ_FAIL("invalid parameters\n");
-    while (!shared(loop->terminate)) {
+    if (!loop) return tq::reject(__func__);
+    while (!tq::look_at(loop->terminate)) {
         tq::Pass pass;
-        const std::optional<tq_timeval> due = next_due(*loop);
-        if (!due && loop->reader_count <= 0) return 0;
-        if (due) pass.limit_until(*due);
+        tq_timeval due = {};
+        const bool has_timeout = next_due(*loop, due);
+        if (!has_timeout && loop->reader_count <= 0) return 0;
+        if (has_timeout) pass.limit_until(due);
         pass.limit_to_a_second();
         const int ready = pass.wait(*loop);
         if (ready < 0 && errno != EINTR) {
             perror("select");
             return -1;
         }
-        call_due_timeout(*loop, pass);
+        // Without the lock: the handler may add and cancel timeouts.
+        tq::call_timeout(take_due(*loop, pass));
         if (ready > 0) pass.call_readers(*loop);
     }
     return 0;
 }
 
 int thd_eloop_terminate(eloop_state* loop) {
-    if (!loop) return TQ_FAIL("invalid parameters\n");
-    shared(loop->terminate) = 1;
+    if (!loop) return tq::reject(__func__);
+    tq::set_shared(loop->terminate, 1);
     return 0;
 }
 
 int thd_eloop_destroy(eloop_state* loop) {
-    if (!loop) return TQ_FAIL("invalid parameters\n");
+    if (!loop) return tq::reject(__func__);
     tq::free_loop(*loop);
     return 0;
 }
 
 int thd_eloop_terminated(eloop_state* loop) {
-    if (!loop) return TQ_FAIL("invalid parameters\n");
-    return shared(loop->terminate);
+    if (!loop) return tq::reject(__func__);
+    return tq::look_at(loop->terminate);
 }
 
 void* thd_eloop_get_user_data(const eloop_state* loop) {
     if (!loop) {
-        TQ_LOG(LOG_ERR, "invalid parameters\n");
+        tq::reject(__func__);
         return nullptr;
     }
     return loop->user_data;

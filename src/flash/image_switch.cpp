@@ -14,22 +14,6 @@ namespace {
 constexpr uint32_t kTextSize = 128;
 constexpr uint32_t kScriptTimeout = 5;
 
-enum class Image { kPrimary, kBackup };
-
-// Where one of the aliases points to for each image, and what is said where that is missing.
-struct Alias {
-    const char* key;
-    const char* primary;
-    const char* backup;
-    const char* no_primary;
-    const char* no_backup;
-};
-
-constexpr Alias kKernel = {redboot_kernel_alias, redboot_pri_kernel, redboot_bak_kernel,
-                           "Primary kernel doesn't exist", "Backup kernel doesn't exist"};
-constexpr Alias kRootdev = {redboot_rootdev_alias, redboot_pri_rootdev, redboot_bak_rootdev,
-                            "Primary image doesn't exist", "Backup image doesn't exist"};
-
 // The text in the entry of that key and type, or null; the store says 1 for one of another type,
 // too.
 const char* stored_text(const char* key, uint32_t type) {
@@ -42,8 +26,8 @@ bool equals(const char* stored, const char* text) {
     return strncmp(stored, text, kTextSize) == 0;
 }
 
-bool redboot_image_exists(Image image) {
-    const char* key = image == Image::kPrimary ? "pri_pelkin_ver" : "qak_pelkin_ver";
+bool redboot_image_exists(bool primary) {
+    const char* key = primary ? "pri_pelkin_ver" : "qak_pelkin_ver";
     const char* version = stored_text(key, REDBOOT_CONFIG_STRING);
     return version && !equals(version, "0.0.0");
 }
@@ -77,26 +61,24 @@ int add_text(const char* key, const char* title, const char* text) {
     return redboot_add_config(&option);
 }
 
-enum class Turn { kMissingImage, kUnchanged, kChanged };
-
-// Turns an alias to the other image. One that is added counts as a change even where there was no
-// room for it.
-Turn turn(const Alias& alias) {
+// Turns an alias from one image's part to the other's; false where that is missing. One that is
+// added counts as a change even where there was no room for it.
+bool turn(const char* alias, const char* primary, const char* backup, const char* part,
+          bool& changed) {
     const char* current = "";
-    if (redboot_get_config(alias.key, &current, REDBOOT_CONFIG_STRING) != 1) {
-        const bool has_backup = redboot_image_exists(Image::kBackup);
-        add_text(alias.key, alias.key, has_backup ? alias.backup : alias.primary);
-        return Turn::kChanged;
+    if (redboot_get_config(alias, &current, REDBOOT_CONFIG_STRING) != 1) {
+        add_text(alias, alias, redboot_image_exists(false) ? backup : primary);
+        changed = true;
+        return true;
     }
-    const Image target = equals(current, alias.primary) ? Image::kBackup : Image::kPrimary;
-    const bool to_primary = target == Image::kPrimary;
-    if (!redboot_image_exists(target)) {
-        printf("%s", to_primary ? alias.no_primary : alias.no_backup);
-        return Turn::kMissingImage;
+    const bool to_primary = !equals(current, primary);
+    if (!redboot_image_exists(to_primary)) {
+        printf("%s %s doesn't exist", to_primary ? "Primary" : "Backup", part);
+        return false;
     }
-    const char* value = to_primary ? alias.primary : alias.backup;
-    const bool set = redboot_set_config(alias.key, value, REDBOOT_CONFIG_STRING) == 1;
-    return set ? Turn::kChanged : Turn::kUnchanged;
+    const char* value = to_primary ? primary : backup;
+    changed |= redboot_set_config(alias, value, REDBOOT_CONFIG_STRING) == 1;
+    return true;
 }
 
 // The second gives the flash driver time to finish what sync started.
@@ -117,12 +99,10 @@ int sys_image_switch(void) {
     const char* script = stored_text(redboot_script_data_key, REDBOOT_CONFIG_SCRIPT);
     if (!script) return 1;
     changed |= set_standard_script(script);
-    const Turn kernel_turn = turn(kKernel);
-    if (kernel_turn == Turn::kMissingImage) return 1;
-    changed |= kernel_turn == Turn::kChanged;
-    const Turn rootdev_turn = turn(kRootdev);
-    if (rootdev_turn == Turn::kMissingImage) return 1;
-    changed |= rootdev_turn == Turn::kChanged;
+    const bool turned =
+        turn(redboot_kernel_alias, redboot_pri_kernel, redboot_bak_kernel, "kernel", changed) &&
+        turn(redboot_rootdev_alias, redboot_pri_rootdev, redboot_bak_rootdev, "image", changed);
+    if (!turned) return 1;
     return changed ? save() : 0;
 }
 
@@ -137,14 +117,14 @@ int sys_image_check(void) {
 }
 
 int sys_sn_set(const char* serial) {
-    if (!serial) return TQ_FAIL("invalid parameters\n");
+    if (!serial) return tq::reject(__func__);
     if (redboot_load_config() != 1) return -1;
     if (add_text(redboot_sn_data_key, redboot_sn_title, serial) != 1) return 1;
     return save();
 }
 
 int sys_sn_get(char* out, uint32_t length) {
-    if (!out || static_cast<int32_t>(length) <= 0) return TQ_FAIL("invalid parameters\n");
+    if (!out || static_cast<int32_t>(length) <= 0) return tq::reject(__func__);
     *out = '\0';
     if (redboot_load_config() != 1) return -1;
     const char* serial = stored_text(redboot_sn_data_key, REDBOOT_CONFIG_STRING);

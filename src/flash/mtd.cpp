@@ -21,11 +21,6 @@ using tq::UniqueFd;
 constexpr size_t kPartitionNameSize = 64;
 constexpr size_t kQuotedNameSize = 4096;
 
-// Field tools match on the line numbers of these log lines.
-int fail(LogSite site, const char* text) {
-    return TQ_FAIL_AS(site, "%s", text);
-}
-
 int open_for_reading(const char* path) {
     return open(path, O_RDONLY | O_CLOEXEC);
 }
@@ -36,16 +31,18 @@ std::optional<int> partition_number(const char* line) {
     return tq::leading_int(line + 3);
 }
 
-std::optional<int> find_partition(int table, const char* name, int index) {
+bool find_partition(int table, const char* name, int index, int& found) {
     // One that is cut is as long as a whole piece of a line, and so in none behind its number.
     Text<kQuotedNameSize> quoted;
     quoted.append("\"%s\"", name);
     LineReader lines(table, LineReader::kLongPiece);
     while (const char* line = lines.next()) {
         const std::optional<int> number = partition_number(line);
-        if (number && strstr(line, quoted.c_str()) && index-- == 0) return number;
+        if (!number || !strstr(line, quoted.c_str()) || index-- != 0) continue;
+        found = *number;
+        return true;
     }
-    return std::nullopt;
+    return false;
 }
 
 int open_node(const char* kind, const char* separator, int number) {
@@ -69,110 +66,112 @@ bool is_version(const char* field) {
     return length > 0;
 }
 
+// Field tools match on the line numbers in the log, here and below.
 int get_version_info_from_offset(const char* name, char* out) {
     const UniqueFd partition(mtd_open(name, 1));
-    if (!partition) return fail({__func__, 89}, "open fail\n");
-    if (lseek(partition.get(), 0, SEEK_SET) < 0) return fail({__func__, 94}, "lseek fail\n");
+    if (!partition) return TQ_LOG_AT(89, LOG_ERR, "open fail\n");
+    if (lseek(partition.get(), 0, SEEK_SET) < 0) return TQ_LOG_AT(94, LOG_ERR, "lseek fail\n");
     const ssize_t got = tq::read_some(partition.get(), out, TQ_IMAGE_BLOCK_SIZE);
-    if (got <= 0) return fail({__func__, 100}, "read fail\n");
+    if (got <= 0) return TQ_LOG_AT(100, LOG_ERR, "read fail\n");
     memset(out + got, 0, TQ_IMAGE_BLOCK_SIZE - static_cast<size_t>(got));
-    if (!is_version(out + TQ_IMAGE_VERSION_OFFSET)) {
-        return fail({__func__, 108}, "not ascii string, fail\n");
-    }
-    return 0;
+    if (is_version(out + TQ_IMAGE_VERSION_OFFSET)) return 0;
+    return TQ_LOG_AT(108, LOG_ERR, "not ascii string, fail\n");
 }
 
-int check_mark(const char* key, LogSite site) {
-    int value = -1;
-    if (get_key_vlaue("fw_printenv", key, &value) != 0) return fail(site, "get_key_vlaue fail\n");
-    return value == 0 ? 0 : -1;
-}
-
-// The board's name of a partition; false where it has none.
-bool get_partition_name(int selector, char (&name)[kPartitionNameSize]) {
-    memset(name, 0, sizeof(name));
-    if (tq_get_oem_ap_type_partion_info(selector, name, sizeof(name)) == -1) return false;
-    name[sizeof(name) - 1] = '\0';
-    return true;
-}
-
-// What the information about an image needs: its partition, its check, and for each failure the
-// line and the text that are logged in the function's name.
-struct ImageInfo {
-    const char* function;
-    int invalid_line;
-    int selector;
-    int partition_line;
-    const char* partition_failure;
-    int (*check)();
-    int check_line;
-    const char* check_failure;
-    int version_line;
+// An image: its partition and the mark that says whether it can be used, and for each failure the
+// name and the line that are logged.
+struct Image {
+    uint8_t selector;
+    uint8_t mark_line;
+    uint16_t invalid_line;
+    uint16_t partition_line;
+    uint16_t check_line;
+    uint16_t version_line;
+    char mark[sizeof("Image1Stable")];
+    char check[sizeof("check_primary_image")];
+    char info[sizeof("get_backup_boot_info")];
+    char partition[sizeof("get AP_TYPE_PAT_BK_UBOOT_IMAGE")];
 };
 
-constexpr ImageInfo kPrimary = {
-    .function = "get_primary_info",
-    .invalid_line = 338,
+constexpr Image kPrimary = {
     .selector = AP_TYPE_PAT_PRI_IMAGE,
+    .mark_line = 31,
+    .invalid_line = 338,
     .partition_line = 344,
-    .partition_failure = "tq_get_pri_image_partition fail\n",
-    .check = check_primary_image,
     .check_line = 349,
-    .check_failure = "check_primary_image fail\n",
     .version_line = 361,
+    .mark = "Image1Stable",
+    .check = "check_primary_image",
+    .info = "get_primary_info",
+    .partition = "tq_get_pri_image_partition",
 };
 
-constexpr ImageInfo kBackup = {
-    .function = "get_backup_info",
-    .invalid_line = 375,
+constexpr Image kBackup = {
     .selector = AP_TYPE_PAT_BK_IMAGE,
+    .mark_line = 50,
+    .invalid_line = 375,
     .partition_line = 381,
-    .partition_failure = "tq_get_bk_image_partition fail\n",
-    .check = check_backup_image,
     .check_line = 386,
-    .check_failure = "check_backup_image fail\n",
     .version_line = 398,
+    .mark = "Image2Stable",
+    .check = "check_backup_image",
+    .info = "get_backup_info",
+    .partition = "tq_get_bk_image_partition",
 };
 
-constexpr ImageInfo kBackupBoot = {
-    .function = "get_backup_boot_info",
-    .invalid_line = 430,
+constexpr Image kBackupBoot = {
     .selector = AP_TYPE_PAT_BK_UBOOT_IMAGE,
+    .mark_line = 69,
+    .invalid_line = 430,
     .partition_line = 436,
-    .partition_failure = "get AP_TYPE_PAT_BK_UBOOT_IMAGE fail\n",
-    .check = check_backup_uboot,
     .check_line = 441,
-    .check_failure = "check_backup_uboot fail\n",
     .version_line = 467,
+    .mark = "Uboot2Stable",
+    .check = "check_backup_uboot",
+    .info = "get_backup_boot_info",
+    .partition = "get AP_TYPE_PAT_BK_UBOOT_IMAGE",
 };
 
-int get_info(const ImageInfo& image, char* out) {
-    const char* function = image.function;
-    if (!out) return fail({function, image.invalid_line}, "invalid parameters\n");
-    char name[kPartitionNameSize];
-    if (!get_partition_name(image.selector, name)) {
-        return fail({function, image.partition_line}, image.partition_failure);
+int check_mark(const Image& image) {
+    int value = -1;
+    if (get_key_vlaue("fw_printenv", image.mark, &value) == 0) return value == 0 ? 0 : -1;
+    const LogSite site = {image.check, image.mark_line};
+    return TQ_FAIL_AS(site, "get_key_vlaue fail\n");
+}
+
+int fail(const Image& image, int line, const char* step) {
+    const LogSite site = {image.info, line};
+    return TQ_FAIL_AS(site, "%s fail\n", step);
+}
+
+int get_info(const Image& image, char* out) {
+    if (!out) {
+        const LogSite site = {image.info, image.invalid_line};
+        return TQ_FAIL_AS(site, "invalid parameters\n");
     }
-    if (image.check() == -1) return fail({function, image.check_line}, image.check_failure);
-    if (get_version_info_from_offset(name, out) == -1) {
-        return fail({function, image.version_line}, "get_version_info fail\n");
-    }
-    return 0;
+    char name[kPartitionNameSize] = "";
+    const int named = tq_get_oem_ap_type_partion_info(image.selector, name, sizeof(name));
+    name[sizeof(name) - 1] = '\0';
+    if (named == -1) return fail(image, image.partition_line, image.partition);
+    if (check_mark(image) == -1) return fail(image, image.check_line, image.check);
+    if (get_version_info_from_offset(name, out) == 0) return 0;
+    return fail(image, image.version_line, "get_version_info");
 }
 
 }  // namespace
 
 int mtd_open_match(const char* name, int index, uint8_t block) {
-    if (!name || index < 0) return TQ_FAIL("invalid parameters\n");
+    if (!name || index < 0) return tq::reject(__func__);
     if (*name == '/') return open_for_reading(name);
     const UniqueFd table(open_for_reading("/proc/mtd"));
     if (!table) return open_for_reading(name);
-    const std::optional<int> number = find_partition(table.get(), name, index);
-    return number ? open_device(*number, block) : open_for_reading(name);
+    int number = 0;
+    return find_partition(table.get(), name, index, number) ? open_device(number, block)
+                                                            : open_for_reading(name);
 }
 
 int mtd_open(const char* name, uint8_t block) {
-    if (!name) return TQ_FAIL("invalid parameters\n");
+    if (!name) return tq::reject(__func__);
     return mtd_open_match(name, 0, block);
 }
 
@@ -194,13 +193,13 @@ int get_backup_boot_info(char* out) {
 }
 
 int check_primary_image(void) {
-    return check_mark("Image1Stable", {__func__, 31});
+    return check_mark(kPrimary);
 }
 
 int check_backup_image(void) {
-    return check_mark("Image2Stable", {__func__, 50});
+    return check_mark(kBackup);
 }
 
 int check_backup_uboot(void) {
-    return check_mark("Uboot2Stable", {__func__, 69});
+    return check_mark(kBackupBoot);
 }

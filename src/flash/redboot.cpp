@@ -6,8 +6,6 @@
 #include <cstdio>
 #include <cstring>
 #include <iterator>
-#include <optional>
-#include <string_view>
 
 #include "foundation/file.h"
 
@@ -25,7 +23,6 @@ constexpr size_t kEntriesBegin = 8;
 constexpr size_t kEntriesEnd = 4088;
 constexpr size_t kSecondMagicOffset = 4088;
 constexpr size_t kChecksumOffset = 4092;
-constexpr size_t kEntryHeaderSize = 4;
 static_assert(kBlockSize == 4096);
 static_assert(kChecksumOffset + sizeof(uint32_t) == kBlockSize);
 static_assert(kEntriesEnd - kEntriesBegin == 4080);
@@ -64,10 +61,6 @@ static_assert(std::size(kLayouts) == REDBOOT_CONFIG_NET_PORT + 1);
 // Keys have their lengths, terminator included, in a byte.
 constexpr size_t kLongestKey = 254;
 
-// A key as messages print it.
-#define TQ_KEY_FORMAT "%.*s"
-#define TQ_KEY(key) static_cast<int>((key).size()), (key).data()
-
 bool redboot_config_loaded = false;
 
 consteval uint32_t crc_of_byte(uint32_t byte) {
@@ -82,60 +75,46 @@ const ValueLayout& layout_of(uint32_t type) {
     return kLayouts[type < std::size(kLayouts) ? type : 0];
 }
 
-// The text in a field up to its terminator, or all of the field.
-std::string_view text_of(const unsigned char* field, size_t size) {
-    const char* text = reinterpret_cast<const char*>(field);
-    return {text, strnlen(text, size)};
-}
-
 // An entry of the block; where it comes from entry_at(), all of it lies within the entry area.
-class Entry {
-  public:
-    explicit Entry(size_t offset) : header_(&redboot_config[offset]) {}
+struct Entry {
+    uint8_t type;
+    uint8_t key_size;
+    uint8_t enable_sense;
+    uint8_t enable_key_size;
 
-    [[nodiscard]] uint32_t type() const { return header_[0]; }
-    [[nodiscard]] bool enable_sense() const { return header_[2] != 0; }
-    [[nodiscard]] bool has_enable_key() const { return header_[3] != 0; }
-    [[nodiscard]] bool has_key(std::string_view key) const;
-    [[nodiscard]] std::string_view key() const { return text_of(names(), header_[1]); }
-    [[nodiscard]] std::string_view enable_key() const {
-        return text_of(names() + header_[1], header_[3]);
-    }
-    [[nodiscard]] unsigned char* names() const { return header_ + kEntryHeaderSize; }
-    [[nodiscard]] unsigned char* value() const { return names() + header_[1] + header_[3]; }
-    [[nodiscard]] size_t room() const { return layout_of(type()).room; }
+    [[nodiscard]] char* key() { return reinterpret_cast<char*>(this + 1); }
+    [[nodiscard]] char* enable_key() { return key() + key_size; }
+    [[nodiscard]] char* value() { return enable_key() + enable_key_size; }
+    [[nodiscard]] size_t room() const { return layout_of(type).room; }
     [[nodiscard]] size_t size() const {
-        return kEntryHeaderSize + header_[1] + header_[3] + room();
+        return sizeof(*this) + key_size + enable_key_size + room();
     }
-
-    void set_header(const redboot_config_option& option) const;
-
-  private:
-    unsigned char* header_;
 };
+static_assert(sizeof(Entry) == 4);
 
-// A key without its terminator is none.
-bool Entry::has_key(std::string_view key) const {
-    return key.size() < header_[1] && memcmp(names(), key.data(), key.size()) == 0 &&
-           names()[key.size()] == '\0';
+Entry* unchecked_entry(size_t offset) {
+    return reinterpret_cast<Entry*>(&redboot_config[offset]);
 }
 
-std::optional<Entry> entry_at(size_t offset) {
-    if (offset + kEntryHeaderSize > kEntriesEnd) return std::nullopt;
-    const Entry entry(offset);
-    if (offset + entry.size() > kEntriesEnd) return std::nullopt;
-    return entry;
+Entry* entry_at(size_t offset) {
+    if (offset + sizeof(Entry) > kEntriesEnd) return nullptr;
+    Entry* entry = unchecked_entry(offset);
+    return offset + entry->size() > kEntriesEnd ? nullptr : entry;
 }
 
-// Passes over entries of type 0, too: what they hold is found as long as it is there.
-std::optional<Entry> redboot_find_config(std::string_view key) {
-    if (!redboot_config_loaded) return std::nullopt;
+// Passes over entries of type 0, too: what they hold is found as long as it is there. A key of the
+// block without its terminator is none.
+Entry* redboot_find_config(const char* key, size_t length) {
+    if (!redboot_config_loaded) return nullptr;
     size_t offset = kEntriesBegin;
-    while (const std::optional<Entry> entry = entry_at(offset)) {
-        if (entry->has_key(key)) return entry;
+    while (Entry* entry = entry_at(offset)) {
+        const char* found = entry->key();
+        if (length < entry->key_size && memcmp(found, key, length) == 0 && found[length] == '\0') {
+            return entry;
+        }
         offset += entry->size();
     }
-    return std::nullopt;
+    return nullptr;
 }
 
 uint32_t redboot_crc() {
@@ -167,14 +146,9 @@ bool needs_loading() {
     return true;
 }
 
-int no_space_for(const char* key) {
-    printf("No space to add '%s'\n", key);
-    return 0;
-}
-
-void get_value(const Entry& entry, void* value) {
-    const unsigned char* field = entry.value();
-    const ValueLayout& layout = layout_of(entry.type());
+void get_value(Entry* entry, void* value) {
+    char* field = entry->value();
+    const ValueLayout& layout = layout_of(entry->type);
     if (layout.is_text) {
         memcpy(value, &field, sizeof(field));
     } else {
@@ -182,37 +156,37 @@ void get_value(const Entry& entry, void* value) {
     }
 }
 
-int get_config(std::string_view key, void* value, uint32_t type) {
-    const std::optional<Entry> entry = redboot_find_config(key);
+int get_config(const char* key, size_t length, void* value, uint32_t type) {
+    Entry* entry = redboot_find_config(key, length);
     if (!entry) return 0;
-    if (entry->type() == type) {
-        get_value(*entry, value);
+    if (entry->type == type) {
+        get_value(entry, value);
     } else {
-        printf("Request for config value '" TQ_KEY_FORMAT "' - wrong type\n", TQ_KEY(key));
+        printf("Request for config value '%.*s' - wrong type\n", static_cast<int>(length), key);
     }
     return 1;
 }
 
 // Never reads past the text's own end. What is stored may have been handed out of the same field.
-void store_text(unsigned char* field, size_t size, const void* text) {
+void store_text(char* field, size_t size, const void* text) {
     const size_t length = strnlen(static_cast<const char*>(text), size);
     memmove(field, text, length);
     memset(field + length, 0, size - length);
 }
 
-void set_value(const Entry& entry, const void* value) {
-    const ValueLayout& layout = layout_of(entry.type());
+void set_value(Entry* entry, const void* value) {
+    const ValueLayout& layout = layout_of(entry->type);
     if (layout.is_text) {
-        store_text(entry.value(), layout.used, value);
+        store_text(entry->value(), layout.used, value);
     } else {
-        memcpy(entry.value(), value, layout.used);
+        memcpy(entry->value(), value, layout.used);
     }
 }
 
 // The entry's type may be another than the option's: what its room does not hold is cut.
-void redboot_store_default(const Entry& entry, const redboot_config_option& option) {
-    unsigned char* field = entry.value();
-    const size_t room = std::min<size_t>(entry.room(), layout_of(option.type).used);
+void redboot_store_default(Entry* entry, const redboot_config_option& option) {
+    char* field = entry->value();
+    const size_t room = std::min<size_t>(entry->room(), layout_of(option.type).used);
     // NOLINTNEXTLINE(performance-no-int-to-ptr): a word that is a pointer for some types
     const auto* source = reinterpret_cast<const char*>(option.default_value);
     const auto number = static_cast<uint32_t>(option.default_value);
@@ -253,88 +227,73 @@ size_t stored_size(const char* key) {
 // The first byte of type 0, or an offset behind the area.
 size_t find_free_space() {
     size_t offset = kEntriesBegin;
-    while (offset < kEntriesEnd && Entry(offset).type() != 0) {
-        offset += Entry(offset).size();
-    }
+    while (offset < kEntriesEnd && unchecked_entry(offset)->type != 0)
+        offset += unchecked_entry(offset)->size();
     return offset;
 }
 
-void Entry::set_header(const redboot_config_option& option) const {
-    header_[0] = static_cast<unsigned char>(option.type);
-    header_[1] = static_cast<unsigned char>(stored_size(option.key));
-    header_[2] = static_cast<unsigned char>(std::min<uint32_t>(option.enable_sense, UINT8_MAX));
-    header_[3] = static_cast<unsigned char>(stored_size(option.enable_key));
-}
-
 // Added to the bytes that are there: the boot loader fills its blocks in the same way.
-unsigned char* add_name(unsigned char* at, const char* name) {
-    for (; *name; name++, at++) {
-        *at = static_cast<unsigned char>(*at + *name);
-    }
+void add_name(char* at, const char* name) {
+    for (; *name; name++, at++)
+        *at = static_cast<char>(*at + *name);
     *at = '\0';
-    return at + 1;
-}
-
-void append_entry(size_t offset, const redboot_config_option& option) {
-    const Entry entry(offset);
-    entry.set_header(option);
-    unsigned char* end = add_name(entry.names(), option.key);
-    if (option.enable_key) add_name(end, option.enable_key);
-    redboot_store_default(entry, option);
 }
 
 // A bool that is not there is false.
-bool is_enabled(const Entry& entry) {
-    if (!entry.has_enable_key()) return true;
+bool is_enabled(Entry* entry) {
+    if (entry->enable_key_size == 0) return true;
+    const char* key = entry->enable_key();
     uint32_t enabled = 0;
-    get_config(entry.enable_key(), &enabled, REDBOOT_CONFIG_BOOL);
-    return (enabled != 0) == entry.enable_sense();
+    get_config(key, strnlen(key, entry->enable_key_size), &enabled, REDBOOT_CONFIG_BOOL);
+    return (enabled != 0) == (entry->enable_sense != 0);
 }
 
-void print_text(std::string_view text) {
-    printf("%.*s\n", static_cast<int>(text.size()), text.data());
-}
-
-void print_script(std::string_view script) {
+void print_script(const char* script, size_t size) {
     printf("\n");
-    while (!script.empty()) {
-        const size_t length = std::min(script.find('\n'), script.size());
-        printf(".. %.*s\n", static_cast<int>(length), script.data());
-        script.remove_prefix(std::min(length + 1, script.size()));
+    const char* const end = script + strnlen(script, size);
+    while (script < end) {
+        const char* feed = std::find(script, end, '\n');
+        printf(".. %.*s\n", static_cast<int>(feed - script), script);
+        script = feed + 1;
     }
     printf("\n");
 }
 
 void print_ethernet_address(const unsigned char* address) {
-    for (size_t i = 0; i < kEthernetSize; i++) {
+    for (size_t i = 0; i < kEthernetSize; i++)
         printf("%s0x%02X", i > 0 ? ":" : "", address[i]);
-    }
     printf("\n");
 }
 
-void redboot_print_config_entry(const Entry& entry) {
-    printf(TQ_KEY_FORMAT ": ", TQ_KEY(entry.key()));
-    const std::string_view text = text_of(entry.value(), entry.room());
+void redboot_print_config_entry(Entry* entry) {
+    printf("%.*s: ", entry->key_size, entry->key());
+    const char* field = entry->value();
     uint32_t number = 0;
-    switch (entry.type()) {
+    switch (entry->type) {
         case REDBOOT_CONFIG_BOOL:
             get_value(entry, &number);
-            print_text(number ? "true" : "false");
+            printf("%s\n", number ? "true" : "false");
             break;
         case REDBOOT_CONFIG_INT:
             get_value(entry, &number);
             printf("%lu\n", static_cast<unsigned long>(number));
             break;
         case REDBOOT_CONFIG_SCRIPT:
-            print_script(text);
+            print_script(field, entry->room());
             break;
         case REDBOOT_CONFIG_ESA:
-            print_ethernet_address(entry.value());
+            print_ethernet_address(reinterpret_cast<const unsigned char*>(field));
             break;
         default:
-            print_text(text);
+            printf("%.*s\n", static_cast<int>(entry->room()), field);
             break;
     }
+}
+
+int open_flash(int flags) {
+    const int fd = open(kDevice, flags | O_CLOEXEC);
+    if (fd < 0) printf("Can't open %s\n", kDevice);
+    return fd;
 }
 
 }  // namespace
@@ -398,22 +357,17 @@ const char redboot_sn_default[1] = "";
 
 int redboot_load_config(void) {
     config = nullptr;
-    const UniqueFd flash(open(kDevice, O_RDWR | O_CLOEXEC));
-    if (!flash) {
-        printf("Can't open %s\n", kDevice);
-        return 0;
-    }
+    const UniqueFd flash(open_flash(O_RDWR));
+    if (!flash) return 0;
     if (tq::read_some(flash.get(), redboot_config, kBlockSize) != ssize_t{kBlockSize}) {
         printf("Read config error");
-        return 0;
-    }
-    if (!is_valid()) {
+    } else if (!is_valid()) {
         printf("RedBoot configuration CRC error");
-        return 0;
+    } else {
+        config = redboot_config;
+        redboot_config_loaded = true;
     }
-    config = redboot_config;
-    redboot_config_loaded = true;
-    return 1;
+    return config != nullptr;
 }
 
 int redboot_write_config(void) {
@@ -422,54 +376,59 @@ int redboot_write_config(void) {
     set_word(kFirstMagicOffset, kFirstMagic);
     set_word(kSecondMagicOffset, kSecondMagic);
     set_word(kChecksumOffset, redboot_crc());
-    const UniqueFd flash(open(kDevice, O_RDWR | O_DSYNC | O_CLOEXEC));
-    if (!flash) {
-        printf("Can't open %s\n", kDevice);
-        return 0;
-    }
-    return write(flash.get(), redboot_config, kBlockSize) == ssize_t{kBlockSize};
+    const UniqueFd flash(open_flash(O_RDWR | O_DSYNC));
+    return flash && write(flash.get(), redboot_config, kBlockSize) == ssize_t{kBlockSize};
 }
 
 int redboot_get_config(const char* key, void* value, uint32_t type) {
     if (!key || !value) return 0;
-    return get_config(key, value, type);
+    return get_config(key, strlen(key), value, type);
 }
 
 int redboot_set_config(const char* key, const void* value, uint32_t type) {
     if (!key || !value) return 0;
-    const std::optional<Entry> entry = redboot_find_config(key);
+    Entry* entry = redboot_find_config(key, strlen(key));
     if (!entry) return 0;
-    if (entry->type() != type || entry->room() == 0) {
+    if (entry->type != type || entry->room() == 0) {
         printf("Can't set config value '%s' - wrong type\n", key);
         return 0;
     }
-    set_value(*entry, value);
+    set_value(entry, value);
     return 1;
 }
 
 int redboot_add_config(const redboot_config_option* option) {
     if (!redboot_config_loaded || !is_valid_option(option)) return 0;
-    if (const std::optional<Entry> entry = redboot_find_config(option->key)) {
-        redboot_store_default(*entry, *option);
-        return 1;
-    }
     const size_t key_size = stored_size(option->key);
-    const size_t enable_key_size = stored_size(option->enable_key);
-    if (std::max(key_size, enable_key_size) > kLongestKey + 1) return no_space_for(option->key);
-    const size_t offset = find_free_space();
-    const size_t need =
-        kEntryHeaderSize + key_size + enable_key_size + layout_of(option->type).room;
-    if (offset + need > kEntriesEnd) return no_space_for(option->key);
-    append_entry(offset, *option);
+    Entry* entry = redboot_find_config(option->key, key_size - 1);
+    if (!entry) {
+        const size_t enable_key_size = stored_size(option->enable_key);
+        const size_t offset = find_free_space();
+        const size_t need =
+            sizeof(Entry) + key_size + enable_key_size + layout_of(option->type).room;
+        if (std::max(key_size, enable_key_size) > kLongestKey + 1 || offset + need > kEntriesEnd) {
+            printf("No space to add '%s'\n", option->key);
+            return 0;
+        }
+        entry = unchecked_entry(offset);
+        entry->type = static_cast<uint8_t>(option->type);
+        entry->key_size = static_cast<uint8_t>(key_size);
+        entry->enable_sense =
+            static_cast<uint8_t>(std::min<uint32_t>(option->enable_sense, UINT8_MAX));
+        entry->enable_key_size = static_cast<uint8_t>(enable_key_size);
+        add_name(entry->key(), option->key);
+        if (option->enable_key) add_name(entry->enable_key(), option->enable_key);
+    }
+    redboot_store_default(entry, *option);
     return 1;
 }
 
 int redboot_show_config(void) {
     if (needs_loading()) return 0;
     size_t offset = kEntriesBegin;
-    while (const std::optional<Entry> entry = entry_at(offset)) {
-        if (entry->type() == 0) break;
-        if (is_enabled(*entry)) redboot_print_config_entry(*entry);
+    while (Entry* entry = entry_at(offset)) {
+        if (entry->type == 0) break;
+        if (is_enabled(entry)) redboot_print_config_entry(entry);
         offset += entry->size();
     }
     return 1;

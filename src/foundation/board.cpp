@@ -10,6 +10,7 @@
 #include <iterator>
 
 #include "foundation/log.h"
+#include "foundation/number_reader.h"
 #include "foundation/text.h"
 #include "tq/command.h"
 #include "tq/netif.h"
@@ -17,66 +18,97 @@
 
 namespace {
 
+using tq::NumberReader;
+
 constexpr size_t kNameSize = 32;
 constexpr size_t kProcDirSize = 64;
 constexpr size_t kAnswerSize = 64;
 
 constexpr int kVapsPerRadio = 16;
 
-constexpr const char* kGetWanInterface = "get_wan_interface.sh";
-constexpr const char* kBrLan = "br-lan";
-
 constexpr int16_t kSpeedOfCode[] = {10, 100, 0, 1000};
 
 // Units with one port, which is the WAN's although their board library counts it as a LAN port.
 constexpr int kBoardsWithoutLan[] = {1062, 11062, 21062};
 
-// A text of the board library's: more room than any selector needs, terminated whatever came.
-class Answer {
-  public:
-    template <typename Ask>
-    explicit Answer(Ask ask) : result_(ask(text_)) {
-        text_[kAnswerSize - 1] = '\0';
-    }
+// A text of the board library's: more room than any selector needs.
+using Answer = char[kAnswerSize];
 
-    [[nodiscard]] int result() const { return result_; }
-    [[nodiscard]] const char* c_str() const { return text_; }
+// Each writes an answer that is terminated whatever comes; negative where the board has none.
+int ask_radio(int selector, int radio, Answer& answer) {
+    memset(answer, 0, kAnswerSize);
+    if (radio < 0) return -1;
+    const int result = tq_get_oem_ap_type_radio_index_info(selector, radio, answer);
+    answer[kAnswerSize - 1] = '\0';
+    return result;
+}
 
-  private:
-    char text_[kAnswerSize] = "";
-    int result_;
+int ask_port(int (*ask)(int selector, int port, char* out), int selector, int port,
+             Answer& answer) {
+    memset(answer, 0, kAnswerSize);
+    if (port < 0) return -1;
+    const int result = ask(selector, port, answer);
+    answer[kAnswerSize - 1] = '\0';
+    return result;
+}
+
+// A text of the radio's: whether zeros fill the caller's buffer behind it, the function that hands
+// it out, and what log lines call it.
+struct RadioText {
+    uint8_t selector;
+    bool is_padded;
+    char function[sizeof("bbi_radio_prefix_ifname")];
+    char what[sizeof("prefix ifname")];
 };
+constexpr RadioText kDevice = {AP_TYPE_RADIO_DEVICE, true, "bbi_radio_device", "device"};
+constexpr RadioText kPrefix = {AP_TYPE_RADIO_PREFIX_IFNAME, true, "bbi_radio_prefix_ifname",
+                               "prefix ifname"};
+constexpr RadioText kProcDir = {AP_TYPE_RADIO_PROC_DIR, false, "bbi_radio_proc_dir", "proc dir"};
 
-Answer ask_radio(int selector, int radio) {
-    return Answer([=](char* out) {
-        return radio < 0 ? -1 : tq_get_oem_ap_type_radio_index_info(selector, radio, out);
-    });
-}
-
-Answer ask_gigabit_port(int selector, int port) {
-    return Answer([=](char* out) {
-        return port < 0 ? -1 : tq_get_oem_ap_type_ge_index_info(selector, port, out);
-    });
-}
-
-// A text of the WAN's or of a LAN port, into a buffer of the caller's; `call` is how a failure is
-// logged.
-int read_wan(tq::LogSite site, int selector, char* out, const char* call) {
-    if (!out) return TQ_FAIL_AS(site, "invalid parameters\n");
+int read_radio_text(const RadioText& text, int radio, char* out, unsigned len) {
     *out = '\0';
-    if (tq_get_oem_ap_type_wan_info(selector, out) >= 0) return 0;
-    return TQ_FAIL_AS(site, "%s fail\n", call);
+    Answer answer;
+    if (ask_radio(text.selector, radio, answer) < 0) {
+        return TQ_FAIL_IN(text.function, "get radio %d %s fail\n", radio, text.what);
+    }
+    if (text.is_padded) memset(out, 0, len);
+    snprintf(out, len, "%s", answer);
+    TQ_LOG_IN(text.function, LOG_DEBUG, "radio %d %s '%s'\n", radio, text.what, out);
+    return 0;
 }
 
-int read_lan(tq::LogSite site, int selector, int index, char* out, const char* call) {
-    if (!out) return TQ_FAIL_AS(site, "invalid parameters\n");
+bool is_room(const char* out, unsigned len) {
+    return out && static_cast<int>(len) > 0;
+}
+
+// A text of the WAN's or of a LAN port: the function that hands it out, and the arguments of the
+// call to the board library, as a failure is logged.
+struct PortText {
+    uint8_t selector;
+    char function[sizeof("get_wan_if_label")];
+    char arguments[sizeof("NAME, index, ifname")];
+};
+constexpr PortText kWanName = {AP_TYPE_WAN_IF_NAME, "get_wan_if_name", "NAME, ifname"};
+constexpr PortText kWanLabel = {AP_TYPE_WAN_IF_LABEL, "get_wan_if_label", "LABEL, name"};
+constexpr PortText kWanPort = {AP_TYPE_WAN_IF_PORT, "get_wan_if_port", "PORT, port"};
+constexpr PortText kLanName = {AP_TYPE_LAN_IF_NAME, "get_lan_if_name", "NAME, index, ifname"};
+constexpr PortText kLanLabel = {AP_TYPE_LAN_IF_LABEL, "get_lan_if_label", "LABEL, index, name"};
+constexpr PortText kLanPort = {AP_TYPE_LAN_IF_PORT, "get_lan_if_port", "PORT, index, port"};
+
+int read_wan(const PortText& text, char* out) {
+    if (!out) return tq::reject(text.function);
     *out = '\0';
-    if (index >= 0 && tq_get_oem_ap_type_lan_index_info(selector, index, out) >= 0) return 0;
-    return TQ_FAIL_AS(site, "%s fail\n", call);
+    if (tq_get_oem_ap_type_wan_info(text.selector, out) >= 0) return 0;
+    return TQ_FAIL_IN(text.function, "tq_get_oem_ap_type_wan_info(AP_TYPE_WAN_IF_%s) fail\n",
+                      text.arguments);
 }
 
-bool is_text_size(unsigned len) {
-    return static_cast<int>(len) > 0;
+int read_lan(const PortText& text, int index, char* out) {
+    if (!out) return tq::reject(text.function);
+    *out = '\0';
+    if (index >= 0 && tq_get_oem_ap_type_lan_index_info(text.selector, index, out) >= 0) return 0;
+    return TQ_FAIL_IN(text.function, "tq_get_oem_ap_type_lan_index_info(AP_TYPE_LAN_IF_%s) fail\n",
+                      text.arguments);
 }
 
 // Sums of what the board library says, whatever it says.
@@ -88,71 +120,43 @@ int number_across_radios(int radio, int vap) {
     return add(static_cast<int>(static_cast<unsigned>(radio) * kVapsPerRadio), vap);
 }
 
+// The BSS that many behind the supported ones.
+int find_extra_bss(const char* function, int radio, int behind, int* id) {
+    if (!id) return tq::reject(function);
+    *id = add(bbi_radio_bss_support_ret(radio), behind);
+    TQ_LOG_IN(function, LOG_DEBUG, "radio %d %s bss is %d\n", radio, behind ? "reserved" : "hide",
+              *id);
+    return 0;
+}
+
 // Where the text goes on behind the radio's prefix, or null.
 const char* behind_prefix(const char* ifname, int radio) {
-    const Answer prefix = ask_radio(AP_TYPE_RADIO_PREFIX_IFNAME, radio);
-    const size_t length = strlen(prefix.c_str());
-    if (prefix.result() != 0 || strncmp(ifname, prefix.c_str(), length) != 0) return nullptr;
-    return ifname + length;
+    Answer prefix;
+    if (ask_radio(AP_TYPE_RADIO_PREFIX_IFNAME, radio, prefix) != 0) return nullptr;
+    const size_t length = strlen(prefix);
+    return strncmp(ifname, prefix, length) == 0 ? ifname + length : nullptr;
 }
 
 bool is_digit(char c) {
     return c >= '0' && c <= '9';
 }
 
-// The number that the digits at the front of text make, or -1.
-int parse_digits(const char* text) {
-    if (!is_digit(*text)) return -1;
-    const long long number = strtoll(text, nullptr, 10);
-    return number > INT_MAX ? -1 : static_cast<int>(number);
+// The interface that is the WAN's now.
+int find_wan(const char* function, char (&ifname)[kNameSize]) {
+    ifname[0] = '\0';
+    if (get_wan_name(ifname, sizeof(ifname)) == 0) return 0;
+    return TQ_FAIL_IN(function, "get_wan_name(ifname, sizeof(ifname)) fail\n");
 }
 
-int find_id_across_radios(const char* ifname, int radios, int* radio, int* vap) {
-    for (int i = 0; i < radios; i++) {
-        if (!behind_prefix(ifname, i)) continue;
-        const int number = parse_digits(ifname + strcspn(ifname, "0123456789"));
-        if (number == -1) return -1;
-        *radio = number / kVapsPerRadio;
-        *vap = number % kVapsPerRadio;
-        return 0;
-    }
-    return -1;
-}
-
-int find_id_per_radio(const char* ifname, int radios, int* radio, int* vap) {
-    for (int i = 0; i < radios; i++) {
-        const char* rest = behind_prefix(ifname, i);
-        if (!rest || !is_digit(*rest)) continue;
-        const int number = parse_digits(rest);
-        if (number == -1) return -1;
-        *radio = i;
-        *vap = number;
-        return 0;
-    }
-    return -1;
-}
-
-char* copy_port_name(const Answer& name) {
-    static char ifname[kNameSize];
-    if (name.result() < 0) return nullptr;
-    tq::copy_text(ifname, sizeof(ifname), name.c_str());
-    return ifname;
-}
-
-int read_mac(tq::LogSite site, const char* ifname, char* mac, int len) {
+int read_mac(const char* function, const char* ifname, char* mac, int len) {
     if (get_if_mac(ifname, reinterpret_cast<uint8_t*>(mac), len) == 0) return 0;
-    return TQ_FAIL_AS(site, "%s fail\n", "get_if_mac(ifname, (char *)mac, len)");
-}
-
-int write_vlan_name(const char* prefix, int vlan, char* buf, int len) {
-    snprintf(buf, static_cast<size_t>(len), "%svlan%d", prefix, vlan);
-    return 0;
+    return TQ_FAIL_IN(function, "get_if_mac(ifname, (char *)mac, len) fail\n");
 }
 
 }  // namespace
 
 int bbi_radio_count(int* count) {
-    if (!count) return TQ_FAIL("invalid parameters\n");
+    if (!count) return tq::reject(__func__);
     const int radios = tq_get_oem_ap_type_common(AP_TYPE_RADIO_NUM);
     if (radios < 0) return TQ_FAIL("get support radio count fail\n");
     TQ_LOG(LOG_DEBUG, "support %d radio\n", radios);
@@ -161,57 +165,41 @@ int bbi_radio_count(int* count) {
 }
 
 int bbi_radio_device(int radio, char* out, unsigned len) {
-    if (!out || !is_text_size(len)) return -1;
-    *out = '\0';
-    const Answer device = ask_radio(AP_TYPE_RADIO_DEVICE, radio);
-    if (device.result() < 0) return TQ_FAIL("get radio %d device fail\n", radio);
-    tq::copy_text(out, len, device.c_str());
-    TQ_LOG(LOG_DEBUG, "radio %d device '%s'\n", radio, out);
-    return 0;
+    return is_room(out, len) ? read_radio_text(kDevice, radio, out, len) : -1;
 }
 
 int bbi_radio_prefix_ifname(int radio, char* out, unsigned len) {
-    if (!out || !is_text_size(len)) return -1;
-    *out = '\0';
-    const Answer prefix = ask_radio(AP_TYPE_RADIO_PREFIX_IFNAME, radio);
-    if (prefix.result() < 0) return TQ_FAIL("get radio %d prefix ifname fail\n", radio);
-    tq::copy_text(out, len, prefix.c_str());
-    TQ_LOG(LOG_DEBUG, "radio %d prefix ifname '%s'\n", radio, out);
-    return 0;
+    return is_room(out, len) ? read_radio_text(kPrefix, radio, out, len) : -1;
 }
 
 int bbi_radio_support_mode(int radio, unsigned* mode) {
-    if (!mode) return TQ_FAIL("invalid parameters\n");
-    const Answer mask = ask_radio(AP_TYPE_RADIO_SUPPORT_MODE, radio);
-    if (mask.result() < 0) return TQ_FAIL("get radio %d support mode fail\n", radio);
-    *mode = static_cast<unsigned>(tq::leading_int(mask.c_str()).value_or(0));
+    if (!mode) return tq::reject(__func__);
+    Answer mask;
+    if (ask_radio(AP_TYPE_RADIO_SUPPORT_MODE, radio, mask) < 0) {
+        return TQ_FAIL("get radio %d support mode fail\n", radio);
+    }
+    *mode = static_cast<unsigned>(strtoll(mask, nullptr, 10));
     TQ_LOG(LOG_DEBUG, "radio %d support mode %x\n", radio, *mode);
     return 0;
 }
 
 int bbi_radio_bss_support(int radio, int* count) {
-    if (!count) return TQ_FAIL("invalid parameters\n");
-    int bss = 0;
-    if (radio < 0 || tq_get_oem_ap_type_radio_index_info(AP_TYPE_RADIO_BSS_NUM, radio, &bss) < 0) {
+    if (!count) return tq::reject(__func__);
+    Answer bss;  // an int, rather than a text
+    if (ask_radio(AP_TYPE_RADIO_BSS_NUM, radio, bss) < 0) {
         return TQ_FAIL("get radio %d bss support fail\n", radio);
     }
-    TQ_LOG(LOG_DEBUG, "radio %d support %d bss\n", radio, bss);
-    *count = bss;
+    memcpy(count, bss, sizeof(*count));
+    TQ_LOG(LOG_DEBUG, "radio %d support %d bss\n", radio, *count);
     return 0;
 }
 
 int bbi_radio_hidebss_id(int radio, int* id) {
-    if (!id) return TQ_FAIL("invalid parameters\n");
-    *id = bbi_radio_bss_support_ret(radio);
-    TQ_LOG(LOG_DEBUG, "radio %d hide bss is %d\n", radio, *id);
-    return 0;
+    return find_extra_bss(__func__, radio, 0, id);
 }
 
 int bbi_radio_reservedbss_id(int radio, int* id) {
-    if (!id) return TQ_FAIL("invalid parameters\n");
-    *id = add(bbi_radio_bss_support_ret(radio), 1);
-    TQ_LOG(LOG_DEBUG, "radio %d reserved bss is %d\n", radio, *id);
-    return 0;
+    return find_extra_bss(__func__, radio, 1, id);
 }
 
 int bbi_radio_proc_dir(int radio, char* out, unsigned len) {
@@ -219,12 +207,7 @@ int bbi_radio_proc_dir(int radio, char* out, unsigned len) {
     if (static_cast<int>(len) < static_cast<int>(kNameSize)) {
         return TQ_FAIL("%s third parameter invalid\n", __func__);
     }
-    *out = '\0';
-    const Answer directory = ask_radio(AP_TYPE_RADIO_PROC_DIR, radio);
-    if (directory.result() < 0) return TQ_FAIL("get radio %d proc dir fail\n", radio);
-    snprintf(out, len, "%s", directory.c_str());
-    TQ_LOG(LOG_DEBUG, "radio %d proc dir '%s'\n", radio, out);
-    return 0;
+    return read_radio_text(kProcDir, radio, out, len);
 }
 
 int bbi_radio_count_ret(void) {
@@ -275,13 +258,13 @@ char* bbi_radio_proc_dir_ret(int radio) {
 }
 
 int tq_get_vap_ifname(int /*ignored*/, int mode, int radio, int vap, char* out, int len) {
-    if (!out || len < 1) return TQ_FAIL("invalid parameters\n");
+    if (!out || len < 1) return tq::reject(__func__);
     *out = '\0';
-    const Answer prefix = ask_radio(AP_TYPE_RADIO_PREFIX_IFNAME, radio);
-    if (prefix.result() == -1) return -1;
+    Answer prefix;
+    if (ask_radio(AP_TYPE_RADIO_PREFIX_IFNAME, radio, prefix) == -1) return -1;
     const bool per_radio = mode == 0 || mode == 2;
     const int number = per_radio ? vap : number_across_radios(radio, vap);
-    snprintf(out, static_cast<size_t>(len), "%s%d", prefix.c_str(), number);
+    snprintf(out, static_cast<size_t>(len), "%s%d", prefix, number);
     return 0;
 }
 
@@ -291,11 +274,20 @@ int get_vap_name(int radio, int vap, char* out, int len) {
 }
 
 int tq_get_wifi_id(int /*ignored*/, const char* ifname, int* radio, int* vap) {
-    if (!ifname || !radio || !vap) return TQ_FAIL("invalid parameters\n");
+    if (!ifname || !radio || !vap) return tq::reject(__func__);
     const int radios = tq_get_oem_ap_type_common(AP_TYPE_RADIO_NUM);
-    const int mode = tq_get_oem_ap_type_common(AP_TYPE_VAP_NAME_MODE);
-    return mode == 0 ? find_id_per_radio(ifname, radios, radio, vap)
-                     : find_id_across_radios(ifname, radios, radio, vap);
+    const bool per_radio = tq_get_oem_ap_type_common(AP_TYPE_VAP_NAME_MODE) == 0;
+    for (int i = 0; i < radios; i++) {
+        const char* rest = behind_prefix(ifname, i);
+        if (!rest || (per_radio && !is_digit(*rest))) continue;
+        const char* digits = per_radio ? rest : ifname + strcspn(ifname, "0123456789");
+        uint32_t number = 0;
+        if (!NumberReader(digits).number_up_to(INT_MAX, number)) return -1;
+        *radio = per_radio ? i : static_cast<int>(number / kVapsPerRadio);
+        *vap = static_cast<int>(per_radio ? number : number % kVapsPerRadio);
+        return 0;
+    }
+    return -1;
 }
 
 int get_wifi_id(int* radio, int* vap, const char* ifname) {
@@ -331,92 +323,86 @@ int tq_get_eth_linktype(int port) {
 }
 
 int tq_get_eth_ability_of_speed(int port) {
-    const Answer ability = ask_gigabit_port(AP_TYPE_ETH_SPEED_ABILITY, port);
-    if (ability.result() < 0) return 0;
-    const long code = strtol(ability.c_str(), nullptr, 10);
+    Answer ability;
+    if (ask_port(tq_get_oem_ap_type_ge_index_info, AP_TYPE_ETH_SPEED_ABILITY, port, ability) < 0) {
+        return 0;
+    }
+    const long code = strtol(ability, nullptr, 10);
     if (code < 1 || code > static_cast<long>(std::size(kSpeedOfCode))) return 0;
     return kSpeedOfCode[code - 1];
 }
 
 char* tq_get_eth_ifname(int port) {
+    static char ifname[kNameSize];
     if (port < 0) return nullptr;
+    auto* ask = tq_get_oem_ap_type_ge_index_info;
     const int gigabit_ports = tq_get_oem_ap_type_common(AP_TYPE_GE_PORT_NUM);
-    if (port < gigabit_ports) return copy_port_name(ask_gigabit_port(AP_TYPE_ETH_IF_NAME, port));
-    const int fast_ports = tq_get_oem_ap_type_common(AP_TYPE_FE_PORT_NUM);
-    const long long fast_port = static_cast<long long>(port) - gigabit_ports;
-    if (fast_port >= fast_ports) return nullptr;
-    return copy_port_name(Answer([=](char* out) {
-        return tq_get_oem_ap_type_fe_index_info(AP_TYPE_ETH_IF_NAME, static_cast<int>(fast_port),
-                                                out);
-    }));
+    if (port >= gigabit_ports) {
+        ask = tq_get_oem_ap_type_fe_index_info;
+        const int fast_ports = tq_get_oem_ap_type_common(AP_TYPE_FE_PORT_NUM);
+        if (__builtin_sub_overflow(port, gigabit_ports, &port) || port >= fast_ports) {
+            return nullptr;
+        }
+    }
+    Answer name;
+    if (ask_port(ask, AP_TYPE_ETH_IF_NAME, port, name) < 0) return nullptr;
+    tq::copy_text(ifname, sizeof(ifname), name);
+    return ifname;
 }
 
 int get_wan_if_name(char* ifname) {
-    return read_wan(TQ_HERE, AP_TYPE_WAN_IF_NAME, ifname,
-                    "tq_get_oem_ap_type_wan_info(AP_TYPE_WAN_IF_NAME, ifname)");
+    return read_wan(kWanName, ifname);
 }
 
 int get_wan_if_label(char* name) {
-    return read_wan(TQ_HERE, AP_TYPE_WAN_IF_LABEL, name,
-                    "tq_get_oem_ap_type_wan_info(AP_TYPE_WAN_IF_LABEL, name)");
+    return read_wan(kWanLabel, name);
 }
 
 int get_wan_if_port(char* port) {
-    return read_wan(TQ_HERE, AP_TYPE_WAN_IF_PORT, port,
-                    "tq_get_oem_ap_type_wan_info(AP_TYPE_WAN_IF_PORT, port)");
+    return read_wan(kWanPort, port);
 }
 
 int get_lan_if_name(int index, char* ifname) {
-    return read_lan(TQ_HERE, AP_TYPE_LAN_IF_NAME, index, ifname,
-                    "tq_get_oem_ap_type_lan_index_info(AP_TYPE_LAN_IF_NAME, index, ifname)");
+    return read_lan(kLanName, index, ifname);
 }
 
 int get_lan_if_label(int index, char* name) {
-    return read_lan(TQ_HERE, AP_TYPE_LAN_IF_LABEL, index, name,
-                    "tq_get_oem_ap_type_lan_index_info(AP_TYPE_LAN_IF_LABEL, index, name)");
+    return read_lan(kLanLabel, index, name);
 }
 
 int get_lan_if_port(int index, char* port) {
-    return read_lan(TQ_HERE, AP_TYPE_LAN_IF_PORT, index, port,
-                    "tq_get_oem_ap_type_lan_index_info(AP_TYPE_LAN_IF_PORT, index, port)");
+    return read_lan(kLanPort, index, port);
 }
 
 int get_wan_name(char* buf, int len) {
-    if (!buf || len <= 0) return TQ_FAIL("invalid parameters\n");
-    if (run_cmd(kGetWanInterface, buf, len) != 0) {
-        return TQ_FAIL("%s fail\n", "run_cmd(GET_WAN_INTERFACE, buf, len)");
-    }
-    return 0;
+    if (!buf || len <= 0) return tq::reject(__func__);
+    if (run_cmd("get_wan_interface.sh", buf, len) == 0) return 0;
+    return TQ_FAIL("run_cmd(GET_WAN_INTERFACE, buf, len) fail\n");
 }
 
 int get_wan_if_addr(unsigned* addr) {
-    if (!addr) return TQ_FAIL("invalid parameters\n");
-    char ifname[kNameSize] = "";
-    if (get_wan_name(ifname, sizeof(ifname)) != 0) {
-        return TQ_FAIL("%s fail\n", "get_wan_name(ifname, sizeof(ifname))");
-    }
-    if (get_if_addr(ifname, addr) != 0) return TQ_FAIL("%s fail\n", "get_if_addr(ifname, addr)");
-    return 0;
+    if (!addr) return tq::reject(__func__);
+    char ifname[kNameSize];
+    if (find_wan(__func__, ifname) != 0) return -1;
+    if (get_if_addr(ifname, addr) == 0) return 0;
+    return TQ_FAIL("get_if_addr(ifname, addr) fail\n");
 }
 
 int get_wan_if_mac(char* mac, int len) {
-    if (!mac || len <= 0) return TQ_FAIL("invalid parameters\n");
-    char ifname[kNameSize] = "";
-    if (get_wan_name(ifname, sizeof(ifname)) != 0) {
-        return TQ_FAIL("%s fail\n", "get_wan_name(ifname, sizeof(ifname))");
-    }
-    return read_mac(TQ_HERE, ifname, mac, len);
+    if (!mac || len <= 0) return tq::reject(__func__);
+    char ifname[kNameSize];
+    return find_wan(__func__, ifname) == 0 ? read_mac(__func__, ifname, mac, len) : -1;
 }
 
 int get_lan_if_mac(const char* ifname, char* mac, int len) {
-    if (!ifname || !mac || len <= 0) return TQ_FAIL("invalid parameters\n");
-    return read_mac(TQ_HERE, ifname, mac, len);
+    if (!ifname || !mac || len <= 0) return tq::reject(__func__);
+    return read_mac(__func__, ifname, mac, len);
 }
 
 int get_lan_addr(int /*ignored*/, unsigned* addr) {
-    if (!addr) return TQ_FAIL("invalid parameters\n");
-    if (get_if_addr(kBrLan, addr) != 0) return TQ_FAIL("%s fail\n", "get_if_addr(BR_LAN, addr)");
-    return 0;
+    if (!addr) return tq::reject(__func__);
+    if (get_if_addr("br-lan", addr) == 0) return 0;
+    return TQ_FAIL("get_if_addr(BR_LAN, addr) fail\n");
 }
 
 int tq_get_apmode(void) {
@@ -439,21 +425,23 @@ int get_ap_modelname(char* buf, int len) {
 }
 
 int get_br_vlan_id(const char* ifname, int* vlan) {
-    if (!ifname || !vlan) return TQ_FAIL("invalid parameters\n");
+    if (!ifname || !vlan) return tq::reject(__func__);
     const char* found = strstr(ifname, "vlan");
     if (!found) return -1;
     const char* number = found + strlen("vlan");
     if (!*number) return -1;
-    *vlan = tq::leading_int(number).value_or(0);
+    *vlan = static_cast<int>(strtoll(number, nullptr, 10));
     return 0;
 }
 
 int get_br_vlan_name(int vlan, char* buf, int len) {
-    if (!buf || len < 1) return TQ_FAIL("invalid parameters\n");
-    return write_vlan_name("br-", vlan, buf, len);
+    if (!buf || len < 1) return tq::reject(__func__);
+    snprintf(buf, static_cast<size_t>(len), "br-vlan%d", vlan);
+    return 0;
 }
 
 int get_vlan_cfg_name(int vlan, char* buf, int len) {
-    if (!buf || len < 1) return TQ_FAIL("invalid parameters\n");
-    return write_vlan_name("", vlan, buf, len);
+    if (!buf || len < 1) return tq::reject(__func__);
+    snprintf(buf, static_cast<size_t>(len), "vlan%d", vlan);
+    return 0;
 }

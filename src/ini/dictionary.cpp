@@ -138,15 +138,8 @@ void remove_from_index(Index* index, const dictionary* d, unsigned slot) {
     index->free_slots.give(slot);
 }
 
-// Into an empty index.
-void add_all_to_index(Index* index, const dictionary* d) {
-    for (unsigned slot = 0; slot < static_cast<unsigned>(d->size); slot++) {
-        if (d->key[slot]) add_to_index(index, d, slot);
-    }
-    index->entries = d->n;
-}
-
-// Gives the record new, empty arrays with an index in front; false when memory runs out.
+// Gives the record new, empty arrays with an index in front, which is not in step yet; false when
+// memory runs out.
 bool allocate_arrays(dictionary* d, int size) {
     if (size > kMaxSize) return false;
     const auto slots = static_cast<size_t>(size);
@@ -164,7 +157,7 @@ bool allocate_arrays(dictionary* d, int size) {
     index->mask = static_cast<unsigned>(bucket_count(size) - 1);
     index->buckets = d->hash + size;
     index->free_slots.use(index->buckets + bucket_count(size));
-    index->free_slots.start(slots);
+    index->entries = kNone;
     return true;
 }
 
@@ -182,9 +175,13 @@ void free_arrays(const dictionary* d) {
 void bring_in_step(const dictionary* d) {
     Index* index = index_of(d);
     if (!index || index->entries == d->n) return;
+    const auto size = static_cast<unsigned>(d->size);
     memset(index->buckets, 0, (size_t{index->mask} + 1) * sizeof(*index->buckets));
-    index->free_slots.start(static_cast<size_t>(d->size));
-    add_all_to_index(index, d);
+    index->free_slots.start(size);
+    for (unsigned slot = 0; slot < size; slot++) {
+        if (d->key[slot]) add_to_index(index, d, slot);
+    }
+    index->entries = d->n;
 }
 
 bool grow(dictionary* d) {
@@ -194,7 +191,7 @@ bool grow(dictionary* d) {
     std::copy_n(old.val, old.size, d->val);
     std::copy_n(old.key, old.size, d->key);
     std::copy_n(old.hash, old.size, d->hash);
-    add_all_to_index(index_of(d), d);
+    bring_in_step(d);
     free_arrays(&old);
     return true;
 }
@@ -230,29 +227,22 @@ int first_free(const dictionary* d) {
     return found == end ? kNone : static_cast<int>(found - d->key);
 }
 
-int set_value(dictionary* d, int slot, const char* val) {
-    char* copy = val ? strdup(val) : nullptr;
-    if (val && !copy) return -1;
-    free(d->val[slot]);
-    d->val[slot] = copy;
-    return 0;
-}
-
-int add(dictionary* d, const char* key, unsigned hash, const char* val) {
-    tq::HeapText key_copy(strdup(key));
-    tq::HeapText val_copy(val ? strdup(val) : nullptr);
-    if (!key_copy || (val && !val_copy)) return -1;
-    if (first_free(d) == kNone && !grow(d)) return -1;
-    const int slot = first_free(d);
-    d->key[slot] = key_copy.release();
-    d->val[slot] = val_copy.release();
+// The slot of a new key, whose value is null; kNone when memory runs out.
+int add(dictionary* d, const char* key, unsigned hash) {
+    tq::HeapText copy(strdup(key));
+    int slot = first_free(d);
+    const int end = d->size;
+    if (!copy || (slot == kNone && !grow(d))) return kNone;
+    if (slot == kNone) slot = end;
+    d->key[slot] = copy.release();
+    d->val[slot] = nullptr;
     d->hash[slot] = hash;
     d->n++;
     if (Index* index = index_of(d)) {
         add_to_index(index, d, static_cast<unsigned>(slot));
         index->entries = d->n;
     }
-    return 0;
+    return slot;
 }
 
 }  // namespace
@@ -279,6 +269,7 @@ dictionary* dictionary_new(int size) {
         free(d);
         return nullptr;
     }
+    bring_in_step(d);
     return d;
 }
 
@@ -301,8 +292,14 @@ int dictionary_set(dictionary* d, const char* key, const char* val) {
     if (!d || !key) return -1;
     bring_in_step(d);
     const unsigned hash = dictionary_hash(key);
-    const int slot = find(d, key, hash);
-    return slot == kNone ? add(d, key, hash, val) : set_value(d, slot, val);
+    tq::HeapText copy(val ? strdup(val) : nullptr);
+    if (val && !copy) return -1;
+    int slot = find(d, key, hash);
+    if (slot == kNone) slot = add(d, key, hash);
+    if (slot == kNone) return -1;
+    free(d->val[slot]);
+    d->val[slot] = copy.release();
+    return 0;
 }
 
 void dictionary_unset(dictionary* d, const char* key) {

@@ -9,13 +9,14 @@
 
 #include "foundation/file.h"
 #include "foundation/log.h"
+#include "foundation/number_reader.h"
 
 namespace {
 
 using tq::LineReader;
+using tq::NumberReader;
 
 constexpr char kByteOrderMark[] = "\xEF\xBB\xBF";
-constexpr char kBlanks[] = " \t\n\v\f\r";
 constexpr char kComments[] = ";#";
 
 // The longest name that the functions take, and the longest line of a file with its line feed.
@@ -43,45 +44,39 @@ bool is_section(const char* key) {
     return key && !strchr(key, ':');
 }
 
-bool is_blank(char c) {
-    return memchr(kBlanks, c, sizeof(kBlanks) - 1) != nullptr;
-}
-
 char* skip_blanks(char* text) {
-    return text + strspn(text, kBlanks);
+    while (NumberReader::is_blank(*text))
+        text++;
+    return text;
 }
 
 // Cuts the blanks at both ends.
 char* strip(char* text) {
     text = skip_blanks(text);
-    size_t length = strlen(text);
-    while (length > 0 && is_blank(text[length - 1]))
-        length--;
-    text[length] = '\0';
+    char* end = text + strlen(text);
+    while (end > text && NumberReader::is_blank(end[-1]))
+        end--;
+    *end = '\0';
     return text;
 }
 
-void cut_at_any(char* text, const char* characters) {
-    text[strcspn(text, characters)] = '\0';
-}
-
-bool is_pair_of_quotes(const char* text) {
-    return strcmp(text, "\"\"") == 0 || strcmp(text, "''") == 0;
+bool is_quote(char c) {
+    return c == '"' || c == '\'';
 }
 
 // The value in what stands behind "key =".
 char* parse_value(char* text) {
     text = skip_blanks(text);
     const char quote[] = {*text, '\0'};
-    const bool quoted = *text == '"' || *text == '\'';
-    if (quoted && text[1] != '\0' && text[1] != *text) {
+    const char* ends = kComments;
+    if (is_quote(*text) && text[1] != '\0' && text[1] != *text) {
         text++;
-        cut_at_any(text, quote);
-    } else {
-        cut_at_any(text, kComments);
+        ends = quote;
     }
+    text[strcspn(text, ends)] = '\0';
     text = strip(text);
-    if (is_pair_of_quotes(text)) *text = '\0';
+    // A pair of quotes stands for nothing.
+    if (is_quote(*text) && text[1] == *text && text[2] == '\0') *text = '\0';
     return text;
 }
 
@@ -145,7 +140,7 @@ bool Loader::append(const char* piece, size_t length) {
     if (length == room && piece[length - 1] != '\n') return false;
     memcpy(&line_[used_], piece, length);
     used_ += length;
-    while (used_ > 0 && is_blank(line_[used_ - 1]))
+    while (used_ > 0 && NumberReader::is_blank(line_[used_ - 1]))
         used_--;
     line_[used_] = '\0';
     return true;
@@ -167,7 +162,7 @@ bool Loader::take_line() {
 }
 
 bool Loader::take_section(char* text) {
-    cut_at_any(text, "]");
+    text[strcspn(text, "]")] = '\0';
     // Without a name it is the last section once more.
     if (*text) {
         text = strip(text);

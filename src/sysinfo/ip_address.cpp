@@ -6,11 +6,11 @@
 #include <array>
 #include <cstddef>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <span>
 
 #include "foundation/number_reader.h"
-#include "foundation/text.h"
 
 static_assert(sizeof(ip_address) == 28);
 static_assert(offsetof(ip_address, size) == 4);
@@ -30,44 +30,29 @@ constexpr size_t kTextSize = 64;
 
 using V4Bytes = std::array<uint8_t, 4>;
 
-// By prefix length.
-constexpr auto kMasks = [] {
-    std::array<V4Bytes, kMaxV4Length + 1> masks{};
-    for (uint32_t length = 1; length <= kMaxV4Length; length++) {
-        masks[length] = masks[length - 1];
-        masks[length][(length - 1) / 8] |= static_cast<uint8_t>(0x80 >> (length - 1) % 8);
-    }
-    return masks;
-}();
-
-constexpr bool is_netmask_of(const V4Bytes& mask, uint32_t length) {
-    const auto bits = uint32_t{mask[0]} << 24 | uint32_t{mask[1]} << 16 | uint32_t{mask[2]} << 8 |
-                      uint32_t{mask[3]};
-    return bits == (length == 0 ? 0 : ~uint32_t{0} << (kMaxV4Length - length));
+// The bytes of a mask, whose first bits are set.
+void put_mask(uint8_t* out, size_t size, uint32_t length) {
+    auto rest = static_cast<int>(length);
+    for (size_t i = 0; i < size; i++, rest -= 8)
+        out[i] = static_cast<uint8_t>(0xff00 >> std::clamp(rest, 0, 8));
 }
-
-static_assert([] {
-    for (uint32_t length = 0; length <= kMaxV4Length; length++) {
-        if (!is_netmask_of(kMasks[length], length)) return false;
-    }
-    return true;
-}());
 
 using Octets = std::array<uint32_t, 4>;
 
 bool read_octets(NumberReader& reader, Octets& octets) {
-    return reader.number(octets[0]) && reader.literal('.') && reader.number(octets[1]) &&
-           reader.literal('.') && reader.number(octets[2]) && reader.literal('.') &&
-           reader.number(octets[3]);
+    for (size_t i = 0; i < octets.size(); i++) {
+        if (i > 0 && !reader.literal('.')) return false;
+        if (!reader.number(octets[i])) return false;
+    }
+    return true;
 }
 
-bool are_bytes(const Octets& octets) {
-    return std::ranges::all_of(octets, [](uint32_t octet) { return octet < 256; });
-}
-
-void copy_octets(uint8_t* out, const Octets& octets) {
+// False where one of them is no byte.
+bool copy_octets(uint8_t* out, const Octets& octets) {
+    if ((octets[0] | octets[1] | octets[2] | octets[3]) > UINT8_MAX) return false;
     for (size_t i = 0; i < octets.size(); i++)
         out[i] = static_cast<uint8_t>(octets[i]);
+    return true;
 }
 
 // Below 256. Optimized for size, a division would be the machine's slow one.
@@ -100,17 +85,12 @@ char* put_v4(char* out, const uint8_t* bytes) {
 }
 
 // Cuts the text to fit. The buffer's last byte is a terminator in any case.
-int deliver(std::span<const char> text, char* buf, uint32_t size) {
-    const size_t length = std::min<size_t>(text.size(), size - 1);
-    memcpy(buf, text.data(), length);
+int deliver(const char* text, const char* end, char* buf, uint32_t size) {
+    const auto length = std::min(static_cast<uint32_t>(end - text), size - 1);
+    memcpy(buf, text, length);
     buf[length] = '\0';
     buf[size - 1] = '\0';
     return 0;
-}
-
-int write_v4(const uint8_t* bytes, char* buf, uint32_t size) {
-    char text[kTextSize];
-    return deliver({text, put_v4(text, bytes)}, buf, size);
 }
 
 bool is_v4(const ip_address* address) {
@@ -179,33 +159,33 @@ int ip_get_v4_byte_addr(const ip_address* address, uint8_t out[4]) {
 
 int ip_get_v4_byte_mask(const ip_address* address, uint8_t out[4]) {
     if (!out || !has_v4_mask(address)) return -1;
-    memcpy(out, kMasks[address->form.v4.prefix_length].data(), 4);
+    put_mask(out, 4, address->form.v4.prefix_length);
     return 0;
 }
 
 int ip_get_v4_byte_broadcast(const ip_address* address, uint8_t out[4]) {
     if (!out || !has_v4_mask(address)) return -1;
-    const V4Bytes& mask = kMasks[address->form.v4.prefix_length];
+    V4Bytes mask;
+    put_mask(mask.data(), mask.size(), address->form.v4.prefix_length);
     for (size_t i = 0; i < mask.size(); i++)
         out[i] = static_cast<uint8_t>(address->form.v4.address[i] | ~mask[i]);
     return 0;
 }
 
 int ip_get_v4_str_addr(const ip_address* address, char* buf, uint32_t size) {
-    if (!is_room(buf, size) || !is_v4(address)) return -1;
-    return write_v4(address->form.v4.address, buf, size);
+    return is_v4(address) ? v4_byte_addr_to_str(address->form.v4.address, buf, size) : -1;
 }
 
 int ip_get_v4_str_mask(const ip_address* address, char* buf, uint32_t size) {
     V4Bytes mask;
-    if (!is_room(buf, size) || ip_get_v4_byte_mask(address, mask.data()) != 0) return -1;
-    return write_v4(mask.data(), buf, size);
+    if (ip_get_v4_byte_mask(address, mask.data()) != 0) return -1;
+    return v4_byte_addr_to_str(mask.data(), buf, size);
 }
 
 int ip_get_v4_str_broadcast(const ip_address* address, char* buf, uint32_t size) {
     V4Bytes broadcast;
-    if (!is_room(buf, size) || ip_get_v4_byte_broadcast(address, broadcast.data()) != 0) return -1;
-    return write_v4(broadcast.data(), buf, size);
+    if (ip_get_v4_byte_broadcast(address, broadcast.data()) != 0) return -1;
+    return v4_byte_addr_to_str(broadcast.data(), buf, size);
 }
 
 int ip_get_v4_str_addr_mask(const ip_address* address, char* buf, uint32_t size) {
@@ -213,12 +193,13 @@ int ip_get_v4_str_addr_mask(const ip_address* address, char* buf, uint32_t size)
     char text[kTextSize];
     char* end = put_v4(text, address->form.v4.address);
     *end++ = '/';
-    return deliver({text, put_number(end, address->form.v4.prefix_length)}, buf, size);
+    return deliver(text, put_number(end, address->form.v4.prefix_length), buf, size);
 }
 
 int v4_byte_addr_to_str(const uint8_t address[4], char* buf, uint32_t size) {
     if (!address || !is_room(buf, size)) return -1;
-    return write_v4(address, buf, size);
+    char text[kTextSize];
+    return deliver(text, put_v4(text, address), buf, size);
 }
 
 int ip_set_v4_byte_addr(ip_address* address, const uint8_t bytes[4]) {
@@ -236,16 +217,18 @@ int ip_set_v4_masklen(ip_address* address, uint32_t len) {
 }
 
 int ip_set_v4_byte_mask(ip_address* address, const uint8_t mask[4]) {
-    if (!address || !mask) return -1;
-    for (uint32_t length = 0; length <= kMaxV4Length; length++) {
-        if (memcmp(mask, kMasks[length].data(), 4) == 0) return ip_set_v4_masklen(address, length);
-    }
-    return -1;
+    if (!mask) return -1;
+    auto bits = uint32_t{mask[0]} << 24 | uint32_t{mask[1]} << 16 | uint32_t{mask[2]} << 8 |
+                uint32_t{mask[3]};
+    uint32_t length = 0;
+    for (; bits >> 31 != 0; bits <<= 1)
+        length++;
+    return bits == 0 ? ip_set_v4_masklen(address, length) : -1;
 }
 
 int ip_set_v4_str_addr(ip_address* address, const char* text) {
     V4Bytes bytes;
-    if (!address || v4_str_to_byte_addr(text, bytes.data()) != 0) return -1;
+    if (v4_str_to_byte_addr(text, bytes.data()) != 0) return -1;
     return ip_set_v4_byte_addr(address, bytes.data());
 }
 
@@ -261,15 +244,15 @@ int ip_set_v4_str_addr_mask(ip_address* address, const char* text) {
     Octets octets;
     if (!read_octets(reader, octets) || !reader.literal('/')) return -1;
     reader.skip_blanks();
+    const char* rest = reader.rest();
     char word[256];
     size_t length = 0;
-    for (const char* next = reader.rest(); *next && length < sizeof(word) - 1; next++) {
-        if (NumberReader::is_blank(*next)) break;
-        word[length++] = *next;
+    while (length < sizeof(word) - 1 && rest[length] && !NumberReader::is_blank(rest[length])) {
+        word[length] = rest[length];
+        length++;
     }
     word[length] = '\0';
-    if (length == 0 || !are_bytes(octets)) return -1;
-    copy_octets(address->form.v4.address, octets);
+    if (length == 0 || !copy_octets(address->form.v4.address, octets)) return -1;
     address->size = sizeof(*address);
     if (ip_set_v4_str_mask(address, word) == 0) return 0;
     uint32_t prefix_length = 0;
@@ -281,9 +264,7 @@ int v4_str_to_byte_addr(const char* text, uint8_t out[4]) {
     if (!text || !out) return -1;
     NumberReader reader(text);
     Octets octets;
-    if (!read_octets(reader, octets) || !are_bytes(octets)) return -1;
-    copy_octets(out, octets);
-    return 0;
+    return read_octets(reader, octets) && copy_octets(out, octets) ? 0 : -1;
 }
 
 int v4_get_ip_and_mask(const char* text, char* addr_buf, uint32_t addr_size, char* mask_buf,
@@ -293,11 +274,11 @@ int v4_get_ip_and_mask(const char* text, char* addr_buf, uint32_t addr_size, cha
     Octets octets;
     uint32_t length = 0;
     if (!read_octets(reader, octets) || !reader.literal('/') || !reader.number(length)) return -2;
-    if (!are_bytes(octets) || length > kMaxV4Length) return -3;
     V4Bytes bytes;
-    copy_octets(bytes.data(), octets);
-    write_v4(bytes.data(), addr_buf, addr_size);
-    return write_v4(kMasks[length].data(), mask_buf, mask_size);
+    if (!copy_octets(bytes.data(), octets) || length > kMaxV4Length) return -3;
+    v4_byte_addr_to_str(bytes.data(), addr_buf, addr_size);
+    put_mask(bytes.data(), bytes.size(), length);
+    return v4_byte_addr_to_str(bytes.data(), mask_buf, mask_size);
 }
 
 int ip_set_v6_byte_addr(ip_address* address, const uint8_t bytes[16]) {
@@ -326,10 +307,7 @@ int ip_address_to_v6_byte_addr(const ip_address* address, uint8_t out[16]) {
 
 int ip_get_v6_byte_mask(const ip_address* address, uint8_t out[16]) {
     if (!out || !is_v6(address)) return -1;
-    const uint32_t length = std::min(address->form.v6.prefix_length, kMaxV6Length);
-    memset(out, 0, 16);
-    memset(out, 0xff, length / 8);
-    if (length % 8 > 0) out[length / 8] = static_cast<uint8_t>(0xff << (8 - length % 8));
+    put_mask(out, 16, std::min(address->form.v6.prefix_length, kMaxV6Length));
     return 0;
 }
 
@@ -349,7 +327,7 @@ int v6_str_to_byte_addr(const char* text, uint8_t out[16]) {
 int v6_str_to_masklen(const char* text, uint32_t* len) {
     if (!text || !len) return -1;
     const char* slash = strchr(text, '/');
-    *len = slash ? static_cast<uint32_t>(tq::leading_int(slash + 1).value_or(0)) : kMaxV6Length;
+    *len = slash ? static_cast<uint32_t>(strtoll(slash + 1, nullptr, 10)) : kMaxV6Length;
     return 0;
 }
 

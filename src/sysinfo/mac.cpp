@@ -13,7 +13,6 @@
 
 #include "foundation/file.h"
 #include "foundation/log.h"
-#include "foundation/text.h"
 
 namespace {
 
@@ -57,7 +56,7 @@ bool read_radio_offset(uint32_t radio, uint32_t& offset) {
         return false;
     }
     text[sizeof(text) - 1] = '\0';
-    offset = static_cast<uint32_t>(tq::leading_int(text).value_or(0));
+    offset = static_cast<uint32_t>(strtoll(text, nullptr, 10));
     return offset != UINT32_MAX;
 }
 

@@ -24,129 +24,110 @@ constexpr size_t kMacSize = 6;
 
 static_assert(offsetof(ip_str_list, array) == 0 && offsetof(ip_str_list, count) == sizeof(void*));
 
-// The gate to the kernel: a request record and a socket of its own to issue it on.
-template <typename Record>
-class Request {
-  public:
-    explicit operator bool() const { return static_cast<bool>(socket_); }
-    Record* operator->() { return &record_; }
-
-    // Negative for a failure, errno says which; also where no socket could be opened.
-    int issue(unsigned operation) {
-        return socket_ ? ioctl(socket_.get(), operation, &record_) : -1;
-    }
-
-  private:
-    UniqueFd socket_{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
-    Record record_{};
-};
-
-sockaddr inet_address(const void* four_bytes) {
-    sockaddr_in inet{};
-    inet.sin_family = AF_INET;
-    memcpy(&inet.sin_addr, four_bytes, sizeof(inet.sin_addr));
-    sockaddr address{};
-    memcpy(&address, &inet, sizeof(address));
-    return address;
+UniqueFd open_socket() {
+    return UniqueFd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
 }
 
-uint32_t address_value(const sockaddr& address) {
-    sockaddr_in inet{};
-    memcpy(&inet, &address, sizeof(inet));
-    return inet.sin_addr.s_addr;
+// On a socket of its own. 0, or -1, where errno says why.
+int issue_once(unsigned operation, void* request) {
+    const UniqueFd sock = open_socket();
+    return sock && ioctl(sock.get(), operation, request) >= 0 ? 0 : -1;
 }
 
-class IfRequest : public Request<ifreq> {
-  public:
-    // A name that fills the record is not terminated in it: the kernel cuts it by itself.
-    explicit IfRequest(const char* ifname) {
-        memcpy((*this)->ifr_name, ifname, strnlen(ifname, IFNAMSIZ));
-    }
+// A name that fills the record is not terminated in it: the kernel cuts it by itself.
+void start(ifreq& request, const char* ifname) {
+    memset(&request, 0, sizeof(request));
+    memcpy(request.ifr_name, ifname, strnlen(ifname, IFNAMSIZ));
+}
 
-    int set_address(unsigned operation, const uint32_t* address) {
-        (*this)->ifr_addr = inet_address(address);
-        return issue(operation) < 0 ? -1 : 0;
-    }
+int query(const char* ifname, unsigned operation, ifreq& request) {
+    if (!ifname) return -1;
+    start(request, ifname);
+    return issue_once(operation, &request);
+}
 
-    int set_flags(short flags) {
-        (*this)->ifr_flags = flags;
-        return issue(SIOCSIFFLAGS) < 0 ? -1 : 0;
-    }
+constexpr size_t kInetOffset = offsetof(sockaddr_in, sin_addr);
 
-    int set_mac(const uint8_t* mac);
-};
+void put_inet(sockaddr& address, const void* four_bytes) {
+    memset(&address, 0, sizeof(address));
+    address.sa_family = AF_INET;
+    memcpy(reinterpret_cast<char*>(&address) + kInetOffset, four_bytes, sizeof(in_addr));
+}
+
+int set_address(int sock, ifreq& request, unsigned operation, const uint32_t* address) {
+    put_inet(request.ifr_addr, address);
+    return ioctl(sock, operation, &request);
+}
+
+int set_flags(int sock, ifreq& request, int flags) {
+    request.ifr_flags = static_cast<short>(flags);
+    return ioctl(sock, SIOCSIFFLAGS, &request) < 0 ? -1 : 0;
+}
 
 // Drivers take a hardware address only while the interface is down. Flags that cannot be read are
 // no failure: callers set addresses of interfaces that may not be there yet.
-int IfRequest::set_mac(const uint8_t* mac) {
-    if (issue(SIOCGIFFLAGS) < 0) return 0;
-    const short flags = (*this)->ifr_flags;
-    if (set_flags(static_cast<short>(flags & ~IFF_UP)) < 0) return -1;
-    (*this)->ifr_hwaddr.sa_family = ARPHRD_ETHER;
-    memcpy((*this)->ifr_hwaddr.sa_data, mac, kMacSize);
-    if (issue(SIOCSIFHWADDR) < 0) return -1;
-    return set_flags(flags);
+int set_mac(int sock, ifreq& request, const uint8_t* mac) {
+    if (ioctl(sock, SIOCGIFFLAGS, &request) < 0) return 0;
+    const short flags = request.ifr_flags;
+    if (set_flags(sock, request, flags & ~IFF_UP) < 0) return -1;
+    request.ifr_hwaddr.sa_family = ARPHRD_ETHER;
+    memcpy(request.ifr_hwaddr.sa_data, mac, kMacSize);
+    if (ioctl(sock, SIOCSIFHWADDR, &request) < 0) return -1;
+    return set_flags(sock, request, flags);
 }
 
 int has_flag(const char* ifname, int flag) {
-    if (!ifname) return 0;
-    IfRequest request(ifname);
-    if (request.issue(SIOCGIFFLAGS) < 0) return 0;
-    return (request->ifr_flags & flag) != 0;
+    ifreq request;
+    if (query(ifname, SIOCGIFFLAGS, request) < 0) return 0;
+    return (request.ifr_flags & flag) != 0;
 }
 
 int get_address(const char* ifname, unsigned operation, uint32_t* address) {
-    if (!ifname || !address) return -1;
-    IfRequest request(ifname);
-    if (request.issue(operation) < 0) return -1;
-    *address = address_value(request->ifr_addr);
+    ifreq request;
+    if (!address || query(ifname, operation, request) < 0) return -1;
+    memcpy(address, reinterpret_cast<char*>(&request.ifr_addr) + kInetOffset, sizeof(*address));
     return 0;
 }
 
 int set_address(const char* ifname, unsigned operation, const uint32_t* address) {
     if (!ifname || !address) return -1;
-    return IfRequest(ifname).set_address(operation, address);
+    ifreq request;
+    start(request, ifname);
+    put_inet(request.ifr_addr, address);
+    return issue_once(operation, &request);
 }
 
-// The columns of a row of the kernel's routing table that are of use here.
-struct Route {
-    char ifname[32];
-    unsigned long gateway;
-    unsigned flags;
-};
-
-bool read_route(FILE* table, Route& route) {
-    unsigned long destination = 0;
-    unsigned long mask = 0;
-    int reference_count = 0;
-    int use = 0;
-    int metric = 0;
-    int mtu = 0;
-    int window = 0;
-    int initial_rtt = 0;
-    return fscanf(table, "%31s%lx%lx%X%d%d%d%lx%d%d%d\n", route.ifname, &destination,
-                  &route.gateway, &route.flags, &reference_count, &use, &metric, &mask, &mtu,
-                  &window, &initial_rtt) == 11;
-}
-
-bool is_by_gateway(const Route& route) {
+// Looks through the kernel's routing table, behind its header.
+int find_gateway(FILE* table, const char* ifname, uint32_t* gateway) {
     constexpr unsigned kUpByGateway = 3;  // RTF_UP, RTF_GATEWAY
-    return (route.flags & kUpByGateway) == kUpByGateway;
+    if (fscanf(table, "%*[^\n]\n") == EOF) return -1;
+    for (;;) {
+        char name[32];
+        unsigned long address = 0;
+        unsigned flags = 0;
+        int end = 0;  // of a row that has all of its columns
+        const int read =
+            fscanf(table, "%31s%*x%lx%X%*d%*d%*d%*x%*d%*d%*d%n\n", name, &address, &flags, &end);
+        if (read != 3 || end == 0) return -1;
+        if (strcmp(name, ifname) != 0 || (flags & kUpByGateway) != kUpByGateway) continue;
+        *gateway = static_cast<uint32_t>(address);
+        return 0;
+    }
 }
 
+// Without a hardware address there are no flags, either.
 int change_arp(unsigned operation, const char* ifname, const uint8_t* ip, const uint8_t* mac,
-               unsigned flags) {
-    Request<arpreq> request;
-    request->arp_pa = inet_address(ip);
-    if (mac) memcpy(request->arp_ha.sa_data, mac, kMacSize);
-    request->arp_flags = static_cast<int>(flags);
+               uint32_t flags) {
+    if (!ifname || !ip) return -1;
+    arpreq request = {};
+    put_inet(request.arp_pa, ip);
+    if (mac) {
+        memcpy(request.arp_ha.sa_data, mac, kMacSize);
+        request.arp_flags = flags == 0 ? ATF_COM : static_cast<int>(flags);
+    }
     // Not every kernel ends the name by itself here.
-    memcpy(request->arp_dev, ifname, strnlen(ifname, sizeof(request->arp_dev) - 1));
-    return request.issue(operation) < 0 ? -1 : 0;
-}
-
-unsigned arp_flags_or_default(uint32_t flags) {
-    return flags == 0 ? ATF_COM : flags;
+    memcpy(request.arp_dev, ifname, strnlen(ifname, sizeof(request.arp_dev) - 1));
+    return issue_once(operation, &request);
 }
 
 // The host's IPv4 addresses, in a record of the resolver's; null where there are none.
@@ -188,11 +169,13 @@ int if_is_running(const char* ifname) {
 
 int set_if_flag(const char* ifname, uint32_t up) {
     if (!ifname) return -1;
-    IfRequest request(ifname);
-    if (!request) return -10;
-    if (request.issue(SIOCGIFFLAGS) < 0) return -1;
-    const int flags = up ? request->ifr_flags | IFF_UP : request->ifr_flags & 0xfffe;
-    return request.set_flags(static_cast<short>(flags));
+    const UniqueFd sock = open_socket();
+    if (!sock) return -10;
+    ifreq request;
+    start(request, ifname);
+    if (ioctl(sock.get(), SIOCGIFFLAGS, &request) < 0) return -1;
+    const int flags = request.ifr_flags;
+    return set_flags(sock.get(), request, up ? flags | IFF_UP : flags & 0xfffe);
 }
 
 int get_if_addr(const char* ifname, uint32_t* addr) {
@@ -220,49 +203,48 @@ int set_if_broadcast_addr(const char* ifname, const uint32_t* addr) {
 }
 
 int get_if_mac(const char* ifname, uint8_t* mac, int len) {
-    if (!ifname || !mac || len < static_cast<int>(kMacSize)) return -1;
-    IfRequest request(ifname);
-    if (request.issue(SIOCGIFHWADDR) < 0) return -1;
-    memcpy(mac, request->ifr_hwaddr.sa_data, kMacSize);
+    ifreq request;
+    if (!mac || len < static_cast<int>(kMacSize)) return -1;
+    if (query(ifname, SIOCGIFHWADDR, request) < 0) return -1;
+    memcpy(mac, request.ifr_hwaddr.sa_data, kMacSize);
     return 0;
 }
 
 int set_if_mac(const char* ifname, const uint8_t mac[6]) {
-    if (!ifname || !mac) return -1;
-    IfRequest request(ifname);
-    return request ? request.set_mac(mac) : -1;
+    return mac ? set_interface(ifname, nullptr, nullptr, mac) : -1;
 }
 
 int get_if_index(const char* ifname, uint32_t* index) {
-    if (!ifname || !index) return -1;
-    IfRequest request(ifname);
-    if (request.issue(SIOCGIFINDEX) < 0) return -1;
-    *index = static_cast<uint32_t>(request->ifr_ifindex);
+    ifreq request;
+    if (!index || query(ifname, SIOCGIFINDEX, request) < 0) return -1;
+    *index = static_cast<uint32_t>(request.ifr_ifindex);
     return 0;
 }
 
 int set_interface(const char* ifname, const uint32_t* addr, const uint32_t* mask,
                   const uint8_t* mac) {
     if (!ifname) return -1;
-    IfRequest request(ifname);
-    if (!request) return -1;
-    if (addr && request.set_address(SIOCSIFADDR, addr) < 0) return -1;
-    if (mask && request.set_address(SIOCSIFNETMASK, mask) < 0) return -1;
-    return mac ? request.set_mac(mac) : 0;
+    const UniqueFd sock = open_socket();
+    if (!sock) return -1;
+    ifreq request;
+    start(request, ifname);
+    if (addr && set_address(sock.get(), request, SIOCSIFADDR, addr) < 0) return -1;
+    if (mask && set_address(sock.get(), request, SIOCSIFNETMASK, mask) < 0) return -1;
+    return mac ? set_mac(sock.get(), request, mac) : 0;
 }
 
 int set_if_mtu(const char* ifname, uint32_t mtu) {
     if (!ifname) return -1;
-    IfRequest request(ifname);
-    request->ifr_mtu = static_cast<int>(mtu);
-    return request.issue(SIOCSIFMTU) < 0 ? -1 : 0;
+    ifreq request;
+    start(request, ifname);
+    request.ifr_mtu = static_cast<int>(mtu);
+    return issue_once(SIOCSIFMTU, &request);
 }
 
 int get_if_mtu(const char* ifname, uint32_t* mtu) {
-    if (!ifname || !mtu) return -1;
-    IfRequest request(ifname);
-    if (request.issue(SIOCGIFMTU) < 0) return -1;
-    *mtu = static_cast<uint32_t>(request->ifr_mtu);
+    ifreq request;
+    if (!mtu || query(ifname, SIOCGIFMTU, request) < 0) return -1;
+    *mtu = static_cast<uint32_t>(request.ifr_mtu);
     return 0;
 }
 
@@ -272,28 +254,18 @@ int get_if_gateway(const char* ifname, uint32_t* gateway) {
     const UniqueFile table(fopen("/proc/net/route", "re"));
     if (!table) return -1;
     setvbuf(table.get(), buffer, _IOFBF, sizeof(buffer));
-    if (fscanf(table.get(), "%*[^\n]\n") == EOF) return -1;
-    Route route{};
-    while (read_route(table.get(), route)) {
-        if (strcmp(route.ifname, ifname) != 0 || !is_by_gateway(route)) continue;
-        *gateway = static_cast<uint32_t>(route.gateway);
-        return 0;
-    }
-    return -1;
+    return find_gateway(table.get(), ifname, gateway);
 }
 
 int add_arp(const char* ifname, const uint8_t ip[4], const uint8_t mac[6], uint32_t flags) {
-    if (!ifname || !ip || !mac) return -1;
-    return change_arp(SIOCSARP, ifname, ip, mac, arp_flags_or_default(flags));
+    return mac ? change_arp(SIOCSARP, ifname, ip, mac, flags) : -1;
 }
 
 int delete_arp(const char* ifname, const uint8_t ip[4], const uint8_t mac[6], uint32_t flags) {
-    if (!ifname || !ip || !mac) return -1;
-    return change_arp(SIOCDARP, ifname, ip, mac, arp_flags_or_default(flags));
+    return mac ? change_arp(SIOCDARP, ifname, ip, mac, flags) : -1;
 }
 
 int del_arp_by_ip(const char* ifname, const uint8_t ip[4]) {
-    if (!ifname || !ip) return -1;
     return change_arp(SIOCDARP, ifname, ip, nullptr, 0);
 }
 

@@ -9,13 +9,12 @@
 #include <tq/command.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstddef>
+#include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <numeric>
-#include <span>
-#include <string_view>
 
 #include "foundation/file.h"
 #include "foundation/log.h"
@@ -23,7 +22,9 @@
 #include "foundation/text.h"
 
 static_assert(sizeof(if_stats) == 88);
+static_assert(offsetof(if_stats, in_discards) == 24);
 static_assert(offsetof(if_stats, out_octets) == 40);
+static_assert(offsetof(if_stats, out_discards) == 64);
 static_assert(offsetof(if_stats, in_flow) == 80);
 static_assert(offsetof(if_stats, out_flow) == 84);
 
@@ -42,30 +43,50 @@ UniqueFd open_to_read(const char* path) {
     return UniqueFd(open(path, O_RDONLY | O_CLOEXEC));
 }
 
-// True where each has its number.
-template <typename Number>
-bool read_numbers(NumberReader& reader, std::span<Number> numbers) {
-    return std::ranges::all_of(numbers, [&](Number& number) { return reader.number(number); });
+// 1; 0 where the file has none, -1 where it cannot be opened.
+int read_first_line(const char* path, char (&line)[kLineSize]) {
+    const UniqueFd file = open_to_read(path);
+    if (!file) return -1;
+    return tq::read_first_line(file.get(), line);
+}
+
+// The same with a log line for what is not 1.
+int read_known_line(const char* function, const char* path, char (&line)[kLineSize]) {
+    const int result = read_first_line(path, line);
+    if (result == 1) return 0;
+    return TQ_FAIL_IN(function, "%s fail\n", result < 0 ? "fopen" : "fgets");
+}
+
+// True where "cpu" has so many numbers behind it.
+bool read_ticks(const char* text, uint32_t* ticks, size_t count) {
+    NumberReader reader(text + strlen("cpu"));
+    if (strncmp(text, "cpu", strlen("cpu")) != 0) return false;
+    while (count > 0 && reader.number(*ticks)) {
+        ticks++;
+        count--;
+    }
+    return count == 0;
+}
+
+// True where the text starts with so many numbers.
+bool read_counters(const char* text, uint64_t* counters, size_t count) {
+    NumberReader reader(text);
+    while (count > 0 && reader.number(*counters)) {
+        counters++;
+        count--;
+    }
+    return count == 0;
 }
 
 constexpr char kMemoryLines[PROC_MEMINFO_FIGURES][10] = {
     "MemTotal:", "MemFree:", "Buffers:", "Cached:"};
 
-bool ends_with(std::string_view text, const char* name) {
-    const size_t length = strlen(name);
-    return text.size() >= length && memcmp(text.end() - length, name, length) == 0;
-}
-
 // The place of the first of the names that the line contains; PROC_MEMINFO_FIGURES where there is
-// none. Each name ends in a colon, and a line has hardly more than one.
+// none.
 size_t memory_figure(const char* line) {
-    size_t place = PROC_MEMINFO_FIGURES;
-    for (const char* colon = strchr(line, ':'); colon; colon = strchr(colon + 1, ':')) {
-        const std::string_view front(line, static_cast<size_t>(colon + 1 - line));
-        for (size_t i = 0; i < place; i++) {
-            if (ends_with(front, kMemoryLines[i])) place = i;
-        }
-    }
+    size_t place = 0;
+    while (place < PROC_MEMINFO_FIGURES && !strstr(line, kMemoryLines[place]))
+        place++;
     return place;
 }
 
@@ -75,9 +96,15 @@ bool read_memory_figure(const char* line, uint32_t& figure) {
     return colon != line && NumberReader(colon + 1).number(figure);
 }
 
+int read_memory(const char* function, uint32_t (&figures)[PROC_MEMINFO_FIGURES]) {
+    if (get_proc_meminfo(figures) >= 0) return 0;
+    return TQ_FAIL_IN(function, "get_proc_meminfo fail\n");
+}
+
 // Relays a percentage of the statistics service. One that came before the service failed does not
 // count.
-int relay(int (*ask)(uint32_t*), uint32_t* percent) {
+int relay(const char* function, int (*ask)(uint32_t*), uint32_t* percent) {
+    if (!percent) return tq::reject_parameter(function);
     *percent = 0;
     uint32_t answer = 0;
     if (ask(&answer) != 0) return -1;
@@ -107,47 +134,6 @@ class MountTable {
     char text_[4096];
 };
 
-// A row of /proc/mtd: index, size, erase size and a name, of which a first character will do.
-bool read_partition_size(const char* line, uint32_t& size) {
-    NumberReader reader(line);
-    uint32_t index = 0;
-    uint32_t erase_size = 0;
-    if (!reader.literal("mtd") || !reader.number(index) || !reader.literal(':')) return false;
-    if (!reader.hex(size) || !reader.hex(erase_size)) return false;
-    reader.skip_blanks();
-    if (!reader.literal('"')) return false;
-    reader.skip_blanks();
-    return *reader.rest() != '\0';
-}
-
-// The octets out of a line of the driver's file.
-bool read_octets(const char* line, if_stats& rec) {
-    NumberReader reader(line);
-    std::array<uint64_t, 6> numbers{};
-    if (!read_numbers<uint64_t>(reader, numbers)) return false;
-    rec.in_octets = numbers[0];
-    rec.out_octets = numbers[3];
-    return true;
-}
-
-// The columns of /proc/net/dev behind the interface's name: eight of what was received, eight of
-// what was sent.
-bool read_counters(const char* columns, if_stats& rec) {
-    NumberReader reader(columns);
-    std::array<uint64_t, 16> numbers{};
-    if (!read_numbers<uint64_t>(reader, numbers)) return false;
-    rec.in_octets = numbers[0];
-    rec.in_packets = numbers[1];
-    rec.in_errors = numbers[2];
-    rec.in_discards = numbers[3];
-    rec.in_multicast = numbers[7];
-    rec.out_octets = numbers[8];
-    rec.out_packets = numbers[9];
-    rec.out_errors = numbers[10];
-    rec.out_discards = numbers[11];
-    return true;
-}
-
 }  // namespace
 
 int tq_get_cpu_ticks(uint32_t* total, uint32_t* busy) {
@@ -157,9 +143,8 @@ int tq_get_cpu_ticks(uint32_t* total, uint32_t* busy) {
     const ssize_t got = tq::read_some(file.get(), text, sizeof(text) - 1);
     text[std::max<ssize_t>(got, 0)] = '\0';
     enum { kUser, kNice, kSystem, kIdle, kIoWait, kIrq, kSoftIrq, kCount };
-    std::array<uint32_t, kCount> ticks{};
-    NumberReader reader(text);
-    if (!reader.literal("cpu") || !read_numbers<uint32_t>(reader, ticks)) {
+    uint32_t ticks[kCount];
+    if (!read_ticks(text, ticks, kCount)) {
         TQ_LOG(LOG_ERR, "Cannot parse %s\n", kStat);
         return -2;
     }
@@ -169,22 +154,18 @@ int tq_get_cpu_ticks(uint32_t* total, uint32_t* busy) {
 }
 
 int get_proc_cpuinfo(uint32_t* total, uint32_t* idle) {
-    if (!total || !idle) return TQ_FAIL("invalid parameter\n");
-    const UniqueFd file = open_to_read(kStat);
-    if (!file) return TQ_FAIL("fopen fail\n");
+    if (!total || !idle) return tq::reject_parameter(__func__);
     char line[kLineSize];
-    if (!tq::read_first_line(file.get(), line)) return TQ_FAIL("fgets fail\n");
-    std::array<uint32_t, 10> ticks{};
-    NumberReader reader(line);
-    if (!reader.literal("cpu") || !read_numbers<uint32_t>(reader, ticks))
-        return TQ_FAIL("sscanf fail\n");
+    if (read_known_line(__func__, kStat, line) != 0) return -1;
+    uint32_t ticks[10];
+    if (!read_ticks(line, ticks, std::size(ticks))) return TQ_FAIL("sscanf fail\n");
     *idle = ticks[3];
-    *total = std::accumulate(ticks.begin(), ticks.end(), uint32_t{0});
+    *total = std::accumulate(std::begin(ticks), std::end(ticks), uint32_t{0});
     return 0;
 }
 
 int get_proc_meminfo(uint32_t figures[PROC_MEMINFO_FIGURES]) {
-    if (!figures) return TQ_FAIL("invalid parameter\n");
+    if (!figures) return tq::reject_parameter(__func__);
     const UniqueFd file = open_to_read("/proc/meminfo");
     if (!file) return TQ_FAIL("fopen fail\n");
     LineReader lines(file.get());
@@ -204,40 +185,38 @@ int get_proc_meminfo(uint32_t figures[PROC_MEMINFO_FIGURES]) {
 }
 
 int tq_hal_get_sdram_size(uint32_t* size_kb) {
-    if (!size_kb) return TQ_FAIL("invalid parameter\n");
+    if (!size_kb) return tq::reject_parameter(__func__);
     uint32_t figures[PROC_MEMINFO_FIGURES] = {};
-    if (get_proc_meminfo(figures) < 0) return TQ_FAIL("get_proc_meminfo fail\n");
+    if (read_memory(__func__, figures) != 0) return -1;
     *size_kb = figures[PROC_MEMINFO_TOTAL];
     return 0;
 }
 
 int tq_get_memory_real_usage(uint32_t* percent) {
-    if (!percent) return TQ_FAIL("invalid parameter\n");
+    if (!percent) return tq::reject_parameter(__func__);
     *percent = 0;
     uint32_t figures[PROC_MEMINFO_FIGURES] = {};
-    if (get_proc_meminfo(figures) < 0) return TQ_FAIL("get_proc_meminfo fail\n");
+    if (read_memory(__func__, figures) != 0) return -1;
     const uint32_t total = figures[PROC_MEMINFO_TOTAL];
+    // NOLINTNEXTLINE(clang-analyzer-core.DivideZero): a total of 0 stops the process
     *percent = (total - figures[PROC_MEMINFO_FREE]) * 100 / total;
     return 0;
 }
 
 int tq_get_memory_avg_usage(uint32_t* percent) {
-    if (!percent) return TQ_FAIL("invalid parameter\n");
-    return relay(tq_get_mem_usage, percent);
+    return relay(__func__, tq_get_mem_usage, percent);
 }
 
 int tq_get_cpu_avg_usage(uint32_t* percent) {
-    if (!percent) return TQ_FAIL("invalid parameter\n");
-    return relay(tq_get_cpu_usage, percent);
+    return relay(__func__, tq_get_cpu_usage, percent);
 }
 
 int tq_get_cpu_real_usage(uint32_t* percent) {
-    if (!percent) return TQ_FAIL("invalid parameter\n");
-    return relay(tq_get_cpu_cur_usage, percent);
+    return relay(__func__, tq_get_cpu_cur_usage, percent);
 }
 
 int tq_get_sys_uptime(uint32_t* seconds) {
-    if (!seconds) return TQ_FAIL("invalid parameter\n");
+    if (!seconds) return tq::reject_parameter(__func__);
     *seconds = 0;
     struct sysinfo info {};
     if (sysinfo(&info) < 0) return TQ_FAIL("sysinfo fail\n");
@@ -246,18 +225,16 @@ int tq_get_sys_uptime(uint32_t* seconds) {
 }
 
 int tq_get_flash_free_size(uint32_t* free_kb) {
-    if (!free_kb) return TQ_FAIL("invalid parameter\n");
+    if (!free_kb) return tq::reject_parameter(__func__);
     *free_kb = 0;
     MountTable mounts;
     if (!mounts) return TQ_FAIL("setmntent fail\n");
-    while (const char* directory = mounts.next()) {
-        if (strcmp(directory, kOverlay) != 0) continue;
-        struct statfs room {};
-        if (statfs(directory, &room) < 0) continue;
-        *free_kb = static_cast<uint32_t>(room.f_bsize) * static_cast<uint32_t>(room.f_bavail) >> 10;
-        return 0;
-    }
-    return -1;
+    struct statfs room {};
+    const char* directory = mounts.next();
+    while (directory && (strcmp(directory, kOverlay) != 0 || statfs(directory, &room) < 0))
+        directory = mounts.next();
+    *free_kb = static_cast<uint32_t>(room.f_bsize) * static_cast<uint32_t>(room.f_bavail) >> 10;
+    return directory ? 0 : -1;
 }
 
 int tq_hal_get_flash_size(void) {
@@ -266,8 +243,10 @@ int tq_hal_get_flash_size(void) {
     LineReader lines(file.get());
     const char* line = lines.next() ? lines.next() : nullptr;
     if (!line) return 0;
-    uint32_t size = 0;
-    if (!read_partition_size(line, size)) {
+    // Index, size, erase size and a name, of which a first character will do.
+    unsigned size = 0;
+    char name = '\0';
+    if (sscanf(line, "mtd%*d:%8x%*8x \" %c", &size, &name) != 2) {
         TQ_LOG(LOG_ERR, "sscanf fail\n");
         return 0;
     }
@@ -275,12 +254,10 @@ int tq_hal_get_flash_size(void) {
 }
 
 int tq_hal_get_processor_type(char* buf, int len) {
-    if (!buf || len <= 0) return TQ_FAIL("invalid parameter\n");
+    if (!buf || len <= 0) return tq::reject_parameter(__func__);
     *buf = '\0';
-    const UniqueFd file = open_to_read("/proc/cpuinfo");
-    if (!file) return TQ_FAIL("fopen fail\n");
     char line[kLineSize];
-    if (!tq::read_first_line(file.get(), line)) return TQ_FAIL("fgets fail\n");
+    if (read_known_line(__func__, "/proc/cpuinfo", line) != 0) return -1;
     const char* colon = strchr(line, ':');
     if (!colon) return TQ_FAIL("buf = %s\n", line);
     tq::copy_text(buf, static_cast<size_t>(len), colon[1] ? colon + 2 : "");
@@ -290,7 +267,7 @@ int tq_hal_get_processor_type(char* buf, int len) {
 }
 
 int tq_get_eth_flow(uint32_t port, uint32_t* in, uint32_t* out) {
-    if (!in || !out) return TQ_FAIL("invalid parameter\n");
+    if (!in || !out) return tq::reject_parameter(__func__);
     *in = 0;
     *out = 0;
     uint32_t flow = 0;
@@ -309,16 +286,18 @@ int tq_get_eth_stats(int port, if_stats* rec) {
     tq::Text<128> path;
     path.append("/proc/net/eth/eth%d/stats", port);
     char line[kLineSize];
-    {
-        const UniqueFd file = open_to_read(path.c_str());
-        if (!file) {
-            TQ_LOG(LOG_WARNING, "fopen %s failed: %s\n", path.c_str(), strerror(errno));
-            return -1;
-        }
-        tq::read_first_line(file.get(), line);
+    if (read_first_line(path.c_str(), line) < 0) {
+        TQ_LOG(LOG_WARNING, "fopen %s failed: %s\n", path.c_str(), strerror(errno));
+        return -1;
     }
-    const bool known = read_octets(line, *rec);
-    if (!known) TQ_LOG(LOG_WARNING, "unknown format: '%s'\n", line);
+    uint64_t numbers[6];
+    const bool known = read_counters(line, numbers, std::size(numbers));
+    if (known) {
+        rec->in_octets = numbers[0];
+        rec->out_octets = numbers[3];
+    } else {
+        TQ_LOG(LOG_WARNING, "unknown format: '%s'\n", line);
+    }
     TQ_LOG(LOG_DEBUG, "ifInOctets:%llu ifOutOctets: %llu\n",
            static_cast<unsigned long long>(rec->in_octets),
            static_cast<unsigned long long>(rec->out_octets));
@@ -326,7 +305,7 @@ int tq_get_eth_stats(int port, if_stats* rec) {
 }
 
 int tq_get_if_statistics(int port, if_stats* rec) {
-    if (!rec) return TQ_FAIL("invalid parameter\n");
+    if (!rec) return tq::reject_parameter(__func__);
     const char* ifname = tq_get_eth_ifname(port);
     if (!ifname) return TQ_FAIL("tq_get_eth_ifname fail, index  = %d\n", port);
     *rec = {};
@@ -335,7 +314,15 @@ int tq_get_if_statistics(int port, if_stats* rec) {
     char line[kLineSize];
     if (read_line("/proc/net/dev", key.c_str(), line, sizeof(line)) != 0)
         return TQ_FAIL("read_line fail\n");
-    if (!read_counters(line + strlen(key.c_str()), *rec)) return TQ_FAIL("sscanf fail\n");
+    // Behind the interface's name, eight columns of what was received and eight of what was sent.
+    uint64_t columns[16];
+    if (!read_counters(line + strlen(key.c_str()), columns, std::size(columns)))
+        return TQ_FAIL("sscanf fail\n");
+    // Of both the first four are the record's, in its order.
+    memcpy(rec, &columns[0], 4 * sizeof(*columns));
+    rec->in_multicast = columns[7];
+    memcpy(reinterpret_cast<char*>(rec) + offsetof(if_stats, out_octets), &columns[8],
+           4 * sizeof(*columns));
     (void)tq_get_eth_flow(static_cast<uint32_t>(port), &rec->in_flow, &rec->out_flow);
     (void)tq_get_eth_stats(port, rec);
     return 0;
