@@ -63,7 +63,7 @@ bool is_plain(const dictionary* d) {
         const char* val = d->val[slot];
         if (!key) continue;
         const char* colon = strchr(key, ':');
-        if (!*key || key == colon || (colon && strchr(colon + 1, ':'))) return false;
+        if (!*key || key == colon || (colon && (!val || strchr(colon + 1, ':')))) return false;
         if (val && (strpbrk(val, ";#\\\"'") || strlen(key) + strlen(val) > 900)) return false;
     }
     return true;
