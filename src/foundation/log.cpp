@@ -12,7 +12,10 @@ int log_line(unsigned where, const char* function, const char* format, ...) {
     snprintf(prefixed, sizeof prefixed, "[%s:%u] %s", function, where >> 3, format);
     va_list values;
     va_start(values, format);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
     vsyslog(static_cast<int>(where & 7), prefixed, values);
+#pragma GCC diagnostic pop
     va_end(values);
     return -1;
 }

@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <string>
 
 namespace tq_test {
@@ -30,10 +30,10 @@ inline std::string for_32_bits(const std::string& text) {
             result += digits;
             continue;
         }
-        // A sign behind a digit is no number's.
+        // A sign behind a digit or another sign is no number's.
         const bool is_sign =
             result.ends_with('-') &&
-            (result.size() == 1 || !isdigit(static_cast<unsigned char>(result[result.size() - 2])));
+            (result.size() == 1 || !strchr("0123456789+-", result[result.size() - 2]));
         if (is_sign) result.pop_back();
         result += largest;
     }
