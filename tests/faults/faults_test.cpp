@@ -306,7 +306,8 @@ void expect_current() {
 std::string test_name(const Row& row) {
     std::string name = key_of(row);
     std::erase(name, ',');
-    std::ranges::replace(name, ' ', '_');
+    std::ranges::replace_if(
+        name, [](char c) { return c == ' ' || c == '-'; }, '_');
     return name;
 }
 
