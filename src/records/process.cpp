@@ -176,7 +176,7 @@ int apps_is_running(uint32_t id) {
 
 int check_if_proc_running(const char* name) {
     Text<1024> command;
-    command.append("ps|grep %s|grep -v grep|grep -v clish|grep -v kill", tq::printable(name));
+    if (name) command.append("ps|grep %s|grep -v grep|grep -v clish|grep -v kill", name);
     // A command that was cut would be another one.
     if (!name || command.cut()) {
         tq::reject(__func__);

@@ -42,14 +42,6 @@ const char* reason_text(int code) {
     return kReasons[known ? code : kSystemReboot];
 }
 
-void append_local_time(Text<64>& text) {
-    const time_t now = time(nullptr);
-    tm local{};
-    localtime_r(&now, &local);
-    text.append("%d-%02d-%02d %02d:%02d:%02d\n", local.tm_year + 1900, local.tm_mon + 1,
-                local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
-}
-
 template <size_t N>
 uint32_t store(char (&out)[N], const char* text) {
     tq::copy_text(out, N, text);
@@ -61,9 +53,12 @@ uint32_t store(char (&out)[N], const char* text) {
 // Field tools match on the line numbers of these log lines.
 
 void tq_set_offline_reason(int reason) {
+    const time_t now = time(nullptr);
+    tm local{};
+    localtime_r(&now, &local);
     Text<64> record;
-    record.append("%d\n", reason);
-    append_local_time(record);
+    record.append("%d\n%d-%02d-%02d %02d:%02d:%02d\n", reason, local.tm_year + 1900,
+                  local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
     if (tq::write_file(kOfflineReason, record.c_str()) < 0) {
         TQ_LOG_AT(908, LOG_ERR, "fopen %s fail:%s\n", kOfflineReason, strerror(errno));
     }
@@ -127,7 +122,7 @@ int delete_coredump_server() {
 
 int backup_all_log(const char* a, const char* b) {
     Text<64> command;
-    command.append("%s  %s  %s", kBackupScript, tq::printable(a), tq::printable(b));
+    if (a && b) command.append("%s  %s  %s", kBackupScript, a, b);
     if (!a || !b || command.cut()) {
         tq::reject(__func__);
         return 0;

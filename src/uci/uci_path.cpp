@@ -122,11 +122,19 @@ int reject_change(const char* caller, Change change, const Place& place) {
         label = "config_type";
         id.append(", id = %d", place.index);
     }
-    return TQ_FAIL_IN(
-        caller, "invalid parameter, filename = %s, %s = %s%s%s%s%s%s\n", printable(place.file),
-        label, printable(place.section), id.c_str(), takes_option(change) ? ", option = " : "",
-        takes_option(change) ? printable(place.option) : "",
-        takes_value(change) ? ", value = " : "", takes_value(change) ? printable(place.value) : "");
+    const char* option[] = {"", ""};
+    if (takes_option(change)) {
+        option[0] = ", option = ";
+        option[1] = printable(place.option);
+    }
+    const char* value[] = {"", ""};
+    if (takes_value(change)) {
+        value[0] = ", value = ";
+        value[1] = printable(place.value);
+    }
+    return TQ_FAIL_IN(caller, "invalid parameter, filename = %s, %s = %s%s%s%s%s%s\n",
+                      printable(place.file), label, printable(place.section), id.c_str(), option[0],
+                      option[1], value[0], value[1]);
 }
 
 int make_change(Place place, Change change, const char* caller) {
