@@ -104,14 +104,12 @@ Entry* entry_at(size_t offset) {
 
 // Passes over entries of type 0, too: what they hold is found as long as it is there. A key of the
 // block without its terminator is none.
-Entry* redboot_find_config(const char* key, size_t length) {
+Entry* redboot_find_config(const char* key) {
     if (!redboot_config_loaded) return nullptr;
+    const size_t length = strlen(key);
     size_t offset = kEntriesBegin;
     while (Entry* entry = entry_at(offset)) {
-        const char* found = entry->key();
-        if (length < entry->key_size && memcmp(found, key, length) == 0 && found[length] == '\0') {
-            return entry;
-        }
+        if (length < entry->key_size && memcmp(entry->key(), key, length + 1) == 0) return entry;
         offset += entry->size();
     }
     return nullptr;
@@ -154,17 +152,6 @@ void get_value(Entry* entry, void* value) {
     } else {
         memcpy(value, field, layout.used);
     }
-}
-
-int get_config(const char* key, size_t length, void* value, uint32_t type) {
-    Entry* entry = redboot_find_config(key, length);
-    if (!entry) return 0;
-    if (entry->type == type) {
-        get_value(entry, value);
-    } else {
-        printf("Request for config value '%.*s' - wrong type\n", static_cast<int>(length), key);
-    }
-    return 1;
 }
 
 // Never reads past the text's own end. What is stored may have been handed out of the same field.
@@ -242,9 +229,10 @@ void add_name(char* at, const char* name) {
 // A bool that is not there is false.
 bool is_enabled(Entry* entry) {
     if (entry->enable_key_size == 0) return true;
-    const char* key = entry->enable_key();
+    char key[kLongestKey + 2];
+    snprintf(key, sizeof(key), "%.*s", entry->enable_key_size, entry->enable_key());
     uint32_t enabled = 0;
-    get_config(key, strnlen(key, entry->enable_key_size), &enabled, REDBOOT_CONFIG_BOOL);
+    redboot_get_config(key, &enabled, REDBOOT_CONFIG_BOOL);
     return (enabled != 0) == (entry->enable_sense != 0);
 }
 
@@ -382,12 +370,19 @@ int redboot_write_config(void) {
 
 int redboot_get_config(const char* key, void* value, uint32_t type) {
     if (!key || !value) return 0;
-    return get_config(key, strlen(key), value, type);
+    Entry* entry = redboot_find_config(key);
+    if (!entry) return 0;
+    if (entry->type == type) {
+        get_value(entry, value);
+    } else {
+        printf("Request for config value '%s' - wrong type\n", key);
+    }
+    return 1;
 }
 
 int redboot_set_config(const char* key, const void* value, uint32_t type) {
     if (!key || !value) return 0;
-    Entry* entry = redboot_find_config(key, strlen(key));
+    Entry* entry = redboot_find_config(key);
     if (!entry) return 0;
     if (entry->type != type || entry->room() == 0) {
         printf("Can't set config value '%s' - wrong type\n", key);
@@ -400,7 +395,7 @@ int redboot_set_config(const char* key, const void* value, uint32_t type) {
 int redboot_add_config(const redboot_config_option* option) {
     if (!redboot_config_loaded || !is_valid_option(option)) return 0;
     const size_t key_size = stored_size(option->key);
-    Entry* entry = redboot_find_config(option->key, key_size - 1);
+    Entry* entry = redboot_find_config(option->key);
     if (!entry) {
         const size_t enable_key_size = stored_size(option->enable_key);
         const size_t offset = find_free_space();
