@@ -1116,8 +1116,9 @@ TEST_F(ReloadTest, ReadsTheNumberBehindTheFirstWord) {
 }
 
 TEST_F(ReloadTest, LeavesAFileWithoutALevelAlone) {
-    for (const std::string content : {"", "\n", "name", "name\n", "name x\n", "name - 2\n", "7\n",
-                                      "name +\n", "name x 2\n", "name 99999999999999999999\n"}) {
+    for (const std::string content :
+         {"", "\n", "name", "name\n", "name x\n", "name - 2\n", "7\n", "name +\n", "name x 2\n",
+          "name 4294967296\n", "name -4294967296\n", "name 99999999999999999999\n"}) {
         EXPECT_EQ(mask_for(content), -1) << content;
         EXPECT_EQ(read_file(kFile), content);
     }
