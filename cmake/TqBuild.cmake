@@ -37,8 +37,13 @@ target_compile_options(tq_freestanding INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
     -fvisibility=hidden -ffunction-sections -fdata-sections
     $<$<CONFIG:MinSizeRel>:-fno-asynchronous-unwind-tables>)
+# On MIPS the table of addresses stays writable whatever the linker is told, and what else could be protected is less than the
+# padding that it takes.
+if(NOT CMAKE_SYSTEM_PROCESSOR MATCHES "^mips")
+    set(relro -Wl,-z,relro)
+endif()
 target_link_options(tq_freestanding INTERFACE
-    -Wl,-z,relro -Wl,-z,now -Wl,--gc-sections -Wl,--as-needed)
+    ${relro} -Wl,-z,now -Wl,--gc-sections -Wl,--as-needed)
 
 if(TQ_SANITIZE)
     add_compile_options(-fsanitize=${TQ_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
