@@ -108,7 +108,7 @@ void add_command(std::vector<Row>& rows) {
              },
          .gives = "ab",
          .fails = "null",
-         .but = {{"fgetc#2", "", kSpent}, {"fgetc#3", "a", kSpent}, {"strndup", "null", "null"}}});
+         .but = {{"fgetc#2", "", kSpent}, {"fgetc#3", "a", kSpent}, {"strdup", "null", "null"}}});
     rows.push_back({.function = "nucleus_fgets",
                     .prepare = lines("first\nkey=7\nkey=8\n"),
                     .call = [] { return nucleus_fgets(text, sizeof(text), file, "key"); },

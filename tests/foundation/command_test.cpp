@@ -1160,7 +1160,7 @@ TEST_F(GetFileLine, ReadsNothingWithoutMemoryForTheWork) {
 TEST_F(GetFileLine, LosesALineWithoutMemoryForTheCopy) {
     TQ_NEEDS_FAILING_ALLOCATOR();
     const BufferedFile lines("one\ntwo\n");
-    const Fail fail("strndup", 1, ENOMEM);
+    const Fail fail("strdup", 1, ENOMEM);
     EXPECT_EQ(tq_hal_get_file_line(lines.file.get()), nullptr);
     EXPECT_TRUE(fail.fired());
     EXPECT_THAT(significant_lines(lines.file.get()), ElementsAre("two"));
