@@ -185,11 +185,11 @@ int bbi_radio_support_mode(int radio, unsigned* mode) {
 
 int bbi_radio_bss_support(int radio, int* count) {
     if (!count) return tq::reject(__func__);
-    Answer bss;  // an int, rather than a text
-    if (ask_radio(AP_TYPE_RADIO_BSS_NUM, radio, bss) < 0) {
+    int bss = 0;
+    if (radio < 0 || tq_get_oem_ap_type_radio_index_info(AP_TYPE_RADIO_BSS_NUM, radio, &bss) < 0) {
         return TQ_FAIL("get radio %d bss support fail\n", radio);
     }
-    memcpy(count, bss, sizeof(*count));
+    *count = bss;
     TQ_LOG(LOG_DEBUG, "radio %d support %d bss\n", radio, *count);
     return 0;
 }
