@@ -85,10 +85,5 @@ BENCHMARK(memory)->Iterations(1)->Unit(benchmark::kMillisecond);
 }  // namespace
 
 int main(int argc, char** argv) {
-    tq_bench::start_service();
-    if (init_ubus_client() != 0) return 1;
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    destroy_ubus_client();
-    return 0;
+    return tq_bench::run_connected(argc, argv);
 }

@@ -1,6 +1,7 @@
 // bus_device.h - a service on the device's message bus, for the benchmarks that make requests.
 #pragma once
 
+#include <benchmark/benchmark.h>
 #include <libubus.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -69,6 +70,16 @@ inline void start_service() {
     }
     while (!is_there("fm.action"))
         usleep(1000);
+}
+
+// main() of a benchmark that makes requests over a connection of the library's.
+inline int run_connected(int argc, char** argv) {
+    start_service();
+    if (init_ubus_client() != 0) return 1;
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    destroy_ubus_client();
+    return 0;
 }
 
 }  // namespace tq_bench

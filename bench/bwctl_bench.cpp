@@ -38,10 +38,5 @@ BENCHMARK(get_mem_usage_by_command)->Unit(benchmark::kMicrosecond)->UseRealTime(
 }  // namespace
 
 int main(int argc, char** argv) {
-    tq_bench::start_service();
-    if (init_ubus_client() != 0) return 1;
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    destroy_ubus_client();
-    return 0;
+    return tq_bench::run_connected(argc, argv);
 }

@@ -1,18 +1,21 @@
-# What is installed of the library: headers, libraries, and how pkg-config and find_package() find them. What a workstation
-# has in place of the firmware's libraries goes beside libtq, into a directory of its own, where no other program finds it by
-# accident.
+# What is installed of the library: headers, libraries, and how pkg-config and find_package() find them. The components are the
+# packages: "library" is what runs, "development" what programs are built with, "tools" the command. What a workstation has in
+# place of the firmware's libraries goes beside libtq, into a directory of its own, where no other program finds it by accident.
 include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/tq)
 
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/tq DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
 install(TARGETS tq EXPORT tqTargets
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development)
+
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME development)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/tq DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
 install(TARGETS tq_static ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 
 list(JOIN TQ_DEPENDENCY_LIBRARIES " " TQ_PC_PRIVATE)
 if(TQ_HOST_DEPENDENCIES)
-    install(TARGETS ${TQ_HOST_DEPENDENCIES} EXPORT tqTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/tq)
+    install(TARGETS ${TQ_HOST_DEPENDENCIES} EXPORT tqTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/tq COMPONENT library NAMELINK_COMPONENT development)
     set_target_properties(${TQ_HOST_DEPENDENCIES} PROPERTIES INSTALL_RPATH "$ORIGIN")
     foreach(name IN LISTS TQ_HOST_DEPENDENCIES)
         install(DIRECTORY ${PROJECT_SOURCE_DIR}/host/${name}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tq/host)

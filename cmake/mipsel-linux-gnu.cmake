@@ -12,7 +12,8 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_C_FLAGS_INIT "-mips32r2 -mips16 -minterlink-mips16")
 # A call is dearer there than the compiler assumes when it inlines for size.
 set(CMAKE_CXX_FLAGS_INIT "-mips32r2 -mips16 -minterlink-mips16 --param=max-inline-insns-size=5")
-# The device's kernel has pages of 4 KiB; the linker's default of 64 KiB would only pad the file.
-set(CMAKE_EXE_LINKER_FLAGS_INIT -Wl,-z,max-page-size=4096)
-set(CMAKE_SHARED_LINKER_FLAGS_INIT -Wl,-z,max-page-size=4096)
+# The device's kernel has pages of 4 KiB: the linker's default of 64 KiB would only pad the file, and so would starting the
+# data on a page of its own.
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,-z,max-page-size=4096 -Wl,-z,common-page-size=16")
+set(CMAKE_SHARED_LINKER_FLAGS_INIT "-Wl,-z,max-page-size=4096 -Wl,-z,common-page-size=16")
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-mipsel-static)

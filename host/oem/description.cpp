@@ -214,7 +214,7 @@ bool Description::wrong(const char* format, ...) {
 }
 
 bool Description::wrong_file(int error) {
-    return wrong("%s", strerrordesc_np(error));
+    return wrong("%s", strerror(error));
 }
 
 bool Description::read(const char* path) {

@@ -61,7 +61,7 @@ void free_output(Client* client) {
 ssize_t write_some(Client* client, const iovec* vectors, size_t count) {
     msghdr message = {};
     message.msg_iov = const_cast<iovec*>(vectors);
-    message.msg_iovlen = count;
+    message.msg_iovlen = static_cast<decltype(message.msg_iovlen)>(count);
     const ssize_t sent = sendmsg(client->sock.fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
     return sent < 0 && (errno == EAGAIN || errno == EINTR) ? 0 : sent;
 }

@@ -57,7 +57,7 @@ void advance(iovec* vectors, size_t count, size_t bytes) {
 bool send_all(int fd, iovec* vectors, size_t count) {
     msghdr message = {};
     message.msg_iov = vectors;
-    message.msg_iovlen = count;
+    message.msg_iovlen = static_cast<decltype(message.msg_iovlen)>(count);
     size_t left = 0;
     for (size_t i = 0; i < count; i++) {
         left += vectors[i].iov_len;

@@ -135,11 +135,6 @@ int apply_stream(uci_context* ctx, uci_package* package, FILE* stream, bool* any
     });
 }
 
-bool is_regular(const char* path) {
-    struct stat status;
-    return stat(path, &status) == 0 && S_ISREG(status.st_mode);
-}
-
 void write_delta(FILE* stream, const char* package, const uci_delta* delta) {
     const char command = uci_command_char[delta->cmd];
     if (command) putc(command, stream);
@@ -240,7 +235,9 @@ int revert(uci_context* ctx, uci_ptr* ptr) {
 
     const OwnedText path = join_path(ctx->savedir, ptr->p->e.name);
     if (!path) return UCI_ERR_MEM;
-    if (is_regular(path.get())) {
+    const int missing = find_regular(path.get());
+    if (missing && missing != UCI_ERR_NOTFOUND) return missing;
+    if (!missing) {
         OwnedFile stream;
         if (const int error = open_locked(path.get(), Lock::kExclusive, 0, &stream)) return error;
         const Selection selection = {ptr->section, ptr->option};
@@ -277,7 +274,9 @@ int StagedChanges::apply(uci_context* ctx, uci_package* package, bool writable) 
     uci_foreach_element(&ctx->delta_path, directory) {
         const OwnedText path = join_path(directory->name, package->e.name);
         if (!path) return UCI_ERR_MEM;
-        if (!is_regular(path.get())) continue;
+        const int missing = find_regular(path.get());
+        if (missing == UCI_ERR_NOTFOUND) continue;
+        if (missing) return missing;
         const bool keep = writable && strcmp(directory->name, ctx->savedir) == 0;
         OwnedFile stream;
         if (const int error =

@@ -30,11 +30,6 @@ class OwnedFd {
     int fd_;
 };
 
-bool is_regular(const char* path) {
-    struct stat status;
-    return stat(path, &status) == 0 && S_ISREG(status.st_mode);
-}
-
 int lock_whole(int fd, int operation) {
     int result = 0;
     do {
@@ -76,7 +71,8 @@ int find_source(const uci_context* ctx, const char* name, Source* source) {
     if (ctx->conf2dir) {
         *source = {join_path(ctx->conf2dir, name), name, true, true};
         if (!source->path) return UCI_ERR_MEM;
-        if (is_regular(source->path.get())) return UCI_OK;
+        const int error = find_regular(source->path.get());
+        if (error != UCI_ERR_NOTFOUND) return error;
     }
     *source = {join_path(ctx->confdir, name), name, true, false};
     return source->path ? UCI_OK : UCI_ERR_MEM;
@@ -137,7 +133,7 @@ class Replacement {
     int create(const char* path);
     int copy_owner(int old_fd);
     int finish_stream();
-    int sync_directory() const;
+    OwnedFd open_directory() const;
 
     OwnedText target_;  // what the path finally names
     OwnedText temporary_;
@@ -189,26 +185,28 @@ int Replacement::write(const char* path, int old_fd, const uci_package* package,
     return finish_stream();
 }
 
-int Replacement::sync_directory() const {
+OwnedFd Replacement::open_directory() const {
     char* slash = strrchr(target_.get(), '/');
     const OwnedText directory(
         strndup(target_.get(), static_cast<size_t>(slash - target_.get()) + 1));
-    if (!directory) return UCI_ERR_MEM;
-    const OwnedFd fd(open(directory.get(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return fd.get() >= 0 && fsync(fd.get()) == 0 ? UCI_OK : UCI_ERR_IO;
+    return OwnedFd(directory ? open(directory.get(), O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1);
 }
 
+// The directory is opened first: a new file that has taken its place has to be the end of it.
 int Replacement::take_place() {
+    const OwnedFd directory = open_directory();
+    if (directory.get() < 0) return errno == ENOMEM ? UCI_ERR_MEM : UCI_ERR_IO;
     if (::rename(temporary_.get(), target_.get()) < 0) return UCI_ERR_IO;
     done_ = true;
-    return sync_directory();
+    return fsync(directory.get()) == 0 ? UCI_OK : UCI_ERR_IO;
 }
 
 // Removes a file that did not exist before and was not replaced, so that a failed commit leaves
 // nothing behind. It is still locked, so nobody else has written it.
 class CreatedFile {
   public:
-    explicit CreatedFile(const char* path) : path_(access(path, F_OK) < 0 ? path : nullptr) {}
+    explicit CreatedFile(const char* path)
+        : path_(access(path, F_OK) < 0 && errno == ENOENT ? path : nullptr) {}
     ~CreatedFile() {
         if (path_) unlink(path_);
     }
@@ -351,6 +349,13 @@ OwnedText join_path(const char* directory, const char* name) {
     return OwnedText(asprintf(&path, "%s/%s", directory, name) < 0 ? nullptr : path);
 }
 
+int find_regular(const char* path) {
+    struct stat status;
+    if (stat(path, &status) == 0) return S_ISREG(status.st_mode) ? UCI_OK : UCI_ERR_NOTFOUND;
+    const bool absent = errno == ENOENT || errno == ENOTDIR || errno == EACCES;
+    return absent ? UCI_ERR_NOTFOUND : UCI_ERR_IO;
+}
+
 int open_locked(const char* path, Lock lock, mode_t create_mode, OwnedFile* stream) {
     const bool exclusive = lock == Lock::kExclusive;
     const int flags = (exclusive ? O_RDWR : O_RDONLY) | (create_mode ? O_CREAT : 0) | O_CLOEXEC;
@@ -366,7 +371,7 @@ int open_locked(const char* path, Lock lock, mode_t create_mode, OwnedFile* stre
 int load(uci_context* ctx, const char* name, uci_package** package) {
     Source source;
     if (const int error = find_source(ctx, name, &source)) return error;
-    if (!is_regular(source.path.get())) return UCI_ERR_NOTFOUND;
+    if (const int error = find_regular(source.path.get())) return error;
     OwnedFile stream;
     if (const int error = open_locked(source.path.get(), Lock::kShared, 0, &stream)) return error;
     uci_package* loaded = nullptr;

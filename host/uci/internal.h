@@ -149,6 +149,11 @@ int open_locked(const char* path, Lock lock, mode_t create_mode, OwnedFile* stre
 
 OwnedText join_path(const char* directory, const char* name);
 
+// UCI_ERR_NOTFOUND where the path names no file that the caller may see; any other error is that
+// nobody can tell, which must not pass for an absence: what is staged would be left out of a
+// commit.
+int find_regular(const char* path);
+
 int load(uci_context* ctx, const char* name, uci_package** package);
 
 int import(uci_context* ctx, FILE* stream, const char* name, uci_package** package, bool single);

@@ -19,6 +19,10 @@ enum BandwidthClass { kSsid = 0, kUser = 1, kStation = 2, kSaveConfig = 4 };
 // In log lines, the place of a limit's parameters is "param" and this.
 constexpr char kParamSuffixes[][2] = {"1", "2", ""};
 
+// In the log, before " fail":
+//   "send_ubus_msg(BWCTRL, METHOD_SET, param1)", "send_ubus_msg(BWCTRL, METHOD_DEL, param1)"
+//   "send_ubus_msg(BWCTRL, METHOD_SET, param2)", "send_ubus_msg(BWCTRL, METHOD_DEL, param2)"
+//   "send_ubus_msg(BWCTRL, METHOD_SET, param)", "send_ubus_msg(BWCTRL, METHOD_DEL, param)"
 // Both rates zero take the limit away. The macaddr of a station limit is null for the others.
 int set_limit(const char* function, BandwidthClass class_type, const char* vap_name, uint32_t up,
               uint32_t down, const char* macaddr) {
@@ -36,7 +40,13 @@ int set_limit(const char* function, BandwidthClass class_type, const char* vap_n
                       is_set ? "SET" : "DEL", kParamSuffixes[class_type]);
 }
 
-// The function's name without its prefix is what the request's handler is called in log lines.
+// The function's name without its prefix is what the request's handler is called in log lines:
+//   "notify_ubus_server(STATISTICS, METHOD_GET, param, get_in_flow_statistics, flow, 3 * 1000)"
+//   "notify_ubus_server(STATISTICS, METHOD_GET, param, get_out_flow_statistics, flow, 3 * 1000)"
+//   "notify_ubus_server(STATISTICS, METHOD_GET, param, get_mem_usage, usage, 3 * 1000)"
+//   "notify_ubus_server(STATISTICS, METHOD_GET, param, get_cpu_usage, usage, 3 * 1000)"
+//   "notify_ubus_server(STATISTICS, METHOD_GET, param, get_cpu_cur_usage, usage, 3 * 1000)"
+// before " fail".
 int request_statistic(const char* function, tq::Statistic statistic, uint32_t index,
                       uint32_t* number) {
     if (!number) return tq::reject(function);

@@ -97,6 +97,17 @@ int call_by_command(const char* function, const Object& object, const Method& me
     return 0;
 }
 
+// In the log, before " fail":
+//   "send_ubus_msg(FM_AC_ALARM, METHOD_CONNECT, param)"
+//   "send_ubus_msg(FM_AC_ALARM, METHOD_DISCONNECT, param)"
+//   "send_ubus_msg(FM_NTP_ALARM, METHOD_CONNECT, param)"
+//   "send_ubus_msg(FM_NTP_ALARM, METHOD_DISCONNECT, param)"
+//   "send_ubus_msg(FM_RELOAD_WIFI, METHOD_RELOAD, NULL)"
+//   "send_ubus_msg(FM_WIFI_DOWN_UBUS, METHOD_SET, param)"
+//   "send_ubus_msg(FM_ACTION, METHOD_SET, param)"
+//   "send_ubus_msg(FM_URL, METHOD_SET, param)"
+//   "send_ubus_msg(FM_THRESHOLD, METHOD_SET, param)"
+//   "send_ubus_msg(FM_SUPPRESS, METHOD_SET, param)"
 int call(const char* function, const Object& object, const Method& method,
          const notify_param* params) {
     if (object.way == Way::kCommand ||

@@ -176,7 +176,8 @@ int Pass::wait_in_select() {
 }
 
 int Pass::wait_in_pselect(const sigset_t* mask) {
-    const timespec limit = {.tv_sec = limit_.tv_sec, .tv_nsec = limit_.tv_usec * 1000};
+    const long nanoseconds = static_cast<long>(limit_.tv_usec) * 1000;
+    const timespec limit = {.tv_sec = limit_.tv_sec, .tv_nsec = nanoseconds};
     return pselect(count_, &readable_, nullptr, nullptr, limited_ ? &limit : nullptr, mask);
 }
 

@@ -63,6 +63,7 @@ int add_text(const char* key, const char* title, const char* text) {
 
 // Turns an alias from one image's part to the other's; false where that is missing. One that is
 // added counts as a change even where there was no room for it.
+// Prints "Primary image doesn't exist" and its like where that is so.
 bool turn(const char* alias, const char* primary, const char* backup, const char* part,
           bool& changed) {
     const char* current = "";

@@ -139,6 +139,11 @@ int check_mark(const Image& image) {
     return TQ_FAIL_AS(site, "get_key_vlaue fail\n");
 }
 
+// In the log:
+//   "tq_get_pri_image_partition fail\n", "check_primary_image fail\n",
+//   "tq_get_bk_image_partition fail\n", "check_backup_image fail\n",
+//   "get AP_TYPE_PAT_BK_UBOOT_IMAGE fail\n", "check_backup_uboot fail\n",
+//   "get_version_info fail\n"
 int fail(const Image& image, int line, const char* step) {
     const LogSite site = {image.info, line};
     return TQ_FAIL_AS(site, "%s fail\n", step);

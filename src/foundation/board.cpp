@@ -65,6 +65,10 @@ constexpr RadioText kPrefix = {AP_TYPE_RADIO_PREFIX_IFNAME, true, "bbi_radio_pre
                                "prefix ifname"};
 constexpr RadioText kProcDir = {AP_TYPE_RADIO_PROC_DIR, false, "bbi_radio_proc_dir", "proc dir"};
 
+// In the log:
+//   "get radio %d device fail\n", "get radio %d prefix ifname fail\n",
+//   "get radio %d proc dir fail\n",
+//   "radio %d device '%s'\n", "radio %d prefix ifname '%s'\n", "radio %d proc dir '%s'\n"
 int read_radio_text(const RadioText& text, int radio, char* out, unsigned len) {
     *out = '\0';
     Answer answer;
@@ -95,6 +99,10 @@ constexpr PortText kLanName = {AP_TYPE_LAN_IF_NAME, "get_lan_if_name", "NAME, in
 constexpr PortText kLanLabel = {AP_TYPE_LAN_IF_LABEL, "get_lan_if_label", "LABEL, index, name"};
 constexpr PortText kLanPort = {AP_TYPE_LAN_IF_PORT, "get_lan_if_port", "PORT, index, port"};
 
+// In the log, before " fail":
+//   "tq_get_oem_ap_type_wan_info(AP_TYPE_WAN_IF_NAME, ifname)"
+//   "tq_get_oem_ap_type_wan_info(AP_TYPE_WAN_IF_LABEL, name)"
+//   "tq_get_oem_ap_type_wan_info(AP_TYPE_WAN_IF_PORT, port)"
 int read_wan(const PortText& text, char* out) {
     if (!out) return tq::reject(text.function);
     *out = '\0';
@@ -103,6 +111,9 @@ int read_wan(const PortText& text, char* out) {
                       text.arguments);
 }
 
+//   "tq_get_oem_ap_type_lan_index_info(AP_TYPE_LAN_IF_NAME, index, ifname)"
+//   "tq_get_oem_ap_type_lan_index_info(AP_TYPE_LAN_IF_LABEL, index, name)"
+//   "tq_get_oem_ap_type_lan_index_info(AP_TYPE_LAN_IF_PORT, index, port)"
 int read_lan(const PortText& text, int index, char* out) {
     if (!out) return tq::reject(text.function);
     *out = '\0';
@@ -120,7 +131,8 @@ int number_across_radios(int radio, int vap) {
     return add(static_cast<int>(static_cast<unsigned>(radio) * kVapsPerRadio), vap);
 }
 
-// The BSS that many behind the supported ones.
+// The BSS that many behind the supported ones. In the log:
+//   "radio %d hide bss is %d\n", "radio %d reserved bss is %d\n"
 int find_extra_bss(const char* function, int radio, int behind, int* id) {
     if (!id) return tq::reject(function);
     *id = add(bbi_radio_bss_support_ret(radio), behind);

@@ -40,20 +40,14 @@ bool read_first_line(int fd, char* out, size_t size) {
     return used > 0 || size == 1;
 }
 
-// The first line that starts with the key, or null.
-const char* find_key_line(LineReader& lines, const char* key) {
-    const size_t key_length = strlen(key);
+// What follows the key in the first line that starts with it, or null. The key is compared, never
+// used as a scan format: it is data.
+const char* find_key(LineReader& lines, const char* key) {
+    const size_t length = strlen(key);
     while (const char* line = lines.next()) {
-        if (strncmp(line, key, key_length) == 0) return line;
+        if (strncmp(line, key, length) == 0) return line + length;
     }
     return nullptr;
-}
-
-// The integer of "key=integer". The key is compared, never used as a scan format: it is data.
-std::optional<int> key_value(const char* line, const char* key) {
-    const char* rest = line + strlen(key);
-    if (*rest != '=') return std::nullopt;
-    return tq::leading_int(rest + 1);
 }
 
 int next_byte(FILE* fp) {
@@ -74,7 +68,7 @@ int my_system(const char* command) {
 }
 
 int run_cmd(const char* command, char* out, int out_size) {
-    if (!command || !out || out_size <= 0) return TQ_FAIL("invalid parameters\n");
+    if (!command || !out || out_size <= 0) return tq::reject(__func__);
     *out = '\0';
     const Pipe pipe(command);
     if (!pipe) return TQ_FAIL("popen fail, cmd = %s\n\n", command);
@@ -85,20 +79,20 @@ int run_cmd(const char* command, char* out, int out_size) {
 }
 
 int get_key_vlaue(const char* command, const char* key, int* value) {
-    if (!command || !key || !value) return TQ_FAIL("invalid parameters\n");
+    if (!command || !key || !value) return tq::reject(__func__);
     const Pipe pipe(command);
     if (!pipe) return TQ_FAIL("popen fail, cmd = %s\n\n", command);
     LineReader lines(pipe.fd());
-    const char* line = find_key_line(lines, key);
-    if (!line) return TQ_FAIL("not find %s\n", key);
-    const std::optional<int> number = key_value(line, key);
+    const char* rest = find_key(lines, key);
+    if (!rest) return TQ_FAIL("not find %s\n", key);
+    const std::optional<int> number = *rest == '=' ? tq::leading_int(rest + 1) : std::nullopt;
     if (!number) return TQ_FAIL("sscanf fail\n");
     *value = *number;
     return 0;
 }
 
 int read_line(const char* path, const char* needle, char* out, int out_size) {
-    if (!path || !needle || !out || out_size < 1) return TQ_FAIL("invalid parameters\n");
+    if (!path || !needle || !out || out_size < 1) return tq::reject(__func__);
     *out = '\0';
     const UniqueFd file(open(path, O_RDONLY | O_CLOEXEC));
     if (!file) return TQ_FAIL("fopen %s fail\n", path);
@@ -139,7 +133,8 @@ char* tq_hal_get_file_line(FILE* fp) {
         if (!tq_hal_file_gets(buffer.get(), kFileLineSize, fp)) return nullptr;
     } while (is_blank_or_comment(buffer.get()));
     const size_t length = strlen(buffer.get());
-    return length == 0 ? strdup("") : strndup(buffer.get(), length - 1);
+    if (length > 0) buffer.get()[length - 1] = '\0';
+    return strdup(buffer.get());
 }
 
 int nucleus_fgets(char* buf, int size, FILE* fp, const char* needle) {

@@ -1,5 +1,7 @@
 #include "foundation/file.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -14,16 +16,29 @@ ssize_t read_some(int fd, void* buffer, size_t size) {
     return got;
 }
 
-bool read_first_line(int fd, std::span<char> line) {
-    const ssize_t got = read_some(fd, line.data(), line.size() - 1);
-    line[got > 0 ? static_cast<size_t>(got) : 0] = '\0';
-    if (char* feed = strchr(line.data(), '\n')) feed[1] = '\0';
+int write_file(const char* path, const char* text) {
+    const UniqueFd file(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    if (!file) return -1;
+    const size_t length = strlen(text);
+    return write(file.get(), text, length) == static_cast<ssize_t>(length) ? 0 : 1;
+}
+
+bool read_text(int fd, std::span<char> text) {
+    const ssize_t got = read_some(fd, text.data(), text.size() - 1);
+    text[got > 0 ? static_cast<size_t>(got) : 0] = '\0';
     return got > 0;
 }
 
+bool read_first_line(int fd, std::span<char> line) {
+    const bool got = read_text(fd, line);
+    if (char* feed = strchr(line.data(), '\n')) feed[1] = '\0';
+    return got;
+}
+
 // Moves what is left, less than a piece, to the front and reads behind it; false at the end of the
-// input.
+// input, which a failure is.
 bool LineReader::refill() {
+    if (failed_) return false;
     memmove(buffer_, &buffer_[begin_], end_ - begin_);
     end_ -= begin_;
     begin_ = 0;

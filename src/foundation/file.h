@@ -86,8 +86,15 @@ class HeapText {
 // Like read(2), but not interrupted by signals.
 ssize_t read_some(int fd, void* buffer, size_t size);
 
-// The first line of a small file, with its line feed, as much of it as fits and as one read gives.
-// False, with an empty line, where there is nothing to read.
+// Writes a text file anew. 0; 1 where it is not written whole; -1 where it cannot be opened, with
+// errno.
+int write_file(const char* path, const char* text);
+
+// A small text file, as much of it as fits and as one read gives; false, with an empty text, where
+// there is nothing to read.
+bool read_text(int fd, std::span<char> text);
+
+// The same for its first line, with its line feed.
 bool read_first_line(int fd, std::span<char> line);
 
 // Hands out the lines of a descriptor as fgets into 1024 bytes does: with their line feed, a longer

@@ -1,5 +1,7 @@
 #include "foundation/number_reader.h"
 
+#include <utility>
+
 namespace tq {
 
 namespace {
@@ -21,16 +23,19 @@ int hex_digit(char c) {
 
 bool NumberReader::read(Written& written) {
     skip_blanks();
-    written = {*next_ == '-', true, 0};
-    if (*next_ == '-' || *next_ == '+') next_++;
-    if (!is_digit(*next_)) return false;
-    for (; is_digit(*next_); next_++) {
-        const auto digit = static_cast<uint64_t>(*next_ - '0');
-        written.fits = written.fits &&
-                       !__builtin_mul_overflow(written.magnitude, 10U, &written.magnitude) &&
-                       !__builtin_add_overflow(written.magnitude, digit, &written.magnitude);
+    const bool negative = *next_ == '-';
+    if (negative || *next_ == '+') next_++;
+    const char* digit = next_;
+    uint64_t magnitude = 0;
+    bool fits = true;
+    for (; is_digit(*digit); digit++) {
+        const auto ones = static_cast<unsigned>(*digit - '0');
+        if (magnitude > UINT64_MAX / 10) fits = false;
+        magnitude = magnitude * 10 + ones;
+        if (magnitude < ones) fits = false;
     }
-    return true;
+    written = {negative, fits, magnitude};
+    return digit != std::exchange(next_, digit);
 }
 
 bool NumberReader::number(uint64_t& value, uint64_t most) {
@@ -56,17 +61,28 @@ bool NumberReader::number(uint64_t& value) {
     return number(value, UINT64_MAX);
 }
 
+bool NumberReader::number(int32_t& value) {
+    Written written;
+    if (!read(written) || !written.fits || written.magnitude > UINT32_MAX) return false;
+    const auto magnitude = static_cast<uint32_t>(written.magnitude);
+    value = static_cast<int32_t>(written.negative ? 0 - magnitude : magnitude);
+    return true;
+}
+
 // The sign and a leading 0x count for the width.
 bool NumberReader::hex(uint32_t& value) {
     skip_blanks();
     const char* const end_of_field = next_ + kHexWidth;
     const bool negative = *next_ == '-';
-    if (*next_ == '-' || *next_ == '+') next_++;
-    if (hex_digit(*next_) < 0) return false;
-    if (*next_ == '0' && (next_[1] | 0x20) == 'x') next_ += 2;
+    if (negative || *next_ == '+') next_++;
+    int digit = hex_digit(*next_);
+    if (digit < 0) return false;
+    if (digit == 0 && (next_[1] | 0x20) == 'x') next_ += 2;
     value = 0;
-    for (; next_ < end_of_field && hex_digit(*next_) >= 0; next_++)
-        value = value << 4 | static_cast<uint32_t>(hex_digit(*next_));
+    while (next_ < end_of_field && (digit = hex_digit(*next_)) >= 0) {
+        value = value << 4 | static_cast<uint32_t>(digit);
+        next_++;
+    }
     if (negative) value = 0 - value;
     return true;
 }

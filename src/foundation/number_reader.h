@@ -18,6 +18,9 @@ class NumberReader {
     // As "%llu".
     bool number(uint64_t& value);
 
+    // As "%d", up to what an unsigned number of 32 bits holds; beyond that it is none.
+    bool number(int32_t& value);
+
     // As "%08x".
     bool hex(uint32_t& value);
 

@@ -7,22 +7,18 @@
 
 namespace tq {
 
-TextWriter::TextWriter(std::span<char> buffer) : buffer_(buffer) {
-    buffer_[0] = '\0';
-}
-
 void TextWriter::append(const char* format, ...) {
-    const size_t room = buffer_.size() - used_;
     va_list args;
     va_start(args, format);
-    const int wanted = vsnprintf(&buffer_[used_], room, format, args);
+    const int wanted = vsnprintf(end_, room_, format, args);
     va_end(args);
-    if (wanted >= 0 && static_cast<size_t>(wanted) < room) {
-        used_ += static_cast<size_t>(wanted);
+    const auto length = static_cast<size_t>(wanted);
+    if (wanted < 0 || length >= room_) {
+        room_ = 0;
         return;
     }
-    cut_ = true;
-    used_ += strlen(&buffer_[used_]);
+    end_ += length;
+    room_ -= length;
 }
 
 void copy_text(char* out, size_t size, const char* source) {

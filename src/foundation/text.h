@@ -12,16 +12,17 @@ namespace tq {
 // writer remembers that.
 class TextWriter {
   public:
-    explicit TextWriter(std::span<char> buffer);
+    explicit TextWriter(std::span<char> buffer) : end_(buffer.data()), room_(buffer.size()) {
+        *end_ = '\0';
+    }
 
     __attribute__((format(printf, 2, 3))) void append(const char* format, ...);
 
-    [[nodiscard]] bool cut() const { return cut_; }
+    [[nodiscard]] bool cut() const { return room_ == 0; }
 
   private:
-    std::span<char> buffer_;
-    size_t used_ = 0;
-    bool cut_ = false;
+    char* end_;
+    size_t room_;  // 0 once something was cut
 };
 
 // Text of fewer than N bytes, on the stack.

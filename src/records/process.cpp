@@ -4,12 +4,14 @@
 #include <fcntl.h>
 #include <signal.h>
 
-#include <charconv>
+#include <cerrno>
+#include <climits>
 #include <cstring>
 #include <string_view>
 
 #include "foundation/file.h"
 #include "foundation/log.h"
+#include "foundation/number_reader.h"
 #include "foundation/text.h"
 #include "records/process_table.h"
 
@@ -24,7 +26,7 @@ constexpr uint32_t kUnknownProcess = 0;
 constexpr uint32_t kKernelLog = 1;
 constexpr int kReloadSignal = 49;
 
-constexpr std::string_view kBlanks = " \t\n\v\f\r";
+constexpr char kBlanks[] = " \t\n\v\f\r";
 
 // The processes that /proc lists.
 class ProcessList {
@@ -38,14 +40,15 @@ class ProcessList {
 
     explicit operator bool() const { return directory_ != nullptr; }
 
-    // The next process id; 0 at the end.
+    // The next process id; 0 at the end, which errno tells from a failure.
     int next() {
-        while (const dirent* entry = readdir(directory_)) {
+        while (const dirent* entry = read_entry()) {
             name_ = entry->d_name;
-            const char* end = name_ + strlen(name_);
-            int pid = 0;
-            const auto [rest, error] = std::from_chars(name_, end, pid);
-            if (rest == end && error == std::errc() && pid > 0) return pid;
+            tq::NumberReader reader(name_);
+            uint32_t pid = 0;
+            if (reader.number_up_to(INT_MAX, pid) && pid > 0 && reader.literal('\0')) {
+                return static_cast<int>(pid);
+            }
         }
         return 0;
     }
@@ -54,14 +57,19 @@ class ProcessList {
     [[nodiscard]] const char* entry_name() const { return name_; }
 
   private:
+    const dirent* read_entry() {
+        errno = 0;
+        return readdir(directory_);
+    }
+
     DIR* directory_;
     const char* name_ = nullptr;
 };
 
-UniqueFd open_status(int pid) {
+int open_entry(int pid, const char* file) {
     Text<32> path;
-    path.append("/proc/%d/status", pid);
-    return UniqueFd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    path.append("/proc/%d/%s", pid, file);
+    return open(path.c_str(), O_RDONLY | O_CLOEXEC);
 }
 
 // The name in the next line, as fscanf("Name: %1023s") reads it; empty where there is none. Valid
@@ -71,12 +79,12 @@ std::string_view scan_name(LineReader& lines) {
     const char* line = lines.next();
     if (!line || strncmp(line, kKey.data(), kKey.size()) != 0) return {};
     line += kKey.size();
-    line += strspn(line, kBlanks.data());
-    return {line, strcspn(line, kBlanks.data())};
+    line += strspn(line, kBlanks);
+    return {line, strcspn(line, kBlanks)};
 }
 
 bool is_named(int pid, std::string_view name) {
-    const UniqueFd status = open_status(pid);
+    const UniqueFd status(open_entry(pid, "status"));
     if (!status) return false;
     LineReader lines(status.get());
     return scan_name(lines) == name;
@@ -84,40 +92,29 @@ bool is_named(int pid, std::string_view name) {
 
 // False where the process surely has another name. The kernel makes "comm", the bare name, in less
 // than half the time of "status", which shows the same name with its line feeds escaped.
-bool may_be_named(int pid, std::string_view name) {
-    Text<32> path;
-    path.append("/proc/%d/comm", pid);
-    const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+bool may_be_named(int pid, const char* name) {
+    const UniqueFd file(open_entry(pid, "comm"));
     if (!file) return true;
     char comm[128];
-    const ssize_t got = tq::read_some(file.get(), comm, sizeof(comm));
-    return got > 0 &&
-           std::string_view(comm, static_cast<size_t>(got)).find(name) != std::string_view::npos;
-}
-
-const syslog_process* find_row(uint32_t id) {
-    for (const syslog_process& row : tq::process_table()) {
-        if (row.id == id) return &row;
-    }
-    return nullptr;
+    return tq::read_text(file.get(), comm) && strstr(comm, name);
 }
 
 // Null for what does not name one process.
 const char* name_to_look_for(uint32_t id) {
     if (id == kUnknownProcess || id == tq::kAllProcesses) return nullptr;
     if (id == kKernelLog) return "klogd";
-    const syslog_process* row = find_row(id);
+    const syslog_process* row = tq::find_process(tq::process_table(), id);
     return row ? row->name : nullptr;
 }
 
 // True where "|name|" or "*name|" is in the list.
-bool is_listed(std::string_view list, std::string_view name) {
-    for (size_t at = list.find(name, 1); at != std::string_view::npos;
-         at = list.find(name, at + 1)) {
-        const char before = list[at - 1];
-        const size_t after = at + name.size();
-        if ((before == '|' || before == '*') && after < list.size() && list[after] == '|')
+bool is_listed(const char* list, std::string_view name) {
+    for (; *list; list++) {
+        const bool starts = *list == '|' || *list == '*';
+        if (starts && strncmp(list + 1, name.data(), name.size()) == 0 &&
+            list[1 + name.size()] == '|') {
             return true;
+        }
     }
     return false;
 }
@@ -132,13 +129,10 @@ const char* find_caught_signals(LineReader& lines) {
 
 // The mask is in hexadecimal, its last digit for the signals 1 to 4, and a line feed ends the line:
 // the fourteenth character from the end is for 49 to 52, however many signals the kernel has.
-bool catches_reload_signal(std::string_view caught) {
+bool catches_reload_signal(const char* caught) {
     constexpr size_t kFromEnd = 14;
-    if (caught.size() < kFromEnd) return false;
-    const char* digit = caught.data() + caught.size() - kFromEnd;
-    unsigned value = 0;
-    const auto [rest, error] = std::from_chars(digit, digit + 1, value, 16);
-    return error == std::errc() && (value & 1U) != 0;
+    const size_t length = strlen(caught);
+    return length >= kFromEnd && strchr("13579bdfBDF", caught[length - kFromEnd]);
 }
 
 }  // namespace
@@ -154,15 +148,16 @@ int get_process_id(const char* name) {
         TQ_LOG_AT(91, LOG_ERR, "process name is NULL\n\n");
         return -1;
     }
-    for (const syslog_process& row : tq::process_table()) {
-        if (row.name && strcmp(row.name, name) == 0) return static_cast<int>(row.id);
+    const syslog_process* row = tq::process_table();
+    for (size_t i = 0; i < tq::kProcessCount; i++, row++) {
+        if (row->name && strcmp(row->name, name) == 0) return static_cast<int>(row->id);
     }
     TQ_LOG_AT(103, LOG_ERR, "process %s not found\n\n", name);
     return -1;
 }
 
 const char* get_process_name(int id) {
-    const syslog_process* row = find_row(static_cast<uint32_t>(id));
+    const syslog_process* row = tq::find_process(tq::process_table(), static_cast<uint32_t>(id));
     if (row) return row->name;
     TQ_LOG_AT(120, LOG_ERR, "process id %d not found\n\n", id);
     return nullptr;
@@ -176,15 +171,15 @@ int apps_is_running(uint32_t id) {
     while (const int pid = processes.next()) {
         if (may_be_named(pid, name) && is_named(pid, name)) return 1;
     }
-    return 0;
+    return errno == 0 ? 0 : -1;
 }
 
 int check_if_proc_running(const char* name) {
     Text<1024> command;
-    command.append("ps|grep %s|grep -v grep|grep -v clish|grep -v kill", tq::printable(name));
+    if (name) command.append("ps|grep %s|grep -v grep|grep -v clish|grep -v kill", name);
     // A command that was cut would be another one.
     if (!name || command.cut()) {
-        TQ_LOG(LOG_ERR, "invalid parameters\n");
+        tq::reject(__func__);
         return 0;
     }
     const Pipe pipe(command.c_str());
@@ -192,8 +187,8 @@ int check_if_proc_running(const char* name) {
         TQ_LOG_AT(561, LOG_ERR, "Execute %s error.\n", command.c_str());
         return 0;
     }
-    LineReader lines(pipe.fd());
-    if (!lines.next()) return 0;
+    char any = '\0';
+    if (tq::read_some(pipe.fd(), &any, sizeof(any)) <= 0) return 0;
     TQ_LOG_AT(565, LOG_ERR, "process '%s' is running\n", name);
     return 1;
 }
@@ -202,7 +197,7 @@ int tq::notice_apps(const char* list) {
     ProcessList processes;
     if (!processes) return 0;
     while (const int pid = processes.next()) {
-        const UniqueFd status = open_status(pid);
+        const UniqueFd status(open_entry(pid, "status"));
         if (!status) continue;
         LineReader lines(status.get());
         const std::string_view name = scan_name(lines);

@@ -4,19 +4,19 @@
 #include <syslog.h>
 
 #include <algorithm>
+#include <array>
 #include <string_view>
 
 namespace {
 
 using tq::kProcessCount;
 
-// What the library knows of a process by itself; text in place, so that the rows need no
-// relocation.
+// What the library knows of a process by itself.
 struct KnownProcess {
     uint8_t id;
     uint8_t facility;
-    char name[15];
-    char tag[10];
+    std::string_view name;
+    std::string_view tag;
 };
 
 constexpr KnownProcess kProcesses[] = {
@@ -83,9 +83,7 @@ consteval bool in_order_and_unique() {
         for (size_t j = i + 1; j < std::size(kProcesses); j++) {
             const KnownProcess& one = kProcesses[i];
             const KnownProcess& other = kProcesses[j];
-            if (one.id >= other.id || std::string_view(one.name) == other.name ||
-                std::string_view(one.tag) == other.tag)
-                return false;
+            if (one.id >= other.id || one.name == other.name || one.tag == other.tag) return false;
         }
     }
     return true;
@@ -99,7 +97,7 @@ consteval bool has_id(uint32_t id) {
 consteval size_t list_length(auto text) {
     size_t length = 0;
     for (const KnownProcess& known : kProcesses)
-        length += std::string_view(text(known)).size() + 1;
+        length += text(known).size() + 1;
     return length;
 }
 
@@ -109,26 +107,65 @@ constexpr std::string_view kLongestRemainder =
 static_assert(std::size(kProcesses) == kProcessCount);
 static_assert(in_order_and_unique());
 static_assert(!has_id(tq::kAllProcesses));
-static_assert(list_length([](auto& known) { return known.name; }) + 1 < tq::kNameListSize);
-static_assert(list_length([](auto& known) { return known.tag; }) + kLongestRemainder.size() <
-              tq::kConfigLineSize);
+
+constexpr size_t kNamesLength = list_length([](auto& known) { return known.name; });
+constexpr size_t kTagsLength = list_length([](auto& known) { return known.tag; });
+static_assert(kNamesLength + 1 < tq::kNameListSize);
+static_assert(kTagsLength + kLongestRemainder.size() < tq::kConfigLineSize);
+
+// The rows as they are stored, one behind the other without padding or relocation: id, facility,
+// name and tag, both terminated.
+using Stored = std::array<char, 2 * kProcessCount + kNamesLength + kTagsLength>;
+
+consteval Stored store() {
+    Stored stored{};
+    char* end = stored.data();
+    for (const KnownProcess& known : kProcesses) {
+        *end++ = static_cast<char>(known.id);
+        *end++ = static_cast<char>(known.facility);
+        end = std::ranges::copy(known.name, end).out + 1;
+        end = std::ranges::copy(known.tag, end).out + 1;
+    }
+    return stored;
+}
+
+constexpr Stored kStored = store();
 
 constinit syslog_process table[kProcessCount] = {};
 constinit pthread_once_t table_filled = PTHREAD_ONCE_INIT;
 
+const char* behind_text(const char* text) {
+    while (*text++ != '\0')
+        continue;
+    return text;
+}
+
 void fill_table() {
-    std::ranges::transform(kProcesses, table, [](const KnownProcess& known) {
-        return syslog_process{known.id, known.name, known.tag, LOG_ERR, {}, known.facility};
-    });
+    const char* stored = kStored.data();
+    for (syslog_process& row : table) {
+        row.id = static_cast<uint8_t>(*stored++);
+        row.facility = static_cast<uint8_t>(*stored++);
+        row.level = LOG_ERR;
+        row.name = stored;
+        row.tag = behind_text(row.name);
+        stored = behind_text(row.tag);
+    }
 }
 
 }  // namespace
 
 namespace tq {
 
-std::span<syslog_process, kProcessCount> process_table() {
+syslog_process* process_table() {
     pthread_once(&table_filled, fill_table);
     return table;
+}
+
+syslog_process* find_process(syslog_process* rows, uint32_t id) {
+    for (size_t i = 0; rows && i < kProcessCount; i++) {
+        if (rows[i].id == id) return &rows[i];
+    }
+    return nullptr;
 }
 
 }  // namespace tq

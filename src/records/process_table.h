@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <span>
 
 #include "tq/syslog_config.h"
 
@@ -18,8 +17,11 @@ inline constexpr size_t kNameListSize = 512;
 // A line of the log daemon's configuration, with room for every tag.
 inline constexpr size_t kConfigLineSize = 1024;
 
-// The one table of the process, in the order of the ids.
-std::span<syslog_process, kProcessCount> process_table();
+// The one table of the process: kProcessCount rows in the order of the ids.
+syslog_process* process_table();
+
+// Null where there is no table or no row of that id.
+syslog_process* find_process(syslog_process* rows, uint32_t id);
 
 // Sends signal 49 to the running processes that the list ("|", names each closed by "|") holds and
 // that catch it. Always 0.

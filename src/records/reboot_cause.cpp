@@ -65,7 +65,7 @@ constexpr uint32_t kBootSeconds = 10;
 constexpr uint8_t kStoredCauseOfReset = 4;
 
 // The driver's own request: whether the watchdog made the last reset.
-constexpr unsigned long kWatchdogMadeReset = 0x89ABCDF1;
+constexpr unsigned kWatchdogMadeReset = 0x89ABCDF1;
 
 // What rb_kernel_up_check says of its own place; field tools match on these lines.
 constexpr int kWatchdogLine = 395;
@@ -83,8 +83,17 @@ constexpr off_t offset_of_slot(int slot) {
                               sizeof(reboot_cause_record) * static_cast<size_t>(slot));
 }
 
+// Goes on where the storage took a part: half a header would count a record that is not there.
 bool write_at(int fd, const void* data, size_t size, off_t offset) {
-    return pwrite(fd, data, size, offset) == static_cast<ssize_t>(size);
+    const auto* bytes = static_cast<const char*>(data);
+    while (size > 0) {
+        const ssize_t written = pwrite(fd, bytes, size, offset);
+        if (written <= 0) return false;
+        bytes += written;
+        size -= static_cast<size_t>(written);
+        offset += written;
+    }
+    return true;
 }
 
 // The magic byte comes last, when everything behind it is in its place.
@@ -135,17 +144,19 @@ bool read_first_line(const char* path, std::span<char> line) {
     return file && tq::read_first_line(file.get(), line);
 }
 
-// The words of a command line end in zero bytes, so that its first line is the first word.
-int get_self_process_name(char (&name)[16]) {
+// The words of a command line end in zero bytes, so that its first line is the first word. What of
+// its last component fits, over zeros.
+void get_self_process_name(char (&name)[16]) {
     tq::Text<24> path;
     path.append("/proc/%d/cmdline", getpid());
     char line[24];
-    if (!read_first_line(path.c_str(), line)) return -1;
-    const char* slash = strrchr(line, '/');
-    const char* program = slash ? slash + 1 : line;
-    memset(name, 0, sizeof(name));
-    memcpy(name, program, strnlen(program, sizeof(name)));
-    return 0;
+    if (!read_first_line(path.c_str(), line)) return;
+    const char* program = line;
+    for (const char* c = line; *c; c++) {
+        if (*c == '/') program = c + 1;
+    }
+    for (size_t i = 0; i < sizeof(name) && program[i]; i++)
+        name[i] = program[i];
 }
 
 uint32_t seconds_now() {
@@ -234,15 +245,11 @@ bool is_recorded_already(const StoreFront& front) {
 }
 
 void record_reset() {
-    constexpr char kFile[] = "reboot_cause.c";
-    constexpr char kFunction[] = "rb_kernel_up_check";
-    if (watchdog_made_reset()) {
-        rb_generate_reboot_cause(&recorded_reset, REBOOT_CAUSE_WATCHDOG, kFile, kFunction,
-                                 kWatchdogLine, "Watch dog");
-    } else {
-        rb_generate_reboot_cause(&recorded_reset, REBOOT_CAUSE_POWER_DOWN, kFile, kFunction,
-                                 kPowerDownLine, "Power down");
-    }
+    const bool watchdog = watchdog_made_reset();
+    rb_generate_reboot_cause(
+        &recorded_reset, watchdog ? REBOOT_CAUSE_WATCHDOG : REBOOT_CAUSE_POWER_DOWN,
+        "reboot_cause.c", "rb_kernel_up_check", watchdog ? kWatchdogLine : kPowerDownLine, "%s",
+        watchdog ? "Watch dog" : "Power down");
     rb_write_reboot_cause_inner(&recorded_reset);
 }
 
@@ -338,9 +345,10 @@ int rb_read_panic_by_index(reboot_panic_buffer* buffer) {
     const auto* found = std::ranges::find(identifiers, buffer->identifier);
     if (found == std::end(identifiers)) return -1;
     const auto index = static_cast<size_t>(found - std::begin(identifiers));
-    memset(buffer->text, 0, sizeof(buffer->text));
-    (void)!pread(store.get(), buffer->text, sizeof(buffer->text),
-                 static_cast<off_t>(sizeof(front) + index * sizeof(buffer->text)));
+    const auto offset = static_cast<off_t>(sizeof(front) + index * sizeof(buffer->text));
+    const ssize_t got = pread(store.get(), buffer->text, sizeof(buffer->text), offset);
+    if (got < 0) return -1;
+    memset(buffer->text + got, 0, sizeof(buffer->text) - static_cast<size_t>(got));
     return 0;
 }
 

@@ -42,23 +42,6 @@ const char* reason_text(int code) {
     return kReasons[known ? code : kSystemReboot];
 }
 
-UniqueFd create(const char* path) {
-    return UniqueFd(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
-}
-
-bool write_whole(const UniqueFd& file, const char* text) {
-    const size_t length = strlen(text);
-    return write(file.get(), text, length) == static_cast<ssize_t>(length);
-}
-
-void append_local_time(Text<64>& text) {
-    const time_t now = time(nullptr);
-    tm local{};
-    localtime_r(&now, &local);
-    text.append("%d-%02d-%02d %02d:%02d:%02d\n", local.tm_year + 1900, local.tm_mon + 1,
-                local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
-}
-
 template <size_t N>
 uint32_t store(char (&out)[N], const char* text) {
     tq::copy_text(out, N, text);
@@ -70,27 +53,25 @@ uint32_t store(char (&out)[N], const char* text) {
 // Field tools match on the line numbers of these log lines.
 
 void tq_set_offline_reason(int reason) {
-    const UniqueFd file = create(kOfflineReason);
-    if (!file) {
-        TQ_LOG_AT(908, LOG_ERR, "fopen %s fail:%s\n", kOfflineReason, strerror(errno));
-        return;
-    }
+    const time_t now = time(nullptr);
+    tm local{};
+    localtime_r(&now, &local);
     Text<64> record;
-    record.append("%d\n", reason);
-    append_local_time(record);
-    (void)write_whole(file, record.c_str());
+    record.append("%d\n%d-%02d-%02d %02d:%02d:%02d\n", reason, local.tm_year + 1900,
+                  local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
+    if (tq::write_file(kOfflineReason, record.c_str()) < 0) {
+        TQ_LOG_AT(908, LOG_ERR, "fopen %s fail:%s\n", kOfflineReason, strerror(errno));
+    }
 }
 
 int tq_get_offline_reason(offline_reason_info* out) {
-    if (!out) return TQ_FAIL("invalid parameters\n");
+    if (!out) return tq::reject(__func__);
     const UniqueFile file(fopen(kOfflineReason, "re"));
     if (!file) {
-        TQ_LOG_AT(941, LOG_ERR, "fopen %s fail:%s\n", kOfflineReason, strerror(errno));
-        return -1;
+        return TQ_LOG_AT(941, LOG_ERR, "fopen %s fail:%s\n", kOfflineReason, strerror(errno));
     }
     const HeapText code(tq_hal_get_file_line(file.get()));
-    if (!code) return -1;
-    const HeapText time(tq_hal_get_file_line(file.get()));
+    const HeapText time(code ? tq_hal_get_file_line(file.get()) : nullptr);
     if (!time) return -1;
     out->time_length = store(out->time, time.get());
     out->reason_length =
@@ -99,12 +80,9 @@ int tq_get_offline_reason(offline_reason_info* out) {
 }
 
 int set_traffic_upload_status(const void* up) {
-    const UniqueFd file = create(kTrafficUpload);
-    if (!file) {
-        TQ_LOG_AT(581, LOG_ERR, "open %s fail\n", kTrafficUpload);
-        return -1;
+    if (tq::write_file(kTrafficUpload, up ? "up\n" : "down\n") < 0) {
+        return TQ_LOG_AT(581, LOG_ERR, "open %s fail\n", kTrafficUpload);
     }
-    (void)write_whole(file, up ? "up\n" : "down\n");
     TQ_LOG_AT(591, LOG_DEBUG, "%s\n", up ? "up" : "down");
     return 0;
 }
@@ -113,10 +91,7 @@ int get_traffic_upload_status() {
     const UniqueFd file(open(kTrafficUpload, O_RDONLY | O_CLOEXEC));
     if (!file) return 0;
     char line[32];
-    const ssize_t got = tq::read_some(file.get(), line, sizeof(line) - 1);
-    if (got <= 0) return 0;
-    line[got] = '\0';
-    if (char* feed = strchr(line, '\n')) feed[1] = '\0';
+    if (!tq::read_first_line(file.get(), line)) return 0;
     TQ_LOG_AT(611, LOG_DEBUG, "%s\n", line);
     return strstr(line, "down") ? 1 : 0;
 }
@@ -131,13 +106,12 @@ int get_capwap_status_file() {
 }
 
 int save_coredump_server(const char* server) {
-    if (!server) return TQ_FAIL("invalid parameters\n");
-    const UniqueFd file = create(kCoredumpServer);
-    return file && write_whole(file, server) ? 0 : -1;
+    if (!server) return tq::reject(__func__);
+    return tq::write_file(kCoredumpServer, server) == 0 ? 0 : -1;
 }
 
 int get_coredump_server(char* out) {
-    if (!out) return TQ_FAIL("invalid parameters\n");
+    if (!out) return tq::reject(__func__);
     const UniqueFd file(open(kCoredumpServer, O_RDONLY | O_CLOEXEC));
     return file && tq::read_some(file.get(), out, kCoredumpServerSize) > 0 ? 0 : -1;
 }
@@ -148,9 +122,9 @@ int delete_coredump_server() {
 
 int backup_all_log(const char* a, const char* b) {
     Text<64> command;
-    command.append("%s  %s  %s", kBackupScript, tq::printable(a), tq::printable(b));
+    if (a && b) command.append("%s  %s  %s", kBackupScript, a, b);
     if (!a || !b || command.cut()) {
-        TQ_LOG(LOG_ERR, "invalid parameters\n");
+        tq::reject(__func__);
         return 0;
     }
     if (access(kBackupScript, R_OK) == 0) (void)!system(command.c_str());

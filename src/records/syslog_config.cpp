@@ -7,17 +7,14 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <charconv>
-#include <cinttypes>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
-#include <optional>
-#include <span>
-#include <string_view>
+#include <memory>
 
 #include "foundation/file.h"
 #include "foundation/log.h"
+#include "foundation/number_reader.h"
 #include "foundation/text.h"
 #include "records/process_table.h"
 #include "tq/command.h"
@@ -42,7 +39,6 @@ static_assert(sizeof(void*) != 4 || sizeof(syslog_process) == 24);
 
 namespace {
 
-using tq::LogSite;
 using tq::Text;
 using tq::UniqueFd;
 using tq::UniqueFile;
@@ -50,36 +46,23 @@ using tq::UniqueFile;
 constexpr char kConfigFile[] = "/etc/syslogd.conf";
 constexpr char kReportFile[] = "/tmp/syslogserver";
 
-// One level file a process: "/tmp/.loglvl.%s" with its tag.
-constexpr std::string_view kLevelFile = "/tmp/.loglvl.";
-
 constexpr int kReloadSignal = 49;
 constexpr uint32_t kMinFileSize = 10;
 constexpr uint32_t kMaxFileSize = 10240;
 
+// The facility of LOG_LOCAL5.
+constexpr char kLocal5[] = "local5";
+
 using ConfigLine = Text<tq::kConfigLineSize>;
 
-std::span<syslog_process> rows() {
-    return {syslog_cfg, syslog_cfg ? tq::kProcessCount : 0};
-}
+// The rows of the table in use.
+struct Rows {
+    static syslog_process* begin() { return syslog_cfg; }
+    static syslog_process* end() { return syslog_cfg ? syslog_cfg + tq::kProcessCount : nullptr; }
+};
 
 bool is_meant(const syslog_process& row, uint32_t id) {
     return id == tq::kAllProcesses || row.id == id;
-}
-
-const syslog_process* find_row(uint32_t id) {
-    for (const syslog_process& row : rows()) {
-        if (row.id == id) return &row;
-    }
-    return nullptr;
-}
-
-UniqueFd create(const char* path) {
-    return UniqueFd(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
-}
-
-bool write_whole(const UniqueFd& file, std::string_view text) {
-    return write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
 // Levels on their way to their processes: each in its file, then one notice to all.
@@ -91,11 +74,9 @@ class LevelPush {
     bool add(const syslog_process& row, int level) {
         Text<128> path;
         path.append("/tmp/.loglvl.%s", tq::printable(row.tag));
-        const UniqueFd file = create(path.c_str());
-        if (!file) return false;
         Text<256> line;
         line.append("%s %d\n", tq::printable(row.name), level);
-        if (!write_whole(file, line.c_str())) return false;
+        if (tq::write_file(path.c_str(), line.c_str()) != 0) return false;
         names_.append("%s|", tq::printable(row.name));
         return true;
     }
@@ -107,59 +88,78 @@ class LevelPush {
     Text<tq::kNameListSize> names_;
 };
 
-template <typename LevelOf>
-int push_where_trace_level_differs(LevelOf level_of) {
+// The trace's level, or else its own, to each process where they differ.
+int push_levels(bool trace) {
     LevelPush push;
-    for (const syslog_process& row : rows()) {
-        if (static_cast<int32_t>(row.level) != wcd_trace.level) push.add(row, level_of(row));
+    for (const syslog_process& row : Rows()) {
+        const auto level = static_cast<int32_t>(row.level);
+        if (level != wcd_trace.level) push.add(row, trace ? wcd_trace.level : level);
     }
     return push.notify();
 }
 
-const char* facility_name_of(int value) {
+const char* facility_name_of(uint32_t value) {
     const syslog_facility* entry = facilitynames;
-    while (entry->name && entry->value != value)
+    while (entry->name && entry->value != static_cast<int>(value))
         entry++;
     return entry->name;
 }
 
-// Rows of the table that are in a block already.
-class Marks {
-  public:
-    void set(const syslog_process& row) { bits_ |= bit(row); }
-    [[nodiscard]] bool has(const syslog_process& row) const { return (bits_ & bit(row)) != 0; }
+// Where a block of the configuration sends its processes' lines: there is one for each facility,
+// one for each pair of server and facility, and one for all.
+enum class Target { kFile, kServer, kTrace };
 
-  private:
-    static_assert(tq::kProcessCount <= 64);
-    static uint64_t bit(const syslog_process& row) { return 1ULL << (&row - syslog_cfg); }
+uint32_t server_of(const syslog_process& row) {
+    // Where it stands in the row, it can be read as one word.
+    static_assert(offsetof(syslog_process, server) % alignof(uint32_t) == 0);
+    uint32_t server = 0;
+    memcpy(&server, std::assume_aligned<alignof(uint32_t)>(row.server), sizeof(server));
+    return server;
+}
 
-    uint64_t bits_ = 0;
-};
+bool may_lead(const syslog_process& row, Target target) {
+    return target == Target::kFile ? row.level != SYSLOG_NO_LOCAL_LOG : server_of(row) != 0;
+}
 
-// Starts a block with the tags of the leader and of each later row of its group, marking them.
-template <typename InGroup>
-void append_group(ConfigLine& line, const syslog_process& leader, Marks& marks, InGroup in_group) {
+bool is_in_group(const syslog_process& row, const syslog_process& leader, Target target) {
+    if (target == Target::kTrace) return true;
+    if (target == Target::kServer && server_of(row) != server_of(leader)) return false;
+    return row.facility == leader.facility;
+}
+
+// The first of its group that may lead one.
+bool leads_block(const syslog_process& leader, Target target) {
+    const syslog_process* row = syslog_cfg;
+    while (!may_lead(*row, target) || !is_in_group(*row, leader, target)) {
+        if (row++ == &leader) return false;
+    }
+    return row == &leader;
+}
+
+// Starts a block with the tags of the leader and of each later row of its group.
+void append_group(ConfigLine& line, const syslog_process* leader, Target target) {
     line.append("!|");
-    for (const syslog_process& row : rows().subspan(static_cast<size_t>(&leader - syslog_cfg))) {
-        if (!in_group(row)) continue;
-        line.append("%s|", tq::printable(row.tag));
-        marks.set(row);
+    for (const syslog_process* row = leader; row != Rows::end(); row++) {
+        if (is_in_group(*row, *leader, target)) line.append("%s|", tq::printable(row->tag));
     }
 }
 
-// A block for each facility. Returns the length of the last row's own block, 0 where it leads none.
-size_t write_local_blocks(FILE* file) {
-    Marks marks;
+// A block for each group. Returns the length of the last row's own block, 0 where it leads none.
+size_t write_blocks(FILE* file, Target target) {
     size_t length = 0;
-    for (const syslog_process& leader : rows()) {
+    for (const syslog_process& leader : Rows()) {
         length = 0;
-        if (leader.level == SYSLOG_NO_LOCAL_LOG || marks.has(leader)) continue;
+        if (!leads_block(leader, target)) continue;
         ConfigLine line;
-        append_group(line, leader, marks,
-                     [&](const auto& row) { return row.facility == leader.facility; });
-        line.append("\n%s.*\t\t%%/var/log/system.log %d 666\n\n",
-                    tq::printable(facility_name_of(static_cast<int>(leader.facility))),
-                    static_cast<int>(syslog_file_size * 1024));
+        append_group(line, &leader, target);
+        if (target == Target::kFile) {
+            line.append("\n%s.*\t\t%%/var/log/system.log %d 666\n\n",
+                        tq::printable(facility_name_of(leader.facility)),
+                        static_cast<int>(syslog_file_size * 1024));
+        } else {
+            line.append("\n%s.*\t\t@%d.%d.%d.%d\n\n", kLocal5, leader.server[0], leader.server[1],
+                        leader.server[2], leader.server[3]);
+        }
         fputs(line.c_str(), file);
         length = strlen(line.c_str());
     }
@@ -169,130 +169,77 @@ size_t write_local_blocks(FILE* file) {
 // The block stands behind `position` bytes of a cleared line, so that behind a block of the last
 // row's own nothing of it is written: setups in the field give that row a facility of its own in
 // order to keep the trace out of the file.
-void write_trace_block(FILE* file, size_t position, LogSite site) {
+void write_trace_block(const char* caller, FILE* file, size_t position) {
     uint32_t address = 0;
     if (!wcd_trace.enable || !wcd_trace.host_name) return;
     if (get_ip_by_hostname(wcd_trace.host_name, &address) != 0) return;
     char dotted[INET_ADDRSTRLEN];
     inet_ntop(AF_INET, &address, dotted, sizeof(dotted));
     ConfigLine line;
-    line.append("!|");
-    for (const syslog_process& row : rows())
-        line.append("%s|", tq::printable(row.tag));
-    line.append("\n%s.*\t\t&%s %d %llu\n\n", facility_name_of(LOG_LOCAL5), dotted, wcd_trace.port,
+    append_group(line, syslog_cfg, Target::kTrace);
+    line.append("\n%s.*\t\t&%s %d %llu\n\n", kLocal5, dotted, wcd_trace.port,
                 static_cast<unsigned long long>(wcd_trace.id));
     const char* text = position == 0 ? line.c_str() : "";
-    TQ_LOG_AS(site, LOG_ERR, "buf(%d): %s\n", static_cast<int>(position + strlen(line.c_str())),
+    TQ_LOG_IN(caller, LOG_ERR, "buf(%d): %s\n", static_cast<int>(position + strlen(line.c_str())),
               text);
     fputs(text, file);
 }
 
-bool has_server(const syslog_process& row) {
-    constexpr uint8_t kNone[sizeof(row.server)] = {};
-    return memcmp(row.server, kNone, sizeof(kNone)) != 0;
-}
-
-bool same_server(const syslog_process& one, const syslog_process& other) {
-    return memcmp(one.server, other.server, sizeof(one.server)) == 0;
-}
-
-// A block for each pair of server and facility.
-void write_remote_blocks(FILE* file) {
-    Marks marks;
-    for (const syslog_process& leader : rows()) {
-        if (!has_server(leader) || marks.has(leader)) continue;
-        ConfigLine line;
-        append_group(line, leader, marks, [&](const auto& row) {
-            return same_server(row, leader) && row.facility == leader.facility;
-        });
-        line.append("\n%s.*\t\t@%d.%d.%d.%d\n\n", facility_name_of(LOG_LOCAL5), leader.server[0],
-                    leader.server[1], leader.server[2], leader.server[3]);
-        fputs(line.c_str(), file);
-    }
-}
-
-bool write_config(LogSite site) {
+bool write_config(const char* caller) {
     const UniqueFile file(fopen(kConfigFile, "we"));
     if (!file) return false;
-    fprintf(file.get(), "logLocalFac=%s\n\n", facility_name_of(LOG_LOCAL5));
-    const size_t position = write_local_blocks(file.get());
-    write_trace_block(file.get(), position, site);
-    if (syslog_server_status) write_remote_blocks(file.get());
+    fprintf(file.get(), "logLocalFac=%s\n\n", kLocal5);
+    const size_t position = write_blocks(file.get(), Target::kFile);
+    write_trace_block(caller, file.get(), position);
+    if (syslog_server_status) write_blocks(file.get(), Target::kServer);
     return true;
 }
 
-// The daemon's side. The log keeps a pointer to the ident.
-constinit char log_ident[128] = "";
+// The daemon's side: the path of its level file, which ends in its ident. The log keeps a pointer
+// to the ident.
+constexpr size_t kLevelFileStart = sizeof("/tmp/.loglvl.") - 1;
+constinit char level_file[kLevelFileStart + 128] = "";
+constexpr char* kIdent = &level_file[kLevelFileStart];
 constinit bool handler_installed = false;
 
-// Text put together in a signal handler, where no formatter is safe.
-class SignalText {
-  public:
-    SignalText& add(std::string_view text) {
-        const size_t length = std::min(text.size(), sizeof(bytes_) - used_);
-        memcpy(&bytes_[used_], text.data(), length);
-        used_ += length;
-        return *this;
-    }
-
-    SignalText& add(int number) {
-        char digits[12];
-        const auto [end, error] = std::to_chars(digits, digits + sizeof(digits), number);
-        return add({digits, static_cast<size_t>(end - digits)});
-    }
-
-    [[nodiscard]] std::string_view view() const { return {bytes_, used_}; }
-
-  private:
-    char bytes_[192];
-    size_t used_ = 0;
-};
-
-// The number behind the first word, as sscanf("%*s %d") reads it.
-std::optional<int> second_word_number(std::string_view text) {
-    constexpr std::string_view kBlanks = " \t\n\v\f\r";
-    const auto skip = [&](size_t length) { text.remove_prefix(std::min(length, text.size())); };
-    skip(text.find_first_not_of(kBlanks));
-    skip(text.find_first_of(kBlanks));
-    skip(text.find_first_not_of(kBlanks));
-    if (!text.empty() && text[0] == '+') skip(1);
-    int64_t number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc()) return std::nullopt;
-    return static_cast<int>(number);
+// The number behind the first word, as sscanf("%*s %d") reads it; none where it takes more than 32
+// bits.
+bool second_word_number(const char* text, int& number) {
+    constexpr char kBlanks[] = " \t\n\v\f\r";
+    text += strspn(text, kBlanks);
+    return tq::NumberReader(text + strcspn(text, kBlanks)).number(number);
 }
 
+// "%s_r %d\n", put together from its end: no formatter is safe in a signal handler.
 void acknowledge(const UniqueFd& file, int level) {
-    // "%s_r %d\n"
-    SignalText line;
-    line.add(log_ident).add("_r ").add(level).add("\n");
+    char line[192];
+    char* const end = line + sizeof(line);
+    char* start = end;
+    *--start = '\n';
+    auto digits = static_cast<unsigned>(level);
+    if (level < 0) digits = 0 - digits;
+    for (; digits != 0 || *start == '\n'; digits /= 10)
+        *--start = static_cast<char>('0' + digits % 10);
+    if (level < 0) *--start = '-';
+    for (const char c : {' ', 'r', '_'})
+        *--start = c;
+    for (size_t i = strlen(kIdent); i > 0; i--)
+        *--start = kIdent[i - 1];
     lseek(file.get(), 0, SEEK_SET);
-    (void)write_whole(file, line.view());
+    (void)!write(file.get(), start, static_cast<size_t>(end - start));
 }
 
 // Runs in signal context, too.
 int reload_syslog_level() {
-    SignalText path;
-    path.add(kLevelFile).add(log_ident).add(std::string_view("\0", 1));
-    UniqueFd file(open(path.view().data(), O_RDWR | O_CLOEXEC));
+    UniqueFd file(open(level_file, O_RDWR | O_CLOEXEC));
     if (!file) return 0;
     char text[256];
-    const ssize_t got = tq::read_some(file.get(), text, sizeof(text));
-    const size_t length = got > 0 ? static_cast<size_t>(got) : 0;
-    if (const std::optional<int> level = second_word_number({text, length})) {
-        setlogmask(LOG_UPTO(static_cast<unsigned>(*level) & LOG_PRIMASK));
-        acknowledge(file, *level);
+    int level = 0;
+    if (tq::read_text(file.get(), text) && second_word_number(text, level)) {
+        setlogmask(LOG_UPTO(static_cast<unsigned>(level) & LOG_PRIMASK));
+        acknowledge(file, level);
     }
     return close(file.release());
-}
-
-void install_handler() {
-    struct sigaction action = {};
-    // The kernel ignores what a handler returns.
-    action.sa_handler =
-        reinterpret_cast<void (*)(int)>(reinterpret_cast<void (*)()>(reset_syslog_prority));
-    action.sa_flags = SA_RESTART;
-    sigaction(kReloadSignal, &action, nullptr);
 }
 
 }  // namespace
@@ -304,29 +251,28 @@ void init_syslog() {
         return;
     }
     LevelPush push;
-    for (const syslog_process& row : rows())
+    for (const syslog_process& row : Rows())
         push.add(row, static_cast<int>(row.level));
     push.notify();
     write_syslog_config_file();
 }
 
 syslog_process* get_syslog_cfg() {
-    return tq::process_table().data();
+    return tq::process_table();
 }
 
 void write_syslog_config_file() {
-    if (!syslog_cfg || !write_config(TQ_HERE)) return;
+    if (!syslog_cfg || !write_config(__func__)) return;
     my_system("killall -1 syslogd");
 }
 
 void write_syslog_pmr_ap_report_file(uint32_t on) {
-    const UniqueFd file = create(kReportFile);
-    if (file) (void)write_whole(file, on ? "on logging" : "close logging");
+    (void)tq::write_file(kReportFile, on ? "on logging" : "close logging");
 }
 
 int set_process_syslog_level(int process_id, int level) {
     LevelPush push;
-    for (syslog_process& row : rows()) {
+    for (syslog_process& row : Rows()) {
         if (!is_meant(row, static_cast<uint32_t>(process_id))) continue;
         TQ_LOG(LOG_DEBUG, "process id(%d) current level(%d) config level(%d)\n",
                static_cast<int>(row.id), static_cast<int>(row.level), level);
@@ -337,17 +283,17 @@ int set_process_syslog_level(int process_id, int level) {
 }
 
 int get_process_syslog_level(uint32_t process_id) {
-    const syslog_process* row = find_row(process_id);
+    const syslog_process* row = tq::find_process(syslog_cfg, process_id);
     return row ? static_cast<int>(row->level) : -1;
 }
 
 void set_server_ip_scfg(uint32_t process_id, const uint8_t* address) {
     if (!address) {
-        TQ_LOG(LOG_ERR, "invalid parameters\n");
+        tq::reject(__func__);
         return;
     }
     bool changed = false;
-    for (syslog_process& row : rows()) {
+    for (syslog_process& row : Rows()) {
         if (!is_meant(row, process_id)) continue;
         changed |= memcmp(row.server, address, sizeof(row.server)) != 0;
         memcpy(row.server, address, sizeof(row.server));
@@ -357,10 +303,10 @@ void set_server_ip_scfg(uint32_t process_id, const uint8_t* address) {
 
 void get_syslog_server_ip(uint32_t process_id, uint8_t* address) {
     if (!address) {
-        TQ_LOG(LOG_ERR, "invalid parameters\n");
+        tq::reject(__func__);
         return;
     }
-    const syslog_process* row = find_row(process_id);
+    const syslog_process* row = tq::find_process(syslog_cfg, process_id);
     if (row) memcpy(address, row->server, sizeof(row->server));
 }
 
@@ -403,20 +349,23 @@ int set_wcd_trace_conf() {
 }
 
 int load_wcd_trace_level() {
-    return push_where_trace_level_differs([](const auto&) { return wcd_trace.level; });
+    return push_levels(true);
 }
 
 int unload_wcd_trace_level() {
-    return push_where_trace_level_differs(
-        [](const auto& row) { return static_cast<int>(row.level); });
+    return push_levels(false);
 }
 
 void tq_openlog(const char* ident) {
     if (!ident) return;
-    tq::copy_text(log_ident, sizeof(log_ident), ident);
-    openlog(log_ident, LOG_PID | LOG_NDELAY, LOG_LOCAL5);
-    // Before the level is read, so that none is missed in between.
-    if (!handler_installed) install_handler();
+    snprintf(level_file, sizeof(level_file), "/tmp/.loglvl.%s", ident);
+    openlog(kIdent, LOG_PID | LOG_NDELAY, LOG_LOCAL5);
+    // Before the level is read, so that none is missed in between. The kernel ignores what a
+    // handler returns, and interrupted system calls go on.
+    if (!handler_installed) {
+        signal(kReloadSignal,
+               reinterpret_cast<sighandler_t>(reinterpret_cast<void (*)()>(reset_syslog_prority)));
+    }
     handler_installed = true;
     reload_syslog_level();
 }

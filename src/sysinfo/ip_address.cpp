@@ -340,7 +340,7 @@ int v6_str_to_ip_address(const char* text, ip_address* out) {
 int ip_address_to_v6_str(const ip_address* address, char* buf, uint32_t size, int with_mask) {
     if (!address || !is_room(buf, size)) return -1;
     char text[kTextSize];
-    if (!inet_ntop(AF_INET6, address->form.v6.address, text, sizeof(text))) return -2;
+    inet_ntop(AF_INET6, address->form.v6.address, text, sizeof(text));
     if (with_mask) {
         snprintf(buf, size, "%s/%d", text, static_cast<int>(address->form.v6.prefix_length));
     } else {

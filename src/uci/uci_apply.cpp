@@ -14,7 +14,7 @@ namespace {
 
 int reorder(uci_context* context, uci_ptr* target) {
     if (!target->value || !target->s) return UCI_ERR_INVAL;
-    const auto position = static_cast<int>(strtoul(target->value, nullptr, 10));
+    const int position = leading_int(target->value).value_or(0);
     return uci_reorder_section(context, target->s, position);
 }
 
@@ -65,31 +65,54 @@ bool is_type(const char* type) {
     return *type != '\0';
 }
 
-}  // namespace
-
-int uci_do_section(UciAction action, const char* path) {
-    if (!path) return TQ_FAIL("invalid parameters\n");
-    const UciContext context;
-    if (!context) return TQ_FAIL("uci_alloc_context fail\n");
-    const HeapText copy(strdup(path));
-    uci_ptr target{};
-    if (!copy || uci_lookup_ptr(context.get(), &target, copy.get(), true) != UCI_OK) {
-        return TQ_FAIL("uci_lookup_ptr fail, %s\n", path);
+int apply(uci_context* context, uci_ptr* target, UciAction action) {
+    if (target->value && !takes_value(action, target->value)) {
+        return TQ_FAIL_IN("uci_do_section", "invalid\n");
     }
-    if (target.value && !takes_value(action, target.value)) return TQ_FAIL("invalid\n");
-    int result = perform(context.get(), &target, action);
+    int result = perform(context, target, action);
     if (result == UCI_ERR_NOTFOUND && tolerates_absence(action)) result = UCI_OK;
-    if (result == UCI_OK) result = uci_save(context.get(), target.p);
+    if (result == UCI_OK) result = uci_save(context, target->p);
     return result == UCI_OK ? 0 : -1;
 }
 
-int stage_section(LogSite site, uci_context* context, uci_package* package, const char* type) {
+int commit(uci_context* context, uci_ptr* target, const char* file) {
+    if (uci_commit(context, &target->p, false) == UCI_OK) return 0;
+    return TQ_FAIL_IN("uci_commit_cfg", "uci_commit fail, %s\n", file);
+}
+
+// Applies the action to what the path leads to, in a context of its own, or commits it where there
+// is none. libuci writes into the copy of the path.
+int work_on(const char* path, const UciAction* action, const char* caller) {
+    if (!path) return reject(caller);
+    const UciContext context;
+    if (!context) return TQ_FAIL_IN(caller, "uci_alloc_context fail\n");
+    const HeapText copy(strdup(path));
+    uci_ptr target{};
+    if (!copy || uci_lookup_ptr(context.get(), &target, copy.get(), true) != UCI_OK) {
+        return TQ_FAIL_IN(caller, "uci_lookup_ptr fail, %s\n", path);
+    }
+    return action ? apply(context.get(), &target, *action) : commit(context.get(), &target, path);
+}
+
+}  // namespace
+
+int uci_do_section(UciAction action, const char* path) {
+    return work_on(path, &action, __func__);
+}
+
+int uci_commit_cfg(const char* file) {
+    return work_on(file, nullptr, __func__);
+}
+
+int stage_section(const char* caller, uci_context* context, uci_package* package,
+                  const char* type) {
+    if (!context || !package || !type) return tq::reject(caller);
     uci_section* section = nullptr;
     if (!is_type(type) || uci_add_section(context, package, type, &section) != UCI_OK) {
-        return TQ_FAIL_AS(site, "uci_add_section %s fail\n", type);
+        return TQ_FAIL_IN(caller, "uci_add_section %s fail\n", type);
     }
     if (uci_save(context, package) != UCI_OK) {
-        return TQ_FAIL_AS(site, "uci_save %s fail\n", package->e.name);
+        return TQ_FAIL_IN(caller, "uci_save %s fail\n", package->e.name);
     }
     return count_sections(package, type) - 1;
 }

@@ -1,15 +1,15 @@
-// uci_apply.h - the steps behind every change by path: one action on one path, staged; and a new
-// section, staged.
+// uci_apply.h - the steps behind every change by path: one action on one path, staged; the commit;
+// and a new section, staged.
 #pragma once
 
 #include <uci.h>
 
-#include "foundation/log.h"
+#include <cstdint>
 
 namespace tq {
 
 // The codes are those of the management tools' action field.
-enum class UciAction {
+enum class UciAction : uint8_t {
     kSet = 1,
     kAddListItem = 2,
     kDeleteListItem = 3,
@@ -23,8 +23,11 @@ enum class UciAction {
 // file itself changes with the commit. Deleting what is not there is done already. 0 or -1, logged.
 int uci_do_section(UciAction action, const char* path);
 
+// Commits a file. 0 or -1, logged.
+int uci_commit_cfg(const char* file);
+
 // Adds an anonymous section to a loaded package and stages it. Its index among the sections of its
 // type, or -1, logged in the caller's name.
-int stage_section(LogSite site, uci_context* context, uci_package* package, const char* type);
+int stage_section(const char* caller, uci_context* context, uci_package* package, const char* type);
 
 }  // namespace tq

@@ -11,18 +11,12 @@
 
 namespace {
 
-using tq::LogSite;
 using tq::Text;
 using tq::UciContext;
 
 constexpr size_t kModuleNameSize = 64;
 constexpr size_t kNumberSize = 32;
 
-constexpr char kWireless[] = "wireless";
-constexpr char kRadio[] = "wifi-device";
-constexpr char kVap[] = "wifi-iface";
-constexpr char kFirewall[] = "firewall";
-constexpr char kRule[] = "rule";
 constexpr char kFaultFile[] = "tqfm";
 constexpr char kModule[] = "module";
 constexpr char kThreshold[] = "threshold";
@@ -30,35 +24,38 @@ constexpr char kSuppress[] = "suppress";
 
 // ---- shortcuts ----
 
-// The n-th section of a type.
-struct Place {
-    const char* file;
-    const char* type;
-    int index;
+// The sections of one type.
+struct Sections {
+    char file[9];
+    char type[12];
 };
 
-// One byte longer than the paths that the functions by path take, so that they refuse what was cut.
+constexpr Sections kRadios = {"wireless", "wifi-device"};
+constexpr Sections kVaps = {"wireless", "wifi-iface"};
+constexpr Sections kRules = {"firewall", "rule"};
+
+// "%s.@%s[%d].%s", and then "=%s". One byte longer than the paths that the functions by path take,
+// so that they refuse what was cut.
 class Path : public Text<1024 + 1> {
   public:
-    Path(const Place& place, const char* option) {
-        append("%s.@%s[%d].%s", place.file, place.type, place.index, option);
+    Path(const Sections& sections, int index, const char* option) {
+        append("%s.@%s[%d].%s", sections.file, sections.type, index, option);
     }
 };
 
-int set_number(LogSite site, uci_context* context, const Place& place, const char* option,
-               int value) {
-    if (!option) return TQ_FAIL_AS(site, "invalid parameters\n");
-    Path path(place, option);
-    path.append("=%d", value);
+int set_text(uci_context* context, int index, const char* option, const char* value,
+             const Sections& sections, const char* caller) {
+    if (!option || !value) return tq::reject(caller);
+    Path path(sections, index, option);
+    path.append("=%s", value);
     return set_uci_option(context, path.c_str());
 }
 
-int set_text(LogSite site, uci_context* context, const Place& place, const char* option,
-             const char* value) {
-    if (!option || !value) return TQ_FAIL_AS(site, "invalid parameters\n");
-    Path path(place, option);
-    path.append("=%s", value);
-    return set_uci_option(context, path.c_str());
+int set_number(uci_context* context, int index, const char* option, int value,
+               const Sections& sections, const char* caller) {
+    Text<kNumberSize> text;
+    text.append("%d", value);
+    return set_text(context, index, option, text.c_str(), sections, caller);
 }
 
 // ---- thresholds ----
@@ -68,8 +65,8 @@ class ModuleName : public Text<kModuleNameSize> {
     explicit ModuleName(int module) { append("%d", module); }
 };
 
-int get_module_option(LogSite site, int module, const char* option, int* value) {
-    if (!value) return TQ_FAIL_AS(site, "invalid parameters\n");
+int get_module_option(int module, const char* option, int* value, const char* caller) {
+    if (!value) return tq::reject(caller);
     const ModuleName name(module);
     char text[kNumberSize] = "";
     if (uci_get_str_option_by_name(kFaultFile, name.c_str(), option, text, sizeof(text)) != 0) {
@@ -79,15 +76,15 @@ int get_module_option(LogSite site, int module, const char* option, int* value) 
     return 0;
 }
 
-int set_module_option(LogSite site, int module, const char* option, unsigned value) {
+int set_module_option(int module, const char* option, unsigned value, const char* caller) {
     const ModuleName name(module);
     if (uci_add_secition_by_name(kFaultFile, kModule, name.c_str()) != 0) {
-        return TQ_FAIL_AS(site, "uci_add_secition_by_name fail, file = %s, type = %s name = %s\n",
+        return TQ_FAIL_IN(caller, "uci_add_secition_by_name fail, file = %s, type = %s name = %s\n",
                           kFaultFile, kModule, name.c_str());
     }
     if (uci_set_int_option_by_name(kFaultFile, name.c_str(), option, value) != 0) {
-        return TQ_FAIL_AS(
-            site,
+        return TQ_FAIL_IN(
+            caller,
             "uci_set_int_option_by_name fail, file = %s, name = %s, option = %s, value = %u\n",
             kFaultFile, name.c_str(), option, value);
     }
@@ -97,40 +94,40 @@ int set_module_option(LogSite site, int module, const char* option, unsigned val
 }  // namespace
 
 int set_radio_option_int(struct uci_context* ctx, int radio, const char* option, int value) {
-    return set_number(TQ_HERE, ctx, {kWireless, kRadio, radio}, option, value);
+    return set_number(ctx, radio, option, value, kRadios, __func__);
 }
 
 int set_radio_option_str(struct uci_context* ctx, int radio, const char* option,
                          const char* value) {
-    return set_text(TQ_HERE, ctx, {kWireless, kRadio, radio}, option, value);
+    return set_text(ctx, radio, option, value, kRadios, __func__);
 }
 
 int set_vap_option_int(struct uci_context* ctx, int vap, const char* option, int value) {
-    return set_number(TQ_HERE, ctx, {kWireless, kVap, vap}, option, value);
+    return set_number(ctx, vap, option, value, kVaps, __func__);
 }
 
 int set_vap_option_str(struct uci_context* ctx, int vap, const char* option, const char* value) {
-    return set_text(TQ_HERE, ctx, {kWireless, kVap, vap}, option, value);
+    return set_text(ctx, vap, option, value, kVaps, __func__);
 }
 
 int set_fw_rule_option_int(struct uci_context* ctx, int rule, const char* option, int value) {
-    return set_number(TQ_HERE, ctx, {kFirewall, kRule, rule}, option, value);
+    return set_number(ctx, rule, option, value, kRules, __func__);
 }
 
 int set_fw_rule_option_str(struct uci_context* ctx, int rule, const char* option,
                            const char* value) {
-    return set_text(TQ_HERE, ctx, {kFirewall, kRule, rule}, option, value);
+    return set_text(ctx, rule, option, value, kRules, __func__);
 }
 
 int del_radio_option(struct uci_context* ctx, int radio, const char* option) {
-    if (!option) return TQ_FAIL("invalid parameters\n");
-    const Path path({kWireless, kRadio, radio}, option);
+    if (!option) return tq::reject(__func__);
+    const Path path(kRadios, radio, option);
     return del_uci_element(ctx, path.c_str(), false);
 }
 
 int del_vap_option(struct uci_context* ctx, int vap, const char* option) {
-    if (!option) return TQ_FAIL("invalid parameters\n");
-    const Path path({kWireless, kVap, vap}, option);
+    if (!option) return tq::reject(__func__);
+    const Path path(kVaps, vap, option);
     if (del_uci_element(ctx, path.c_str(), false) != 0) {
         return TQ_FAIL("del_uci_option fail: %s\n", path.c_str());
     }
@@ -138,19 +135,19 @@ int del_vap_option(struct uci_context* ctx, int vap, const char* option) {
 }
 
 int uci_get_threshold(int module, int* value) {
-    return get_module_option(TQ_HERE, module, kThreshold, value);
+    return get_module_option(module, kThreshold, value, __func__);
 }
 
 int uci_set_threshold(int module, unsigned value) {
-    return set_module_option(TQ_HERE, module, kThreshold, value);
+    return set_module_option(module, kThreshold, value, __func__);
 }
 
 int uci_get_suppress(int module, int* value) {
-    return get_module_option(TQ_HERE, module, kSuppress, value);
+    return get_module_option(module, kSuppress, value, __func__);
 }
 
 int uci_set_suppress(int module, unsigned value) {
-    return set_module_option(TQ_HERE, module, kSuppress, value);
+    return set_module_option(module, kSuppress, value, __func__);
 }
 
 int uci_set_suppress_defaults(unsigned value) {

@@ -2,7 +2,6 @@
 
 #include <cstring>
 
-#include "foundation/file.h"
 #include "foundation/log.h"
 #include "foundation/text.h"
 #include "uci/uci_apply.h"
@@ -10,104 +9,163 @@
 
 namespace {
 
-using tq::HeapText;
-using tq::LogSite;
 using tq::printable;
+using tq::Text;
 using tq::TextWriter;
 using tq::UciAction;
 using tq::UciContext;
 
-constexpr size_t kPathSize = 1024;
 constexpr size_t kNumberSize = 32;
 
-// Where a value stands. The section is named, or the index-th of its type.
+enum class By { kId, kName };
+
+// Where a value stands. The section is a name, or a type of which it is the index-th.
 struct Place {
     const char* file;
-    const char* type;
-    const char* name;
+    const char* section;
     int index;
+    By by;
     const char* option;
     const char* value;
 };
 
+Place by_id(const char* file, const char* type, int id, const char* option, const char* value) {
+    return {file, type, id, By::kId, option, value};
+}
+
+Place by_name(const char* file, const char* name, const char* option, const char* value) {
+    return {file, name, -1, By::kName, option, value};
+}
+
 void write_path(TextWriter& path, const Place& place) {
-    if (place.name && place.type) {
-        path.append("%s.%s=%s", place.file, place.name, place.type);
-        return;
-    }
-    if (place.name) {
-        path.append("%s.%s", place.file, place.name);
+    if (place.by == By::kName) {
+        path.append("%s.%s", place.file, place.section);
     } else {
-        path.append("%s.@%s[%d]", place.file, place.type, place.index);
+        path.append("%s.@%s[%d]", place.file, place.section, place.index);
     }
     if (place.option) path.append(".%s", place.option);
-    if (place.option && place.value) path.append("=%s", place.value);
+    if (place.value) path.append("=%s", place.value);
 }
 
-class Path : public tq::Text<kPathSize> {
-  public:
-    explicit Path(const Place& place) { write_path(*this, place); }
-    explicit Path(const char* text) { append("%s", text); }
+class Path : public Text<1024> {};
+
+bool has_section(const Place& place) {
+    return place.file && place.section && (place.by == By::kName || place.index != -1);
+}
+
+// ---- changes: each is committed at once ----
+
+enum class Change : uint8_t { kSet, kAddItem, kDeleteItem, kDeleteOption, kDeleteSection };
+
+bool takes_option(Change change) {
+    return change < Change::kDeleteSection;
+}
+
+bool takes_value(Change change) {
+    return change < Change::kDeleteOption;
+}
+
+// What a change does and how the log tells it. Before a change, in the step's name:
+//   "uci add_list %s\n", "uci del_list %s\n", "uci del %s\n"
+// Behind a failed one, in the step's name:
+//   "uci_do_section fail, uci set %s\n", "uci_do_section fail, uci add_list %s\n",
+//   "uci_do_section fail, uci del_list %s\n", "uci_do_section fail, uci del %s\n"
+// and in the exported function's:
+//   "uci set %s fail\n", "add list %s fail\n", "del_list fail\n", "%s fail\n" with "del_uci(buf)"
+struct ChangeRow {
+    UciAction action;
+    char step[9];
+    char command[9];
+    char failure[13];
 };
 
-class Number : public tq::Text<kNumberSize> {
-  public:
-    explicit Number(unsigned value) { append("%u", value); }
+constexpr ChangeRow kChanges[] = {
+    {UciAction::kSet, "set_uci", "set", "uci set "},
+    {UciAction::kAddListItem, "add_list", "add_list", "add list "},
+    {UciAction::kDeleteListItem, "del_list", "del_list", "del_list"},
+    {UciAction::kDelete, "del_uci", "del", "del_uci(buf)"},
+    {UciAction::kDelete, "del_uci", "del", "del_uci(buf)"},
 };
 
-// A cut path means another option or another value.
-bool apply(UciAction action, const Path& path) {
-    return !path.cut() && tq::uci_do_section(action, path.c_str()) == 0;
-}
-
-int set_uci(const Path& path) {
-    if (!apply(UciAction::kSet, path)) {
-        return TQ_FAIL("uci_do_section fail, uci set %s\n", path.c_str());
-    }
+int finish(const char* caller, const char* file) {
+    if (tq::uci_commit_cfg(file) != 0) return TQ_FAIL_IN(caller, "uci commit %s fail\n", file);
     return 0;
 }
 
-int add_list(const Path& path) {
-    TQ_LOG(LOG_INFO, "uci add_list %s\n", path.c_str());
-    if (!apply(UciAction::kAddListItem, path)) {
-        return TQ_FAIL("uci_do_section fail, uci add_list %s\n", path.c_str());
+int apply(const char* caller, Change change, const Place& place) {
+    const ChangeRow& row = kChanges[static_cast<size_t>(change)];
+    Path path;
+    write_path(path, place);
+    if (change != Change::kSet) {
+        TQ_LOG_IN(row.step, LOG_INFO, "uci %s %s\n", row.command, path.c_str());
     }
-    return 0;
+    // A cut path means another option or another value.
+    if (path.cut() || tq::uci_do_section(row.action, path.c_str()) != 0) {
+        TQ_LOG_IN(row.step, LOG_ERR, "uci_do_section fail, uci %s %s\n", row.command, path.c_str());
+        const bool tells_path = change < Change::kDeleteItem;
+        return TQ_FAIL_IN(caller, "%s%s fail\n", row.failure, tells_path ? path.c_str() : "");
+    }
+    return finish(caller, place.file);
 }
 
-int del_list(const Path& path) {
-    TQ_LOG(LOG_INFO, "uci del_list %s\n", path.c_str());
-    if (!apply(UciAction::kDeleteListItem, path)) {
-        return TQ_FAIL("uci_do_section fail, uci del_list %s\n", path.c_str());
+// As much as the change takes of these, by id and by name:
+//   "invalid parameter, filename = %s, config_type = %s, id = %d\n"
+//   "invalid parameter, filename = %s, config_type = %s, id = %d, option = %s\n"
+//   "invalid parameter, filename = %s, config_type = %s, id = %d, option = %s, value = %s\n"
+//   "invalid parameter, filename = %s, cfg_name = %s\n"
+//   "invalid parameter, filename = %s, cfg_name = %s, option = %s\n"
+//   "invalid parameter, filename = %s, config_name = %s, option = %s, value = %s\n"
+int reject_change(const char* caller, Change change, const Place& place) {
+    const char* label = takes_value(change) ? "config_name" : "cfg_name";
+    Text<kNumberSize> id;
+    if (place.by == By::kId) {
+        label = "config_type";
+        id.append(", id = %d", place.index);
     }
-    return 0;
+    const char* option[] = {"", ""};
+    if (takes_option(change)) {
+        option[0] = ", option = ";
+        option[1] = printable(place.option);
+    }
+    const char* value[] = {"", ""};
+    if (takes_value(change)) {
+        value[0] = ", value = ";
+        value[1] = printable(place.value);
+    }
+    return TQ_FAIL_IN(caller, "invalid parameter, filename = %s, %s = %s%s%s%s%s%s\n",
+                      printable(place.file), label, printable(place.section), id.c_str(), option[0],
+                      option[1], value[0], value[1]);
 }
 
-int del_uci(const Path& path) {
-    TQ_LOG(LOG_INFO, "uci del %s\n", path.c_str());
-    if (!apply(UciAction::kDelete, path)) {
-        return TQ_FAIL("uci_do_section fail, uci del %s\n", path.c_str());
-    }
-    return 0;
+int make_change(Place place, Change change, const char* caller) {
+    const bool complete = has_section(place) && (place.option || !takes_option(change)) &&
+                          (place.value || !takes_value(change));
+    return complete ? apply(caller, change, place) : reject_change(caller, change, place);
 }
 
-int uci_commit_cfg(const char* file) {
-    if (!file) return TQ_FAIL("invalid parameters\n");
-    const UciContext context;
-    if (!context) return TQ_FAIL("uci_alloc_context fail\n");
-    const HeapText copy(strdup(file));
-    uci_ptr target{};
-    if (!copy || uci_lookup_ptr(context.get(), &target, copy.get(), true) != UCI_OK) {
-        return TQ_FAIL("uci_lookup_ptr fail, %s\n", file);
-    }
-    if (uci_commit(context.get(), &target.p, false) != UCI_OK) {
-        return TQ_FAIL("uci_commit fail, %s\n", file);
-    }
-    return 0;
+// Goes by the text's function, and then commits once more.
+int set_number(Place place, unsigned value, const char* caller) {
+    const bool complete = has_section(place) && place.option;
+    Text<kNumberSize> text;
+    text.append(complete ? "%u" : "%d", value);
+    place.value = text.c_str();
+    if (!complete) return reject_change(caller, Change::kSet, place);
+    const int result =
+        place.by == By::kName
+            ? uci_set_str_option_by_name(place.file, place.section, place.option, place.value)
+            : uci_set_str_option_by_id(place.file, place.section, place.index, place.option,
+                                       place.value);
+    if (result == 0) return finish(caller, place.file);
+    return TQ_FAIL_IN(caller, "%s fail\n",
+                      place.by == By::kName
+                          ? "uci_set_str_option_by_name(filename, config_name, option, buf)"
+                          : "uci_set_str_option_by_id(filename, config_type, id, option, buf)");
 }
+
+// ---- reading ----
 
 int uci_get_value(const Path& path, char* buf, int len) {
-    if (!buf || len < 1) return TQ_FAIL("invalid parameters\n");
+    if (!buf || len < 1) return tq::reject(__func__);
     *buf = '\0';
     const UciContext context;
     if (!context) return TQ_FAIL("uci_alloc_context fail\n");
@@ -115,26 +173,42 @@ int uci_get_value(const Path& path, char* buf, int len) {
     return get_uci_option(context.get(), path.c_str(), buf, len);
 }
 
-void write_items(TextWriter& out, uci_list* items) {
-    uci_element* item = nullptr;
-    uci_foreach_element(items, item) {
-        out.append("%s ", item->name);
-    }
+// Without an option, the section itself.
+int read_element(Place place, char* buf, int len, const char* caller) {
+    if (!has_section(place)) return tq::reject(caller);
+    Path path;
+    write_path(path, place);
+    if (uci_get_value(path, buf, len) == 0) return 0;
+    TQ_LOG_IN(caller, LOG_INFO, "uci get %s fail\n", path.c_str());
+    return -1;
+}
+
+int read_number(Place place, int* value, const char* caller) {
+    if (!place.option || !value) return tq::reject(caller);
+    char text[kNumberSize];
+    if (read_element(place, text, sizeof(text), caller) != 0) return -1;
+    *value = tq::leading_int(text).value_or(0);
+    return 0;
+}
+
+// Null for an element that is not one text.
+const char* text_of(const uci_ptr& found) {
+    if (found.last->type == UCI_TYPE_SECTION) return found.last->name;
+    const bool is_text = found.last->type == UCI_TYPE_OPTION && found.o->type == UCI_TYPE_STRING;
+    return is_text ? found.o->v.string : nullptr;
 }
 
 // False for an element that has no text of its own.
 bool write_element(TextWriter& out, const uci_ptr& found) {
-    if (found.last->type == UCI_TYPE_SECTION) {
-        out.append("%s", found.s->e.name);
+    if (const char* text = text_of(found)) {
+        out.append("%s", text);
         return true;
     }
-    if (found.last->type != UCI_TYPE_OPTION) return false;
-    if (found.o->type == UCI_TYPE_STRING) {
-        out.append("%s", found.o->v.string);
-        return true;
+    if (found.last->type != UCI_TYPE_OPTION || found.o->type != UCI_TYPE_LIST) return false;
+    uci_element* item = nullptr;
+    uci_foreach_element(&found.o->v.list, item) {
+        out.append("%s ", item->name);
     }
-    if (found.o->type != UCI_TYPE_LIST) return false;
-    write_items(out, &found.o->v.list);
     return true;
 }
 
@@ -150,72 +224,29 @@ void strip_trailing(char* text) {
         text[--length] = '\0';
 }
 
-// The exported functions are one of the steps below; a failure is logged in their name.
+// ---- a caller's context ----
 
-int finish(LogSite site, const char* file) {
-    if (uci_commit_cfg(file) != 0) return TQ_FAIL_AS(site, "uci commit %s fail\n", file);
-    return 0;
+// A path of the caller's and what it leads to; libuci writes into the copy.
+struct Target {
+    Path copy;
+    uci_ptr ptr;
+};
+
+bool look_up(uci_context* context, const char* path, Target& target) {
+    target.copy.append("%s", path);
+    return !target.copy.cut() &&
+           uci_lookup_ptr(context, &target.ptr, target.copy.data(), true) == UCI_OK;
 }
 
-int set_and_commit(LogSite site, const Place& place) {
-    const Path path(place);
-    if (set_uci(path) != 0) return TQ_FAIL_AS(site, "uci set %s fail\n", path.c_str());
-    return finish(site, place.file);
+int find_target(const char* caller, uci_context* context, const char* path, Target& target) {
+    if (!context || !path) return tq::reject(caller);
+    if (look_up(context, path, target)) return 0;
+    return TQ_FAIL_IN(caller, "uci_lookup_ptr fail: %s\n", path);
 }
 
-int add_item_and_commit(LogSite site, const Place& place) {
-    const Path path(place);
-    if (add_list(path) != 0) return TQ_FAIL_AS(site, "add list %s fail\n", path.c_str());
-    return finish(site, place.file);
-}
-
-int delete_item_and_commit(LogSite site, const Place& place) {
-    if (del_list(Path(place)) != 0) return TQ_FAIL_AS(site, "del_list fail\n");
-    return finish(site, place.file);
-}
-
-int delete_and_commit(LogSite site, const Place& place) {
-    if (del_uci(Path(place)) != 0) return TQ_FAIL_AS(site, "%s fail\n", "del_uci(buf)");
-    return finish(site, place.file);
-}
-
-// A change of one option by one of the steps above.
-using Step = int (*)(LogSite, const Place&);
-
-int change_by_id(LogSite site, Step step, const char* filename, const char* config_type, int id,
-                 const char* option, const char* value) {
-    if (!filename || !config_type || id == -1 || !option || !value) {
-        return TQ_FAIL_AS(site,
-                          "invalid parameter, filename = %s, config_type = %s, id = %d, option = "
-                          "%s, value = %s\n",
-                          printable(filename), printable(config_type), id, printable(option),
-                          printable(value));
-    }
-    return step(site, {filename, config_type, nullptr, id, option, value});
-}
-
-int change_by_name(LogSite site, Step step, const char* filename, const char* config_name,
-                   const char* option, const char* value) {
-    if (!filename || !config_name || !option || !value) {
-        return TQ_FAIL_AS(
-            site, "invalid parameter, filename = %s, config_name = %s, option = %s, value = %s\n",
-            printable(filename), printable(config_name), printable(option), printable(value));
-    }
-    return step(site, {filename, nullptr, config_name, -1, option, value});
-}
-
-int read_text(LogSite site, const Place& place, char* buf, int len) {
-    const Path path(place);
-    if (uci_get_value(path, buf, len) == 0) return 0;
-    TQ_LOG_AS(site, LOG_INFO, "uci get %s fail\n", path.c_str());
-    return -1;
-}
-
-int read_number(LogSite site, const Place& place, int* value) {
-    char text[kNumberSize];
-    if (read_text(site, place, text, sizeof(text)) != 0) return -1;
-    *value = tq::leading_int(text).value_or(0);
-    return 0;
+int save(const char* caller, uci_context* context, const char* path, const Target& target) {
+    if (uci_save(context, target.ptr.p) == UCI_OK) return 0;
+    return TQ_FAIL_IN(caller, "uci_save fail: %s\n", path);
 }
 
 }  // namespace
@@ -223,72 +254,58 @@ int read_number(LogSite site, const Place& place, int* value) {
 int uci_cmd_format(char* buf, size_t size, const char* file, const char* type, const char* name,
                    int index, const char* option, const char* value) {
     if (!buf || static_cast<ptrdiff_t>(size) <= 0 || !file || (!name && !type)) {
-        return TQ_FAIL("invalid parameters\n");
+        return tq::reject(__func__);
     }
     TextWriter path({buf, size});
-    write_path(path, {file, type, name, index, option, value});
+    if (name && type) {
+        write_path(path, by_name(file, name, nullptr, type));
+        return 0;
+    }
+    write_path(path, {file, name ? name : type, index, name ? By::kName : By::kId, option,
+                      option ? value : nullptr});
     return 0;
 }
 
 int uci_set_str_option_by_id(const char* filename, const char* config_type, int id,
                              const char* option, const char* value) {
-    return change_by_id(TQ_HERE, set_and_commit, filename, config_type, id, option, value);
+    return make_change(by_id(filename, config_type, id, option, value), Change::kSet, __func__);
 }
 
 int uci_set_int_option_by_id(const char* filename, const char* config_type, int id,
                              const char* option, unsigned value) {
-    if (!filename || !config_type || id == -1 || !option) {
-        return TQ_FAIL(
-            "invalid parameter, filename = %s, config_type = %s, id = %d, option = %s, value = "
-            "%d\n",
-            printable(filename), printable(config_type), id, printable(option),
-            static_cast<int>(value));
-    }
-    if (uci_set_str_option_by_id(filename, config_type, id, option, Number(value).c_str()) != 0) {
-        return TQ_FAIL("%s fail\n",
-                       "uci_set_str_option_by_id(filename, config_type, id, option, buf)");
-    }
-    return finish(TQ_HERE, filename);
+    return set_number(by_id(filename, config_type, id, option, nullptr), value, __func__);
 }
 
 int uci_set_str_option_by_name(const char* filename, const char* config_name, const char* option,
                                const char* value) {
-    return change_by_name(TQ_HERE, set_and_commit, filename, config_name, option, value);
+    return make_change(by_name(filename, config_name, option, value), Change::kSet, __func__);
 }
 
 int uci_set_int_option_by_name(const char* filename, const char* config_name, const char* option,
                                unsigned value) {
-    if (!filename || !config_name || !option) {
-        return TQ_FAIL(
-            "invalid parameter, filename = %s, config_name = %s, option = %s, value = %d\n",
-            printable(filename), printable(config_name), printable(option),
-            static_cast<int>(value));
-    }
-    if (uci_set_str_option_by_name(filename, config_name, option, Number(value).c_str()) != 0) {
-        return TQ_FAIL("%s fail\n",
-                       "uci_set_str_option_by_name(filename, config_name, option, buf)");
-    }
-    return finish(TQ_HERE, filename);
+    return set_number(by_name(filename, config_name, option, nullptr), value, __func__);
 }
 
 int uci_add_list_by_name(const char* filename, const char* config_name, const char* option,
                          const char* value) {
-    return change_by_name(TQ_HERE, add_item_and_commit, filename, config_name, option, value);
+    return make_change(by_name(filename, config_name, option, value), Change::kAddItem, __func__);
 }
 
 int uci_add_list_by_id(const char* filename, const char* config_type, int id, const char* option,
                        const char* value) {
-    return change_by_id(TQ_HERE, add_item_and_commit, filename, config_type, id, option, value);
+    return make_change(by_id(filename, config_type, id, option, value), Change::kAddItem, __func__);
 }
 
 int uci_del_list_by_name(const char* filename, const char* config_name, const char* option,
                          const char* value) {
-    return change_by_name(TQ_HERE, delete_item_and_commit, filename, config_name, option, value);
+    return make_change(by_name(filename, config_name, option, value), Change::kDeleteItem,
+                       __func__);
 }
 
 int uci_del_list_by_id(const char* filename, const char* config_type, int id, const char* option,
                        const char* value) {
-    return change_by_id(TQ_HERE, delete_item_and_commit, filename, config_type, id, option, value);
+    return make_change(by_id(filename, config_type, id, option, value), Change::kDeleteItem,
+                       __func__);
 }
 
 int uci_add_secition_by_name(const char* filename, const char* config_type,
@@ -298,45 +315,32 @@ int uci_add_secition_by_name(const char* filename, const char* config_type,
         return TQ_FAIL("invalid parameter, filename = %s, cfg_type = %s, cfg_name = %s\n",
                        printable(filename), printable(config_type), printable(config_name));
     }
-    return set_and_commit(TQ_HERE, {filename, config_type, config_name, -1, nullptr, nullptr});
+    return apply(__func__, Change::kSet, by_name(filename, config_name, nullptr, config_type));
 }
 
 int del_uci_section_by_id(const char* filename, const char* config_type, int id) {
-    if (!filename || !config_type || id == -1) {
-        return TQ_FAIL("invalid parameter, filename = %s, config_type = %s, id = %d\n",
-                       printable(filename), printable(config_type), id);
-    }
-    return delete_and_commit(TQ_HERE, {filename, config_type, nullptr, id, nullptr, nullptr});
+    return make_change(by_id(filename, config_type, id, nullptr, nullptr), Change::kDeleteSection,
+                       __func__);
 }
 
 int del_uci_section_by_name(const char* filename, const char* config_name) {
-    if (!filename || !config_name) {
-        return TQ_FAIL("invalid parameter, filename = %s, cfg_name = %s\n", printable(filename),
-                       printable(config_name));
-    }
-    return delete_and_commit(TQ_HERE, {filename, nullptr, config_name, -1, nullptr, nullptr});
+    return make_change(by_name(filename, config_name, nullptr, nullptr), Change::kDeleteSection,
+                       __func__);
 }
 
 int del_uci_option_by_id(const char* filename, const char* config_type, int id,
                          const char* option) {
-    if (!filename || !config_type || id == -1 || !option) {
-        return TQ_FAIL("invalid parameter, filename = %s, config_type = %s, id = %d, option = %s\n",
-                       printable(filename), printable(config_type), id, printable(option));
-    }
-    return delete_and_commit(TQ_HERE, {filename, config_type, nullptr, id, option, nullptr});
+    return make_change(by_id(filename, config_type, id, option, nullptr), Change::kDeleteOption,
+                       __func__);
 }
 
 int del_uci_option_by_name(const char* filename, const char* config_name, const char* option) {
-    if (!filename || !config_name || !option) {
-        return TQ_FAIL("invalid parameter, filename = %s, cfg_name = %s, option = %s\n",
-                       printable(filename), printable(config_name), printable(option));
-    }
-    return delete_and_commit(TQ_HERE, {filename, nullptr, config_name, -1, option, nullptr});
+    return make_change(by_name(filename, config_name, option, nullptr), Change::kDeleteOption,
+                       __func__);
 }
 
 int uci_add_section_by_type(struct uci_context* ctx, struct uci_package* pkg, const char* type) {
-    if (!ctx || !pkg || !type) return TQ_FAIL("invalid parameters\n");
-    return tq::stage_section(TQ_HERE, ctx, pkg, type);
+    return tq::stage_section(__func__, ctx, pkg, type);
 }
 
 int add_uci_section(const char* filename, const char* config_type) {
@@ -350,7 +354,7 @@ int add_uci_section(const char* filename, const char* config_type) {
     if (uci_load(context.get(), filename, &package) != UCI_OK) {
         return TQ_FAIL("uci_load %s fail\n", filename);
     }
-    const int index = tq::stage_section(TQ_HERE, context.get(), package, config_type);
+    const int index = tq::stage_section(__func__, context.get(), package, config_type);
     if (index < 0) return -1;
     if (uci_commit(context.get(), &package, true) != UCI_OK) {
         return TQ_FAIL("uci_commit %s fail\n", filename);
@@ -360,75 +364,58 @@ int add_uci_section(const char* filename, const char* config_type) {
 
 int uci_get_str_option_by_name(const char* filename, const char* config_name, const char* option,
                                char* buf, int len) {
-    if (!filename || !config_name || !option) return TQ_FAIL("invalid parameters\n");
-    return read_text(TQ_HERE, {filename, nullptr, config_name, -1, option, nullptr}, buf, len);
+    if (!option) return tq::reject(__func__);
+    return read_element(by_name(filename, config_name, option, nullptr), buf, len, __func__);
 }
 
 int uci_get_int_option_by_name(const char* filename, const char* config_name, const char* option,
                                int* value) {
-    if (!filename || !config_name || !option || !value) return TQ_FAIL("invalid parameters\n");
-    return read_number(TQ_HERE, {filename, nullptr, config_name, -1, option, nullptr}, value);
+    return read_number(by_name(filename, config_name, option, nullptr), value, __func__);
 }
 
 int uci_get_str_option_by_id(const char* filename, const char* config_type, int id,
                              const char* option, char* buf, int len) {
-    if (!filename || !config_type || id == -1) return TQ_FAIL("invalid parameters\n");
-    return read_text(TQ_HERE, {filename, config_type, nullptr, id, option, nullptr}, buf, len);
+    return read_element(by_id(filename, config_type, id, option, nullptr), buf, len, __func__);
 }
 
 int uci_get_int_option_by_id(const char* filename, const char* config_type, int id,
                              const char* option, int* value) {
-    if (!filename || !config_type || id == -1 || !option || !value) {
-        return TQ_FAIL("invalid parameters\n");
-    }
-    return read_number(TQ_HERE, {filename, config_type, nullptr, id, option, nullptr}, value);
+    return read_number(by_id(filename, config_type, id, option, nullptr), value, __func__);
 }
 
 int set_uci_option(struct uci_context* ctx, const char* path) {
-    if (!ctx || !path) return TQ_FAIL("invalid parameters\n");
-    Path copy(path);
-    uci_ptr target{};
-    if (copy.cut() || uci_lookup_ptr(ctx, &target, copy.data(), true) != UCI_OK) {
-        return TQ_FAIL("uci_lookup_ptr fail: %s\n", path);
-    }
-    if (uci_set(ctx, &target) != UCI_OK) return TQ_FAIL("uci set %s fail\n", path);
-    if (uci_save(ctx, target.p) != UCI_OK) return TQ_FAIL("uci_save fail: %s\n", path);
-    return 0;
+    Target target;
+    if (find_target(__func__, ctx, path, target) != 0) return -1;
+    if (uci_set(ctx, &target.ptr) != UCI_OK) return TQ_FAIL("uci set %s fail\n", path);
+    return save(__func__, ctx, path, target);
 }
 
 int del_uci_element(struct uci_context* ctx, const char* path, int strict) {
-    if (!ctx || !path) return TQ_FAIL("invalid parameters\n");
-    Path copy(path);
-    uci_ptr target{};
-    if (copy.cut() || uci_lookup_ptr(ctx, &target, copy.data(), true) != UCI_OK) {
-        return TQ_FAIL("uci_lookup_ptr fail: %s\n", path);
+    Target target;
+    if (find_target(__func__, ctx, path, target) != 0) return -1;
+    if (target.ptr.value && !tq::leading_int(target.ptr.value)) {
+        return TQ_FAIL("invalid: %s\n", path);
     }
-    if (target.value && !tq::leading_int(target.value)) return TQ_FAIL("invalid: %s\n", path);
-    const int result = uci_delete(ctx, &target);
+    const int result = uci_delete(ctx, &target.ptr);
     if (result == UCI_ERR_NOTFOUND && strict) return result;
-    if (result != UCI_OK && result != UCI_ERR_NOTFOUND) {
-        TQ_LOG(LOG_ERR, "uci del %s fail\n", path);
-        return result;
-    }
-    if (uci_save(ctx, target.p) != UCI_OK) return TQ_FAIL("uci_save fail: %s\n", path);
-    return 0;
+    if (result == UCI_OK || result == UCI_ERR_NOTFOUND) return save(__func__, ctx, path, target);
+    TQ_LOG(LOG_ERR, "uci del %s fail\n", path);
+    return result;
 }
 
 int get_uci_option(struct uci_context* ctx, const char* path, char* buf, int len) {
-    if (!ctx || !path || !buf || len < 1) return TQ_FAIL("invalid parameters\n");
+    if (!ctx || !path || !buf || len < 1) return tq::reject(__func__);
     *buf = '\0';
-    Path copy(path);
-    uci_ptr found{};
-    if (copy.cut() || uci_lookup_ptr(ctx, &found, copy.data(), true) != UCI_OK) {
-        return TQ_FAIL("uci_lookup_ptr fail, %s\n", path);
-    }
-    if (!(found.flags & uci_ptr::UCI_LOOKUP_COMPLETE)) {
-        TQ_LOG(LOG_INFO, "ptr.flags = %d, UCI_LOOKUP_COMPLETE = %d\n", found.flags,
+    Target target;
+    if (!look_up(ctx, path, target)) return TQ_FAIL("uci_lookup_ptr fail, %s\n", path);
+    const int flags = target.ptr.flags;
+    if (!(flags & uci_ptr::UCI_LOOKUP_COMPLETE)) {
+        TQ_LOG(LOG_INFO, "ptr.flags = %d, UCI_LOOKUP_COMPLETE = %d\n", flags,
                uci_ptr::UCI_LOOKUP_COMPLETE);
         return -1;
     }
     TextWriter out({buf, static_cast<size_t>(len)});
-    if (!write_element(out, found)) return TQ_FAIL("unknown\n");
+    if (!write_element(out, target.ptr)) return TQ_FAIL("unknown\n");
     if (out.cut()) {
         *buf = '\0';
         return TQ_FAIL("buffer is short\n");

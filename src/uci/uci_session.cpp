@@ -16,7 +16,6 @@
 
 namespace {
 
-using tq::LogSite;
 using tq::Text;
 using tq::UniqueFd;
 
@@ -59,9 +58,11 @@ constinit uci_entry registry[] = {
 };
 static_assert(std::size(registry) == UCI_CONFIG_ALL);
 
-// Ids are positions.
 uci_entry* find_row(int id) {
-    return id >= 0 && id < UCI_CONFIG_ALL ? &registry[id] : nullptr;
+    for (uci_entry& row : registry) {
+        if (row.id == id) return &row;
+    }
+    return nullptr;
 }
 
 uci_element* uci_find_element(uci_context* context, uci_list* list, const char* name) {
@@ -147,22 +148,6 @@ bool matches(uci_context* context, uci_section* section, const char* const* matc
     return true;
 }
 
-int find_uci_section(uci_config_ctx* session, const char* type, const char* const* match) {
-    if (!session || !session->ptr.p) {
-        return TQ_FAIL("incomplete param, section_type: %s, uctx->ptr.p: %p\n", type,
-                       static_cast<void*>(nullptr));
-    }
-    uci_element* element = nullptr;
-    uci_foreach_element(&session->ptr.p->sections, element) {
-        uci_section* section = uci_to_section(element);
-        if (strcmp(section->type, type) != 0) continue;
-        if (match && !matches(session->ctx, section, match)) continue;
-        select_section(session, section);
-        return 0;
-    }
-    return -1;
-}
-
 // ---- sessions ----
 
 const uci_entry* row_of(const uci_config_ctx& session) {
@@ -205,47 +190,61 @@ const char* given(const char* text) {
     return text ? text : "nil";
 }
 
-// What a session's operation needs first; what is missing is logged in its name.
-bool is_usable(LogSite site, uci_config_ctx* session) {
-    const char* missing = !session ? "uctx" : !has_section(session) ? "uctx->ptr.s" : nullptr;
-    if (missing) TQ_LOG_AS(site, LOG_ERR, "incomplete param, %s:nil\n", missing);
-    return !missing;
-}
-
-bool is_usable(LogSite site, uci_config_ctx* session, const char* option) {
-    if (option) return is_usable(site, session);
-    TQ_LOG_AS(site, LOG_ERR, "incomplete param, option:%s\n", "nil");
-    return false;
-}
-
-bool is_usable(LogSite site, uci_config_ctx* session, const char* option, const char* value) {
-    if (option && value && *value) return is_usable(site, session);
-    TQ_LOG_AS(site, LOG_ERR, "incomplete param, val_str:%s, option:%s\n", given(value),
-              given(option));
-    return false;
-}
-
-uci_option* find_option(const uci_config_ctx* session, const char* option) {
-    uci_element* element = uci_find_element(session->ctx, &session->ptr.s->options, option);
-    return element ? uci_to_option(element) : nullptr;
-}
-
-// The address of an option. The section's name is its own: a caller may have moved the session.
-uci_ptr address_of(const uci_config_ctx* session, const char* option, const char* value) {
-    uci_ptr ptr{};
+// The address of an option of the session's section, found or not; false for a session without a
+// section, logged in the operation's name ("incomplete param, option:%s\n" and so on). The
+// section's name is its own: a caller may have moved the session.
+bool address(uci_config_ctx* session, const char* option, uci_ptr& ptr, const char* caller) {
+    const char* missing = !option                 ? "option"
+                          : !session              ? "uctx"
+                          : !has_section(session) ? "uctx->ptr.s"
+                                                  : nullptr;
+    if (missing) {
+        TQ_LOG_IN(caller, LOG_ERR, "incomplete param, %s:nil\n", missing);
+        return false;
+    }
+    uci_section* section = session->ptr.s;
+    uci_element* element = uci_find_element(session->ctx, &section->options, option);
+    // Each on its own: cleared as a whole first, reading an option would take a third longer.
+    ptr.target = UCI_TYPE_UNSPEC;
+    ptr.flags = {};
     ptr.p = session->ptr.p;
-    ptr.s = session->ptr.s;
-    ptr.section = ptr.s->e.name;
+    ptr.s = section;
+    ptr.o = element ? uci_to_option(element) : nullptr;
+    ptr.last = nullptr;
+    ptr.package = nullptr;
+    ptr.section = section->e.name;
     ptr.option = option;
+    ptr.value = nullptr;
+    return true;
+}
+
+// The same for an operation that takes a value.
+bool address_value(uci_config_ctx* session, const char* option, const char* value, uci_ptr& ptr,
+                   const char* caller) {
+    if (!option || !value || !*value) {
+        TQ_LOG_IN(caller, LOG_ERR, "incomplete param, val_str:%s, option:%s\n", given(value),
+                  given(option));
+        return false;
+    }
+    if (!address(session, option, ptr, caller)) return false;
     ptr.value = value;
-    ptr.o = find_option(session, option);
-    return ptr;
+    return true;
+}
+
+bool is_list(const uci_ptr& target) {
+    return target.o && target.o->type == UCI_TYPE_LIST;
+}
+
+// Whether the addressed list holds the value.
+bool is_listed(const uci_ptr& target) {
+    return is_list(target) && holds(&target.o->v.list, target.value);
 }
 
 // What the file can hold as an option's name, as the line of a staged change can.
 bool is_name(const char* text) {
     for (const char* c = text; *c; c++) {
-        const bool letter = (*c >= 'a' && *c <= 'z') || (*c >= 'A' && *c <= 'Z');
+        const int lower = *c | 0x20;
+        const bool letter = lower >= 'a' && lower <= 'z';
         if (!letter && !(*c >= '0' && *c <= '9') && *c != '_') return false;
     }
     return *text != '\0';
@@ -275,36 +274,59 @@ bool is_loaded(const uci_entry& row) {
     return row.ctx && row.pkg;
 }
 
-int commit(LogSite site, uci_entry& row) {
+int commit(const char* caller, uci_entry& row) {
     // What cannot be staged stays in the package, and the commit fails on it again.
     (void)uci_save(row.ctx, row.pkg);
     const int error = uci_commit(row.ctx, &row.pkg, false);
     if (error == UCI_OK) return UCI_OK;
-    TQ_LOG_AS(site, LOG_ERR, "uci_commit %s fail\n", row.file);
+    TQ_LOG_IN(caller, LOG_ERR, "uci_commit %s fail\n", row.file);
     row.pkg = loaded_package(row);
     return error;
 }
 
-void run_commit2(LogSite site, const uci_entry& row) {
+void run_commit2(const char* caller, const uci_entry& row) {
     Text<kCommandSize> command;
     command.append("%s %s", "uci commit2", row.file);
-    TQ_LOG_AS(site, LOG_INFO, "execute '%s'\n", command.c_str());
+    TQ_LOG_IN(caller, LOG_INFO, "execute '%s'\n", command.c_str());
     (void)!system(command.c_str());
 }
 
-int free_row(LogSite site, uci_entry& row) {
+int free_row(const char* caller, uci_entry& row) {
     if (row.pkg && uci_save(row.ctx, row.pkg) != UCI_OK) {
-        return TQ_FAIL_AS(site, "uci_save %s fail\n", row.file);
+        return TQ_FAIL_IN(caller, "uci_save %s fail\n", row.file);
     }
     if (row.ctx) clear(row);
     return 0;
+}
+
+// Selects the first section of a type that matches; a null match takes them all.
+constexpr int kNoneFits = 1;
+
+int load_first(int id, uci_config_ctx* session, const char* type, const char* const* match,
+               const char* caller) {
+    if (!type || !*type) return TQ_FAIL_IN(caller, "no section type\n");
+    if (load_uci_config(id, session) != 0) return -1;
+    if (!session) {
+        return TQ_FAIL_IN("find_uci_section",
+                          "incomplete param, section_type: %s, uctx->ptr.p: %p\n", type,
+                          static_cast<void*>(nullptr));
+    }
+    uci_element* element = nullptr;
+    uci_foreach_element(&session->pkg->sections, element) {
+        uci_section* section = uci_to_section(element);
+        if (strcmp(section->type, type) != 0) continue;
+        if (match && !matches(session->ctx, section, match)) continue;
+        select_section(session, section);
+        return 0;
+    }
+    return kNoneFits;
 }
 
 }  // namespace
 
 const struct uci_entry* get_uci_entry_by_name(const char* file) {
     if (!file) {
-        TQ_LOG(LOG_ERR, "invalid parameters\n");
+        tq::reject(__func__);
         return nullptr;
     }
     for (const uci_entry& row : registry) {
@@ -329,7 +351,7 @@ int load_uci_config(int id, uci_config_ctx* session) {
 
 int load_named_section(int id, uci_config_ctx* session, const char* name) {
     if (!name || !*name) return TQ_FAIL("no section name\n");
-    if (!session) return TQ_FAIL("invalid parameters\n");
+    if (!session) return tq::reject(__func__);
     if (load_uci_config(id, session) != 0) return -1;
     uci_element* element = uci_find_element(session->ctx, &session->pkg->sections, name);
     if (!element) {
@@ -341,65 +363,58 @@ int load_named_section(int id, uci_config_ctx* session, const char* name) {
 }
 
 int load_unnamed_section(int id, uci_config_ctx* session, const char* type) {
-    if (!type || !*type) return TQ_FAIL("no section type\n");
-    if (!session) return TQ_FAIL("invalid parameters\n");
-    if (load_uci_config(id, session) != 0) return -1;
-    uci_element* element = nullptr;
-    uci_foreach_element(&session->pkg->sections, element) {
-        session->ptr.s = uci_to_section(element);
-        if (strcmp(session->ptr.s->type, type) != 0) continue;
-        select_section(session, session->ptr.s);
-        return 0;
+    if (!session && type && *type) return tq::reject(__func__);
+    const int result = load_first(id, session, type, nullptr, __func__);
+    if (!session || result != kNoneFits) return result;
+    uci_list* sections = &session->pkg->sections;
+    if (!uci_list_empty(sections)) {
+        session->ptr.s = uci_to_section(list_to_element(sections->prev));
     }
     TQ_LOG(LOG_INFO, "no such type '%s' section \n", type);
     return -1;
 }
 
 int load_specific_section(int id, uci_config_ctx* session, const char* type, const char** match) {
-    if (!type || !*type) return TQ_FAIL("no section type\n");
-    if (load_uci_config(id, session) != 0) return -1;
-    return find_uci_section(session, type, match);
+    return load_first(id, session, type, match, __func__) == 0 ? 0 : -1;
 }
 
 const char* get_uci_config(uci_config_ctx* session, const char* option) {
-    if (!is_usable(TQ_HERE, session, option)) return nullptr;
-    const uci_option* found = find_option(session, option);
-    if (found && found->type == UCI_TYPE_STRING) return found->v.string;
+    uci_ptr found;
+    if (!address(session, option, found, __func__)) return nullptr;
+    if (found.o && found.o->type == UCI_TYPE_STRING) return found.o->v.string;
     TQ_LOG(LOG_NOTICE, "get uci config option '%s' failed\n", option);
     return nullptr;
 }
 
+// "create uci value '%s' for option '%s' failed\n", "add uci value '%s' for option '%s' failed\n",
+// "change uci value '%s' for option '%s' failed\n", "add uci value '%s' for option '%s' success\n",
+// "change uci value '%s' for option '%s' success\n".
 int set_uci_config(uci_config_ctx* session, const char* option, const char* value) {
-    if (!is_usable(TQ_HERE, session, option, value)) return -1;
-    uci_ptr target = address_of(session, option, value);
+    uci_ptr target;
+    if (!address_value(session, option, value, target, __func__)) return -1;
+    Change change = uci_set;
+    const char* attempt = "change";
+    const char* success = attempt;
     if (!target.o) {
-        if (!write_and_stage(session, target, uci_set)) {
-            return TQ_FAIL("create uci value '%s' for option '%s' failed\n", value, option);
-        }
-        TQ_LOG(LOG_DEBUG, "add uci value '%s' for option '%s' success\n", value, option);
-        return 0;
-    }
-    if (target.o->type == UCI_TYPE_LIST) {
-        if (!write_and_stage(session, target, uci_add_list)) {
-            return TQ_FAIL("add uci value '%s' for option '%s' failed\n", value, option);
-        }
-        TQ_LOG(LOG_DEBUG, "add uci value '%s' for option '%s' success\n", value, option);
-        return 0;
-    }
-    if (strcmp(target.o->v.string, value) == 0) {
+        attempt = "create";
+        success = "add";
+    } else if (is_list(target)) {
+        change = uci_add_list;
+        attempt = success = "add";
+    } else if (strcmp(target.o->v.string, value) == 0) {
         TQ_LOG(LOG_DEBUG, "uci value '%s' of option '%s' is no change\n", value, option);
         return 1;
     }
-    if (!write_and_stage(session, target, uci_set)) {
-        return TQ_FAIL("change uci value '%s' for option '%s' failed\n", value, option);
+    if (!write_and_stage(session, target, change)) {
+        return TQ_FAIL("%s uci value '%s' for option '%s' failed\n", attempt, value, option);
     }
-    TQ_LOG(LOG_DEBUG, "change uci value '%s' for option '%s' success\n", value, option);
+    TQ_LOG(LOG_DEBUG, "%s uci value '%s' for option '%s' success\n", success, value, option);
     return 0;
 }
 
 int del_uci_config(uci_config_ctx* session, const char* option) {
-    if (!is_usable(TQ_HERE, session, option)) return -1;
-    uci_ptr target = address_of(session, option, nullptr);
+    uci_ptr target;
+    if (!address(session, option, target, __func__)) return -1;
     if (!target.o) {
         TQ_LOG(LOG_DEBUG, "no such option '%s'\n", option);
         return 1;
@@ -412,27 +427,26 @@ int del_uci_config(uci_config_ctx* session, const char* option) {
 }
 
 struct uci_list* uci_lookup_option_list(uci_config_ctx* session, const char* option) {
-    if (!is_usable(TQ_HERE, session, option)) return nullptr;
-    uci_option* found = find_option(session, option);
-    return found && found->type == UCI_TYPE_LIST ? &found->v.list : nullptr;
+    uci_ptr found;
+    if (!address(session, option, found, __func__)) return nullptr;
+    return is_list(found) ? &found.o->v.list : nullptr;
 }
 
 int add_uci_list(uci_config_ctx* session, const char* option, const char* value) {
-    if (!is_usable(TQ_HERE, session, option, value)) return -1;
-    uci_ptr target = address_of(session, option, value);
-    if (target.o && target.o->type == UCI_TYPE_LIST && holds(&target.o->v.list, value)) return 1;
+    uci_ptr target;
+    if (!address_value(session, option, value, target, __func__)) return -1;
+    if (is_listed(target)) return 1;
     const int error = can_be_staged(target) ? uci_add_list(session->ctx, &target) : -1;
     if (error != UCI_OK) {
-        TQ_LOG(LOG_ERR, "add uci value '%s' for option '%s' failed\n", value, option);
+        TQ_LOG(LOG_ERR, "%s uci value '%s' for option '%s' failed\n", "add", value, option);
     }
     return error;
 }
 
 int del_uci_list(uci_config_ctx* session, const char* option, const char* value) {
-    if (!is_usable(TQ_HERE, session, option, value)) return -1;
-    uci_ptr target = address_of(session, option, value);
-    if (!target.o || target.o->type != UCI_TYPE_LIST) return 1;
-    if (!holds(&target.o->v.list, value)) return 1;
+    uci_ptr target;
+    if (!address_value(session, option, value, target, __func__)) return -1;
+    if (!is_listed(target)) return 1;
     const int error = uci_del_list(session->ctx, &target);
     if (error != UCI_OK) TQ_LOG(LOG_ERR, "uci del '%s' fail\n", option);
     return error;
@@ -442,12 +456,12 @@ int save_uci_config(int id, const int* commit2, int count) {
     if (id != UCI_CONFIG_ALL) {
         uci_entry* row = find_row(id);
         if (!row) return UCI_CONFIG_ALL;
-        return is_loaded(*row) ? commit(TQ_HERE, *row) : id;
+        return is_loaded(*row) ? commit(__func__, *row) : id;
     }
     for (uci_entry& row : registry) {
         if (!is_loaded(row)) continue;
-        (void)commit(TQ_HERE, row);
-        if (commit2 && row.id < count && commit2[row.id]) run_commit2(TQ_HERE, row);
+        (void)commit(__func__, row);
+        if (commit2 && row.id < count && commit2[row.id]) run_commit2(__func__, row);
     }
     return UCI_CONFIG_ALL;
 }
@@ -455,16 +469,16 @@ int save_uci_config(int id, const int* commit2, int count) {
 int free_uci_config(int id) {
     if (id != UCI_CONFIG_ALL) {
         uci_entry* row = find_row(id);
-        return row ? free_row(TQ_HERE, *row) : TQ_FAIL("unspport uci entry %d\n", id);
+        return row ? free_row(__func__, *row) : TQ_FAIL("unspport uci entry %d\n", id);
     }
     int result = 0;
     for (uci_entry& row : registry) {
-        if (free_row(TQ_HERE, row) != 0) result = -1;
+        if (free_row(__func__, row) != 0) result = -1;
     }
     return result;
 }
 
 int add_section(struct uci_context* ctx, struct uci_package* pkg, const char* type) {
-    if (!ctx || !pkg || !type) return TQ_FAIL("invalid parameters\n");
-    return tq::stage_section(TQ_HERE, ctx, pkg, type);
+    if (!ctx || !pkg || !type) return tq::reject(__func__);
+    return tq::stage_section(__func__, ctx, pkg, type);
 }

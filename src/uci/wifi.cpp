@@ -2,8 +2,7 @@
 
 #include <arpa/inet.h>
 
-#include <array>
-#include <bit>
+#include <algorithm>
 #include <cstring>
 #include <iterator>
 
@@ -14,11 +13,9 @@
 
 namespace {
 
-using tq::LogSite;
 using tq::Text;
 
 constexpr size_t kNumberSize = 32;
-constexpr size_t kAddressSize = 32;
 constexpr size_t kBridgeSize = 64;
 
 constexpr int kWriteFailed = -1;
@@ -26,28 +23,30 @@ constexpr int kNothingWritten = 1;
 
 // ---- tables: lookups take the first row that fits, so the order matters ----
 
+constexpr char kModeOptions[][10] = {"hwmode", "HT_BW", "VHT_BW", "HT_EXTCHA"};
+constexpr size_t kModeOptionCount = std::size(kModeOptions);
+
 struct ModeRow {
     uint8_t mode;
-    uint8_t hwmode;
-    uint8_t ht_bandwidth;
-    uint8_t vht_bandwidth;
-    uint8_t ht_extension;
+    uint8_t values[kModeOptionCount];  // of the options above
 };
 
 constexpr ModeRow kModes[] = {
-    {1, 2, 0, 0, 0},   {2, 1, 0, 0, 0},   {3, 0, 0, 0, 0},   {4, 0, 0, 0, 0},   {5, 2, 0, 0, 0},
-    {6, 0, 0, 0, 0},   {7, 8, 0, 0, 0},   {8, 9, 0, 0, 0},   {9, 8, 1, 0, 1},   {10, 8, 1, 0, 0},
-    {11, 9, 1, 0, 1},  {12, 9, 1, 0, 0},  {13, 8, 1, 0, 0},  {14, 9, 1, 0, 0},  {15, 14, 0, 0, 0},
-    {16, 14, 1, 0, 1}, {17, 14, 1, 0, 0}, {18, 14, 1, 0, 0}, {19, 14, 1, 1, 0}, {20, 4, 0, 0, 0},
-    {21, 14, 1, 1, 0}, {22, 17, 0, 0, 0}, {24, 17, 1, 0, 1}, {25, 17, 1, 0, 0}, {26, 17, 1, 0, 1},
-    {30, 17, 1, 1, 0}, {23, 16, 0, 0, 0}, {27, 16, 1, 1, 0}, {28, 16, 1, 0, 0}, {29, 16, 1, 0, 1},
+    {1, {2, 0, 0, 0}},   {2, {1, 0, 0, 0}},   {3, {0, 0, 0, 0}},   {4, {0, 0, 0, 0}},
+    {5, {2, 0, 0, 0}},   {6, {0, 0, 0, 0}},   {7, {8, 0, 0, 0}},   {8, {9, 0, 0, 0}},
+    {9, {8, 1, 0, 1}},   {10, {8, 1, 0, 0}},  {11, {9, 1, 0, 1}},  {12, {9, 1, 0, 0}},
+    {13, {8, 1, 0, 0}},  {14, {9, 1, 0, 0}},  {15, {14, 0, 0, 0}}, {16, {14, 1, 0, 1}},
+    {17, {14, 1, 0, 0}}, {18, {14, 1, 0, 0}}, {19, {14, 1, 1, 0}}, {20, {4, 0, 0, 0}},
+    {21, {14, 1, 1, 0}}, {22, {17, 0, 0, 0}}, {24, {17, 1, 0, 1}}, {25, {17, 1, 0, 0}},
+    {26, {17, 1, 0, 1}}, {30, {17, 1, 1, 0}}, {23, {16, 0, 0, 0}}, {27, {16, 1, 1, 0}},
+    {28, {16, 1, 0, 0}}, {29, {16, 1, 0, 1}},
 };
 static_assert(std::size(kModes) == 30);
 
 struct AuthRow {
     uint8_t type;
-    char text[12];
-    char psk_text[12];  // empty where there is no pre-shared key
+    char text[11];
+    char psk_text[10];  // empty where there is no pre-shared key
 };
 
 constexpr AuthRow kAuthTypes[] = {
@@ -58,7 +57,7 @@ constexpr AuthRow kAuthTypes[] = {
 
 struct CipherRow {
     uint8_t cipher;
-    char text[12];
+    char text[10];
 };
 
 constexpr CipherRow kCiphers[] = {{0, "ccmp"}, {1, "ccmp+tkip"}, {2, "tkip"}, {3, "suite_b"}};
@@ -117,10 +116,6 @@ bool is_psk_text(const AuthRow& row, const char* text) {
 
 // ---- options ----
 
-int reject(LogSite site) {
-    return TQ_FAIL_AS(site, "invalid parameters\n");
-}
-
 int write_number(uci_config_ctx* session, const char* option, int value) {
     Text<kNumberSize> text;
     text.append("%d", value);
@@ -136,119 +131,103 @@ bool read_number(uci_config_ctx* session, const char* option, int& value) {
 
 // A setter and a getter of one number; a rejected argument is logged in their caller's name.
 
-int set_number(LogSite site, uci_config_ctx* session, const char* option, int value) {
-    if (!session) return reject(site);
+int set_number(uci_config_ctx* session, const char* option, int value, const char* caller) {
+    if (!session) return tq::reject(caller);
     return write_number(session, option, value);
 }
 
-int get_number(LogSite site, uci_config_ctx* session, const char* option, int* value) {
-    if (!session || !value) return reject(site);
+int get_number(uci_config_ctx* session, const char* option, int* value, const char* caller) {
+    if (!session || !value) return tq::reject(caller);
     return read_number(session, option, *value) ? 0 : -1;
 }
-
-class AddressText : public Text<kAddressSize> {
-  public:
-    // The octets as they stand in memory.
-    explicit AddressText(uint32_t network_order) {
-        const auto octets = std::bit_cast<std::array<uint8_t, 4>>(network_order);
-        append("%u.%u.%u.%u", octets[0], octets[1], octets[2], octets[3]);
-    }
-};
 
 }  // namespace
 
 int wifi_set_country_code(uci_config_ctx* session) {
-    if (!session) return reject(TQ_HERE);
-    constexpr const CountryRow* kRow =
-        find_row(kCountries, [](const CountryRow& row) { return row.code == kChina; });
-    const int country = set_uci_config(session, "country", kRow->alpha2);
-    const int region = write_number(session, "CountryRegion", kRow->region);
-    const int a_band = write_number(session, "CountryRegionABand", kRow->region_a_band);
+    if (!session) return tq::reject(__func__);
+    // Only this row of the table is stored.
+    static constexpr CountryRow kRow =
+        *find_row(kCountries, [](const CountryRow& row) { return row.code == kChina; });
+    const int country = set_uci_config(session, "country", kRow.alpha2);
+    const int region = write_number(session, "CountryRegion", kRow.region);
+    const int a_band = write_number(session, "CountryRegionABand", kRow.region_a_band);
     return (country & region & 1) & a_band;
 }
 
 int wifi_set_wireless_mode(uci_config_ctx* session, int mode) {
-    if (!session) return reject(TQ_HERE);
+    if (!session) return tq::reject(__func__);
     const ModeRow* found =
         find_row(kModes, [mode](const ModeRow& row) { return row.mode == mode; });
     if (!found) return -1;
-    const int hwmode = write_number(session, "hwmode", found->hwmode);
-    const int ht_bandwidth = write_number(session, "HT_BW", found->ht_bandwidth);
-    const int vht_bandwidth = write_number(session, "VHT_BW", found->vht_bandwidth);
-    const int ht_extension = write_number(session, "HT_EXTCHA", found->ht_extension);
-    return (hwmode & ht_bandwidth & 1) & vht_bandwidth & ht_extension;
+    int result = 1;
+    for (size_t i = 0; i < kModeOptionCount; i++)
+        result &= write_number(session, kModeOptions[i], found->values[i]);
+    return result;
 }
 
 int wifi_get_wireless_mode(uci_config_ctx* session, int* mode) {
-    if (!session || !mode) return reject(TQ_HERE);
-    int hwmode = 0;
-    int ht_bandwidth = 0;
-    int vht_bandwidth = 0;
-    int ht_extension = 0;
-    if (!read_number(session, "hwmode", hwmode) || !read_number(session, "HT_BW", ht_bandwidth) ||
-        !read_number(session, "VHT_BW", vht_bandwidth) ||
-        !read_number(session, "HT_EXTCHA", ht_extension)) {
-        return -1;
+    if (!session || !mode) return tq::reject(__func__);
+    int values[kModeOptionCount];
+    for (size_t i = 0; i < kModeOptionCount; i++) {
+        if (!read_number(session, kModeOptions[i], values[i])) return -1;
     }
-    const ModeRow* found = find_row(kModes, [=](const ModeRow& row) {
-        return row.hwmode == hwmode && row.ht_bandwidth == ht_bandwidth &&
-               row.vht_bandwidth == vht_bandwidth && row.ht_extension == ht_extension;
-    });
+    const ModeRow* found = find_row(
+        kModes, [&](const ModeRow& row) { return std::ranges::equal(row.values, values); });
     if (!found) return -1;
     *mode = found->mode;
     return 0;
 }
 
 int wifi_set_short_gi(uci_config_ctx* session, int value) {
-    return set_number(TQ_HERE, session, "HT_GI", value);
+    return set_number(session, "HT_GI", value, __func__);
 }
 
 int wifi_get_short_gi(uci_config_ctx* session, int* value) {
-    return get_number(TQ_HERE, session, "HT_GI", value);
+    return get_number(session, "HT_GI", value, __func__);
 }
 
 int wifi_set_vht_short_gi(uci_config_ctx* session, int value) {
-    return set_number(TQ_HERE, session, "VHT_SGI", value);
+    return set_number(session, "VHT_SGI", value, __func__);
 }
 
 int wifi_get_vht_short_gi(uci_config_ctx* session, int* value) {
-    return get_number(TQ_HERE, session, "VHT_SGI", value);
+    return get_number(session, "VHT_SGI", value, __func__);
 }
 
 int wifi_set_rts_threshold(uci_config_ctx* session, int /*ignored*/, int value) {
-    return set_number(TQ_HERE, session, "RTSThreshold", value);
+    return set_number(session, "RTSThreshold", value, __func__);
 }
 
 int wifi_get_rts_threshold(uci_config_ctx* session, int /*ignored*/, int* value) {
-    return get_number(TQ_HERE, session, "RTSThreshold", value);
+    return get_number(session, "RTSThreshold", value, __func__);
 }
 
 int wifi_set_frag_threshold(uci_config_ctx* session, int /*ignored*/, int value) {
-    return set_number(TQ_HERE, session, "FragThreshold", value);
+    return set_number(session, "FragThreshold", value, __func__);
 }
 
 int wifi_get_frag_threshold(uci_config_ctx* session, int /*ignored*/, int* value) {
-    return get_number(TQ_HERE, session, "FragThreshold", value);
+    return get_number(session, "FragThreshold", value, __func__);
 }
 
 int wifi_set_dtim_interval(uci_config_ctx* session, int /*ignored*/, int value) {
-    return set_number(TQ_HERE, session, "DtimPeriod", value);
+    return set_number(session, "DtimPeriod", value, __func__);
 }
 
 int wifi_get_dtim_interval(uci_config_ctx* session, int /*ignored*/, int* value) {
-    return get_number(TQ_HERE, session, "DtimPeriod", value);
+    return get_number(session, "DtimPeriod", value, __func__);
 }
 
 int wifi_set_beacon_rate(uci_config_ctx* session, int value) {
-    return set_number(TQ_HERE, session, "MinPhyBeaconRate", value);
+    return set_number(session, "MinPhyBeaconRate", value, __func__);
 }
 
 int wifi_get_beacon_rate(uci_config_ctx* session, int* value) {
-    return get_number(TQ_HERE, session, "MinPhyBeaconRate", value);
+    return get_number(session, "MinPhyBeaconRate", value, __func__);
 }
 
 int wifi_set_mcast_rate(uci_config_ctx* session, int rate) {
-    if (!session) return reject(TQ_HERE);
+    if (!session) return tq::reject(__func__);
     const McastRow* found =
         find_row(kMcastRates, [rate](const McastRow& row) { return row.rate == rate; });
     if (!found) return TQ_FAIL("not support mcast rate %d\n", rate);
@@ -258,7 +237,7 @@ int wifi_set_mcast_rate(uci_config_ctx* session, int rate) {
 }
 
 int wifi_get_mcast_rate(uci_config_ctx* session, int* rate) {
-    if (!session || !rate) return reject(TQ_HERE);
+    if (!session || !rate) return tq::reject(__func__);
     int phy_mode = 0;
     int mcs = 0;
     if (!read_number(session, "McastPhyMode", phy_mode)) return -1;
@@ -272,7 +251,7 @@ int wifi_get_mcast_rate(uci_config_ctx* session, int* rate) {
 }
 
 int wifi_set_auth_type(uci_config_ctx* session, int type) {
-    if (!session) return reject(TQ_HERE);
+    if (!session) return tq::reject(__func__);
     const AuthRow* row = find_auth_type(type);
     if (!row) return -1;
     if (has_psk(*row)) return kNothingWritten;
@@ -280,7 +259,7 @@ int wifi_set_auth_type(uci_config_ctx* session, int type) {
 }
 
 int wifi_get_auth_type(uci_config_ctx* session, int* type) {
-    if (!session || !type) return reject(TQ_HERE);
+    if (!session || !type) return tq::reject(__func__);
     const char* text = get_uci_config(session, "encryption");
     if (!text) return -1;
     const AuthRow* found = find_row(kAuthTypes, [text](const AuthRow& row) {
@@ -292,7 +271,7 @@ int wifi_get_auth_type(uci_config_ctx* session, int* type) {
 }
 
 int wifi_set_auth_wpa_type(uci_config_ctx* session, int type, int enterprise, int cipher) {
-    if (!session) return reject(TQ_HERE);
+    if (!session) return tq::reject(__func__);
     const CipherRow* cipher_row =
         find_row(kCiphers, [cipher](const CipherRow& row) { return row.cipher == cipher; });
     const AuthRow* auth_row = find_auth_type(type);
@@ -303,7 +282,7 @@ int wifi_set_auth_wpa_type(uci_config_ctx* session, int type, int enterprise, in
 }
 
 int wifi_get_auth_wpa_type(uci_config_ctx* session, int type, int* enterprise, int* cipher) {
-    if (!session || !enterprise || !cipher) return reject(TQ_HERE);
+    if (!session || !enterprise || !cipher) return tq::reject(__func__);
     const char* encryption = get_uci_config(session, "encryption");
     if (!encryption) return -1;
     const AuthRow* auth_row = find_auth_type(type);
@@ -321,12 +300,12 @@ int wifi_get_auth_wpa_type(uci_config_ctx* session, int type, int* enterprise, i
 }
 
 int wifi_set_auth_wpa_key(uci_config_ctx* session, const char* key) {
-    if (!session || !key) return reject(TQ_HERE);
+    if (!session || !key) return tq::reject(__func__);
     return set_uci_config(session, "key", key);
 }
 
 int wifi_get_auth_wpa_key(uci_config_ctx* session, char* buf, int len) {
-    if (!session || !buf || len <= 0) return reject(TQ_HERE);
+    if (!session || !buf || len <= 0) return tq::reject(__func__);
     *buf = '\0';
     const char* key = get_uci_config(session, "key");
     if (!key) return -1;
@@ -335,20 +314,22 @@ int wifi_get_auth_wpa_key(uci_config_ctx* session, char* buf, int len) {
 }
 
 int wifi_set_auth_radius_server(uci_config_ctx* session, const struct wifi_radius_server* server) {
-    if (!session || !server) return reject(TQ_HERE);
+    if (!session || !server) return tq::reject(__func__);
     unsigned wan = 0;
     if (get_wan_if_addr(&wan) != 0) return TQ_FAIL("get wan ip addr failed!\n");
-    const char* network = get_uci_config(session, "network");
-    if (!network) return TQ_FAIL("get vap network failed!\n");
     Text<kBridgeSize> bridge;
-    bridge.append("br-%s", network);
-    if (bridge.cut()) return TQ_FAIL("get vap network failed!\n");
-    const AddressText address(htonl(server->addr));
-    const AddressText own_address(wan);
-    int result = set_uci_config(session, "auth_server", address.c_str());
+    const char* network = get_uci_config(session, "network");
+    if (network) bridge.append("br-%s", network);
+    if (!network || bridge.cut()) return TQ_FAIL("get vap network failed!\n");
+    const in_addr_t server_address = htonl(server->addr);
+    char address[INET_ADDRSTRLEN];
+    inet_ntop(AF_INET, &server_address, address, sizeof(address));
+    char own_address[INET_ADDRSTRLEN];
+    inet_ntop(AF_INET, &wan, own_address, sizeof(own_address));
+    int result = set_uci_config(session, "auth_server", address);
     result &= set_uci_config(session, "auth_secret", server->secret);
     result &= write_number(session, "auth_port", server->port);
-    result &= set_uci_config(session, "ownip", own_address.c_str());
+    result &= set_uci_config(session, "ownip", own_address);
     result &= set_uci_config(session, "eapifname", bridge.c_str());
     result &= set_uci_config(session, "preauthifname", bridge.c_str());
     return result;
@@ -356,7 +337,7 @@ int wifi_set_auth_radius_server(uci_config_ctx* session, const struct wifi_radiu
 
 int wifi_get_auth_radius_server(uci_config_ctx* session, struct wifi_radius_server* server,
                                 int* count) {
-    if (!session || !server || !count) return reject(TQ_HERE);
+    if (!session || !server || !count) return tq::reject(__func__);
     const char* address_text = get_uci_config(session, "auth_server");
     if (!address_text) return -1;
     in_addr address{};
@@ -375,7 +356,7 @@ int wifi_get_auth_radius_server(uci_config_ctx* session, struct wifi_radius_serv
 }
 
 int wifi_del_auth_radius_server(uci_config_ctx* session) {
-    if (!session) return reject(TQ_HERE);
+    if (!session) return tq::reject(__func__);
     int result = del_uci_config(session, "auth_server");
     result &= del_uci_config(session, "auth_secret");
     result &= del_uci_config(session, "auth_port");

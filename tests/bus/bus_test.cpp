@@ -49,11 +49,7 @@ constexpr int kLimit = 3000;
 std::vector<int> open_descriptors() {
     uloop_done();
     closelog();
-    std::vector<int> open;
-    for (int fd = 0; fd < 256; fd++) {
-        if (fcntl(fd, F_GETFD) != -1) open.push_back(fd);
-    }
-    return open;
+    return tq_test::open_descriptors();
 }
 
 auto Failed(const std::string& text) {

@@ -4,46 +4,29 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <libubus.h>
 
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "bus/request_test.h"
 #include "support/bus.h"
-#include "support/bus_calls.h"
-#include "support/device.h"
 #include "support/log_capture.h"
-#include "tq/bus.h"
 
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
-using testing::Field;
 using testing::IsEmpty;
-using tq_test::Broker;
-using tq_test::BusCall;
-using tq_test::BusCalls;
 using tq_test::BusService;
-using tq_test::DeviceTest;
 using tq_test::Line;
-using tq_test::LogCapture;
+using tq_test::Request;
 
 constexpr unsigned char kMac[6] = {0x00, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E};
 
-// A request, and how it names itself where it fails.
-struct Named {
-    std::string function;
-    std::string object;
-    std::string text;
-    std::function<int()> call;
-};
-
 uint32_t number;
 
-const std::vector<Named>& all_requests() {
-    static const std::vector<Named> kAll = {
+const std::vector<Request>& all_requests() {
+    static const std::vector<Request> kAll = {
         {"set_ssid_bwctl", "bwctrl", "send_ubus_msg(BWCTRL, METHOD_SET, param1) fail\n",
          [] { return set_ssid_bwctl("ath0", 1, 2); }},
         {"set_ssid_bwctl", "bwctrl", "send_ubus_msg(BWCTRL, METHOD_DEL, param1) fail\n",
@@ -105,20 +88,8 @@ const std::vector<Getter>& getters() {
     return kAll;
 }
 
-class BwctlTest : public DeviceTest {
-  protected:
-    void TearDown() override { destroy_ubus_client(); }
-
-    LogCapture log_;
-};
-
-class Connected : public BwctlTest {
-  protected:
-    void SetUp() override { ASSERT_EQ(init_ubus_client(), 0); }
-
-    Broker broker_;
-};
-
+using BwctlTest = tq_test::RequestTest;
+using Connected = tq_test::ConnectedTest;
 class Limits : public Connected {};
 class Statistics : public Connected {};
 
@@ -183,7 +154,7 @@ TEST_F(Limits, AreSavedAndReloaded) {
 TEST_F(Limits, NeedAVapAndAStation) {
     BusService service({"bwctrl", "bwctrl.maxassoc"});
     const auto rejected = [this](const char* function) {
-        EXPECT_THAT(log_.take(), ElementsAre(Line(LOG_ERR, function, "invalid parameters\n")));
+        expect_rejected(function, "invalid parameters\n");
     };
     EXPECT_EQ(set_ssid_bwctl(nullptr, 1, 2), -1);
     rejected("set_ssid_bwctl");
@@ -259,7 +230,7 @@ TEST_F(Statistics, AreNotTakenAfterAReplyWithoutTheKey) {
 TEST_F(Statistics, NeedAPlaceForTheNumber) {
     BusService service({"statistics=int:cpuUsage:7"});
     const auto rejected = [this](const char* function) {
-        EXPECT_THAT(log_.take(), ElementsAre(Line(LOG_ERR, function, "invalid parameters\n")));
+        expect_rejected(function, "invalid parameters\n");
     };
     EXPECT_EQ(tq_get_in_flow_statistics(1, nullptr), -1);
     rejected("tq_get_in_flow_statistics");
@@ -277,41 +248,25 @@ TEST_F(Statistics, NeedAPlaceForTheNumber) {
 // Failures of all of them.
 
 TEST_F(BwctlTest, FailsWithoutAConnection) {
-    for (const Named& request : all_requests()) {
-        EXPECT_EQ(request.call(), -1);
-        EXPECT_THAT(log_.take(), ElementsAre(Line(LOG_ERR, "notify_ubus_server",
-                                                  "ubus client should be initialized\n"),
-                                             Line(LOG_ERR, request.function, request.text)));
-    }
+    for (const Request& request : all_requests())
+        expect_failure(request, "ubus client should be initialized\n");
 }
 
 TEST_F(Connected, FailsWithoutTheService) {
-    for (const Named& request : all_requests()) {
-        EXPECT_EQ(request.call(), -1);
-        EXPECT_THAT(log_.take(),
-                    ElementsAre(Line(LOG_ERR, "notify_ubus_server",
-                                     "Failed to look up " + request.object + " object\n\n"),
-                                Line(LOG_ERR, request.function, request.text)));
-    }
+    for (const Request& request : all_requests())
+        expect_failure(request, "Failed to look up " + request.object + " object\n\n");
 }
 
 TEST_F(Connected, FailsWhereTheServiceRefuses) {
     BusService service({"bwctrl=status:2", "bwctrl.maxassoc=status:2", "statistics=status:2"});
-    for (const Named& request : all_requests()) {
-        EXPECT_EQ(request.call(), -1);
-        EXPECT_THAT(log_.take(), ElementsAre(Line(LOG_ERR, request.function, request.text)));
-    }
+    for (const Request& request : all_requests())
+        expect_failure(request);
 }
 
 TEST_F(Connected, WaitsThreeSecondsForEachAnswer) {
     BusService service({"bwctrl", "bwctrl.maxassoc", "statistics"});
-    for (const Named& request : all_requests()) {
-        const BusCalls watch;
-        EXPECT_EQ(request.call(), 0);
-        EXPECT_THAT(BusCalls::take(), Contains(testing::AllOf(Field(&BusCall::name, "ubus_invoke"),
-                                                              Field(&BusCall::argument, 3000))))
-            << request.function;
-    }
+    for (const Request& request : all_requests())
+        expect_to_wait_three_seconds(request);
 }
 
 // The one test that waits for it.

@@ -13,35 +13,33 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
-#include <optional>
 #include <random>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "bus/request_test.h"
 #include "support/bus.h"
 #include "support/bus_calls.h"
 #include "support/device.h"
 #include "support/faults.h"
 #include "support/log_capture.h"
-#include "tq/bus.h"
+#include "support/random.h"
 
 namespace {
 
 using testing::Contains;
 using testing::ElementsAre;
-using testing::Field;
 using testing::IsEmpty;
 using tq_test::Broker;
-using tq_test::BusCall;
 using tq_test::BusCalls;
 using tq_test::BusService;
-using tq_test::DeviceTest;
 using tq_test::exists;
 using tq_test::Line;
-using tq_test::LogCapture;
 using tq_test::read_file;
+using tq_test::Request;
 using tq_test::ScopedMount;
+using tq_test::seeded;
 using tq_test::write_file;
 using tq_test::faults::Fail;
 
@@ -104,86 +102,78 @@ class UbusRecorder {
     std::string path_;
 };
 
-class FmTest : public DeviceTest {
+template <typename Base>
+class FmTest : public Base {
   protected:
-    void TearDown() override { destroy_ubus_client(); }
+    void rejected(const char* function) { this->expect_rejected(function, "invalid parameter\n"); }
 
-    void rejected(const char* function) {
-        EXPECT_THAT(log_.take(), ElementsAre(Line(LOG_ERR, function, "invalid parameter\n")));
+    void expect_settings_to_need_their_texts() {
+        EXPECT_EQ(set_fm_wifi_down_cause(0, 0, nullptr, "cause"), -1);
+        rejected("set_fm_wifi_down_cause");
+        EXPECT_EQ(set_fm_wifi_down_cause(0, 0, "status", nullptr), -1);
+        rejected("set_fm_wifi_down_cause");
+        EXPECT_EQ(set_fm_url(nullptr), -1);
+        rejected("set_fm_url");
+        EXPECT_EQ(set_fm_suppress(nullptr), -1);
+        rejected("set_fm_suppress");
     }
-
-    LogCapture log_;
 };
 
-class OverTheBus : public FmTest {
-  protected:
-    void SetUp() override { ASSERT_EQ(init_ubus_client(), 0); }
-
-    Broker broker_;
-};
+using OverTheBus = FmTest<tq_test::ConnectedTest>;
 
 // Without a connection of the library's.
-class ByCommand : public FmTest {
+class ByCommand : public FmTest<tq_test::RequestTest> {
   protected:
     ByCommand() { tq_test::stop_bus(); }
 };
 
-// A call that goes over the bus, what the object receives and how the call names itself where it
-// fails.
-struct Named {
-    std::string function;
-    std::string object;
-    std::string received;
-    std::string text;
-    std::function<int()> call;
-};
-
-const std::vector<Named>& notices() {
-    static const std::vector<Named> kAll = {
+const std::vector<Request>& notices() {
+    static const std::vector<Request> kAll = {
         {"notify_fm_ac_disconnect", "fm.ac",
-         "disconnect addr=\"192.0.2.1\" port=5246 probable_cause=\"timeout\"",
          "send_ubus_msg(FM_AC_ALARM, METHOD_DISCONNECT, param) fail\n",
-         [] { return notify_fm_ac_disconnect("192.0.2.1", 5246, "timeout", nullptr); }},
-        {"notify_fm_ac_connect", "fm.ac", "connect addr=\"192.0.2.1\" port=5246",
+         [] { return notify_fm_ac_disconnect("192.0.2.1", 5246, "timeout", nullptr); },
+         "disconnect addr=\"192.0.2.1\" port=5246 probable_cause=\"timeout\""},
+        {"notify_fm_ac_connect", "fm.ac",
          "send_ubus_msg(FM_AC_ALARM, METHOD_CONNECT, param) fail\n",
-         [] { return notify_fm_ac_connect("192.0.2.1", 5246); }},
+         [] { return notify_fm_ac_connect("192.0.2.1", 5246); },
+         "connect addr=\"192.0.2.1\" port=5246"},
         {"notify_fm_ntp_disconnect", "fm.ntp",
-         "disconnect addr=\"192.0.2.2\" port=123 specific_cause=\"reset\"",
          "send_ubus_msg(FM_NTP_ALARM, METHOD_DISCONNECT, param) fail\n",
-         [] { return notify_fm_ntp_disconnect("192.0.2.2", 123, nullptr, "reset"); }},
-        {"notify_fm_ntp_connect", "fm.ntp", "connect addr=\"192.0.2.2\" port=123",
+         [] { return notify_fm_ntp_disconnect("192.0.2.2", 123, nullptr, "reset"); },
+         "disconnect addr=\"192.0.2.2\" port=123 specific_cause=\"reset\""},
+        {"notify_fm_ntp_connect", "fm.ntp",
          "send_ubus_msg(FM_NTP_ALARM, METHOD_CONNECT, param) fail\n",
-         [] { return notify_fm_ntp_connect("192.0.2.2", 123); }},
+         [] { return notify_fm_ntp_connect("192.0.2.2", 123); },
+         "connect addr=\"192.0.2.2\" port=123"},
     };
     return kAll;
 }
 
-const std::vector<Named>& settings() {
-    static const std::vector<Named> kAll = {
-        {"notify_fm_reload_wifi_cfg", "fm.reload.wifi", "reload",
+const std::vector<Request>& settings() {
+    static const std::vector<Request> kAll = {
+        {"notify_fm_reload_wifi_cfg", "fm.reload.wifi",
          "send_ubus_msg(FM_RELOAD_WIFI, METHOD_RELOAD, NULL) fail\n",
-         [] { return notify_fm_reload_wifi_cfg(); }},
+         [] { return notify_fm_reload_wifi_cfg(); }, "reload"},
         {"set_fm_wifi_down_cause", "fm.wifi_down.cause",
-         "set raido=1 wlan=2 status=\"down\" probable_cause=\"it's \\x22hot\\x22\"",
          "send_ubus_msg(FM_WIFI_DOWN_UBUS, METHOD_SET, param) fail\n",
-         [] { return set_fm_wifi_down_cause(1, 2, "down", "it's \"hot\""); }},
-        {"set_fm_action", "fm.action", "set value=4294967295",
-         "send_ubus_msg(FM_ACTION, METHOD_SET, param) fail\n", [] { return set_fm_action(-1); }},
-        {"set_fm_url", "fm.url", "set fm.url=\"http://192.0.2.3/x?a=1&b='2'\"",
-         "send_ubus_msg(FM_URL, METHOD_SET, param) fail\n",
-         [] { return set_fm_url("http://192.0.2.3/x?a=1&b='2'"); }},
-        {"set_fm_threshold", "fm.threshold", "set id=7 value=80",
+         [] { return set_fm_wifi_down_cause(1, 2, "down", "it's \"hot\""); },
+         "set raido=1 wlan=2 status=\"down\" probable_cause=\"it's \\x22hot\\x22\""},
+        {"set_fm_action", "fm.action", "send_ubus_msg(FM_ACTION, METHOD_SET, param) fail\n",
+         [] { return set_fm_action(-1); }, "set value=4294967295"},
+        {"set_fm_url", "fm.url", "send_ubus_msg(FM_URL, METHOD_SET, param) fail\n",
+         [] { return set_fm_url("http://192.0.2.3/x?a=1&b='2'"); },
+         "set fm.url=\"http://192.0.2.3/x?a=1&b='2'\""},
+        {"set_fm_threshold", "fm.threshold",
          "send_ubus_msg(FM_THRESHOLD, METHOD_SET, param) fail\n",
-         [] { return set_fm_threshold(7, 80); }},
-        {"set_fm_suppress", "fm.suppress", "set fm.suppress=\"on\"",
-         "send_ubus_msg(FM_SUPPRESS, METHOD_SET, param) fail\n",
-         [] { return set_fm_suppress("on"); }},
+         [] { return set_fm_threshold(7, 80); }, "set id=7 value=80"},
+        {"set_fm_suppress", "fm.suppress", "send_ubus_msg(FM_SUPPRESS, METHOD_SET, param) fail\n",
+         [] { return set_fm_suppress("on"); }, "set fm.suppress=\"on\""},
     };
     return kAll;
 }
 
-std::vector<Named> all_calls() {
-    std::vector<Named> all = notices();
+std::vector<Request> all_calls() {
+    std::vector<Request> all = notices();
     all.insert(all.end(), settings().begin(), settings().end());
     return all;
 }
@@ -200,9 +190,9 @@ std::vector<std::string> all_objects(const std::string& behaviour) {
 
 TEST_F(OverTheBus, EachObjectReceivesItsFields) {
     BusService service(all_objects(""));
-    for (const Named& call : all_calls()) {
-        EXPECT_EQ(call.call(), 0);
-        EXPECT_THAT(service.take(), ElementsAre(call.object + " " + call.received));
+    for (const Request& request : all_calls()) {
+        EXPECT_EQ(request.call(), 0);
+        EXPECT_THAT(service.take(), ElementsAre(request.object + " " + request.received));
     }
     EXPECT_THAT(log_.take(), IsEmpty());
 }
@@ -210,8 +200,8 @@ TEST_F(OverTheBus, EachObjectReceivesItsFields) {
 TEST_F(OverTheBus, NoShellIsRun) {
     BusService service(all_objects(""));
     const ShellRecorder shell;
-    for (const Named& call : all_calls())
-        EXPECT_EQ(call.call(), 0);
+    for (const Request& request : all_calls())
+        EXPECT_EQ(request.call(), 0);
     EXPECT_THAT(ShellRecorder::take(), IsEmpty());
 }
 
@@ -248,14 +238,7 @@ TEST_F(OverTheBus, AMissingTextIsRejected) {
     rejected("notify_fm_ntp_disconnect");
     EXPECT_EQ(notify_fm_ntp_connect(nullptr, 1), -1);
     rejected("notify_fm_ntp_connect");
-    EXPECT_EQ(set_fm_wifi_down_cause(0, 0, nullptr, "cause"), -1);
-    rejected("set_fm_wifi_down_cause");
-    EXPECT_EQ(set_fm_wifi_down_cause(0, 0, "status", nullptr), -1);
-    rejected("set_fm_wifi_down_cause");
-    EXPECT_EQ(set_fm_url(nullptr), -1);
-    rejected("set_fm_url");
-    EXPECT_EQ(set_fm_suppress(nullptr), -1);
-    rejected("set_fm_suppress");
+    expect_settings_to_need_their_texts();
     EXPECT_THAT(service.take(), IsEmpty());
 }
 
@@ -268,33 +251,21 @@ TEST_F(OverTheBus, ATextIsNotCut) {
 
 TEST_F(OverTheBus, AMissingObjectIsAFailure) {
     const ShellRecorder shell;
-    for (const Named& call : all_calls()) {
-        EXPECT_EQ(call.call(), -1);
-        EXPECT_THAT(log_.take(),
-                    ElementsAre(Line(LOG_ERR, "notify_ubus_server",
-                                     "Failed to look up " + call.object + " object\n\n"),
-                                Line(LOG_ERR, call.function, call.text)));
-    }
+    for (const Request& request : all_calls())
+        expect_failure(request, "Failed to look up " + request.object + " object\n\n");
     EXPECT_THAT(ShellRecorder::take(), IsEmpty());
 }
 
 TEST_F(OverTheBus, ARefusalIsAFailure) {
     BusService service(all_objects("=status:4"));
-    for (const Named& call : all_calls()) {
-        EXPECT_EQ(call.call(), -1);
-        EXPECT_THAT(log_.take(), ElementsAre(Line(LOG_ERR, call.function, call.text)));
-    }
+    for (const Request& request : all_calls())
+        expect_failure(request);
 }
 
 TEST_F(OverTheBus, EachCallWaitsThreeSeconds) {
     BusService service(all_objects(""));
-    for (const Named& call : all_calls()) {
-        const BusCalls watch;
-        EXPECT_EQ(call.call(), 0);
-        EXPECT_THAT(BusCalls::take(), Contains(testing::AllOf(Field(&BusCall::name, "ubus_invoke"),
-                                                              Field(&BusCall::argument, 3000))))
-            << call.function;
-    }
+    for (const Request& request : all_calls())
+        expect_to_wait_three_seconds(request);
 }
 
 TEST_F(OverTheBus, TheUploadNoticesGoByCommandAllTheSame) {
@@ -315,12 +286,8 @@ TEST_F(OverTheBus, TheUploadNoticesGoByCommandAllTheSame) {
 
 TEST_F(ByCommand, TheNoticesOfTheControllerAndTheTimeServerFail) {
     const ShellRecorder shell;
-    for (const Named& call : notices()) {
-        EXPECT_EQ(call.call(), -1);
-        EXPECT_THAT(log_.take(), ElementsAre(Line(LOG_ERR, "notify_ubus_server",
-                                                  "ubus client should be initialized\n"),
-                                             Line(LOG_ERR, call.function, call.text)));
-    }
+    for (const Request& request : notices())
+        expect_failure(request, "ubus client should be initialized\n");
     EXPECT_THAT(ShellRecorder::take(), IsEmpty());
 }
 
@@ -432,14 +399,7 @@ TEST_F(ByCommand, TheResultIsZeroWhateverTheCommandDid) {
 
 TEST_F(ByCommand, AMissingTextOrCauseIsRejected) {
     const ShellRecorder shell;
-    EXPECT_EQ(set_fm_wifi_down_cause(0, 0, nullptr, "cause"), -1);
-    rejected("set_fm_wifi_down_cause");
-    EXPECT_EQ(set_fm_wifi_down_cause(0, 0, "status", nullptr), -1);
-    rejected("set_fm_wifi_down_cause");
-    EXPECT_EQ(set_fm_url(nullptr), -1);
-    rejected("set_fm_url");
-    EXPECT_EQ(set_fm_suppress(nullptr), -1);
-    rejected("set_fm_suppress");
+    expect_settings_to_need_their_texts();
     EXPECT_EQ(notify_fm_ism_upload(nullptr, 1), -1);
     rejected("notify_fm_ism_upload");
     EXPECT_EQ(notify_fm_ism_upload_fail(nullptr, 1, "cause", nullptr), -1);
@@ -508,11 +468,6 @@ TEST_F(ByCommand, ACommandThatFitsIsRunWholeAndALongerOneNotAtAll) {
         EXPECT_THAT(ShellRecorder::take(), IsEmpty());
         EXPECT_THAT(UbusRecorder::take(), IsEmpty());
     }
-}
-
-// A fixed seed, so that a failure can be repeated.
-std::mt19937 seeded(unsigned seed) {
-    return std::mt19937(seed);
 }
 
 // Process numbers are given out one after the other, and nothing else runs on the device.

@@ -1,6 +1,7 @@
 // eloop_test.cpp - the process's event loop: what it shares with the loops of threads, and signals.
 #include "tq/eloop.h"
 
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/time.h>
@@ -9,6 +10,7 @@
 #include <cerrno>
 #include <csignal>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "eloop/loop_suite.h"
@@ -16,6 +18,23 @@
 #include "support/device.h"
 #include "support/faults.h"
 #include "support/log_capture.h"
+
+namespace {
+
+// Runs once, right behind the next call of signal().
+tq_test::Action behind_next_signal_call;
+
+}  // namespace
+
+extern "C" sighandler_t watched_signal(int sig, sighandler_t handler) asm("signal");
+
+sighandler_t watched_signal(int sig, sighandler_t handler) {
+    static const auto next =
+        reinterpret_cast<sighandler_t (*)(int, sighandler_t)>(dlsym(RTLD_NEXT, "signal"));
+    const sighandler_t before = next(sig, handler);
+    if (behind_next_signal_call) std::exchange(behind_next_signal_call, nullptr)();
+    return before;
+}
 
 namespace {
 
@@ -308,6 +327,25 @@ TEST_F(Signals, MayBeRegisteredByAHandlerOfASignal) {
     raise(SIGUSR1);
     eloop_run();
     EXPECT_THAT(events, ElementsAre("first", "second"));
+}
+
+// They are caught already, and their entry is not written yet.
+TEST_F(Signals, AreHandledWhereTheyComeWhileTheyAreRegistered) {
+    Action registered = note("registered");
+    Action coming = [&] {
+        events.emplace_back("coming");
+        eloop_terminate();
+    };
+    eloop_register_signal(SIGUSR1, on_signal, &registered);
+    behind_next_signal_call = [] {
+        raise(SIGUSR2);
+        raise(SIGUSR1);
+    };
+    EXPECT_EQ(eloop_register_signal(SIGUSR2, on_signal, &coming), 0);
+    Action lost = [] { eloop_terminate(); };
+    eloop_register_timeout(1, 0, on_timeout, &lost, nullptr);
+    eloop_run();
+    EXPECT_THAT(events, ElementsAre("registered", "coming"));
 }
 
 TEST_F(Signals, AreRefusedWhereTheyCannotBeCaught) {

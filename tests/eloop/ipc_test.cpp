@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <filesystem>
 #include <set>
 #include <string>
 #include <thread>
@@ -27,11 +26,6 @@ using namespace tq_test;  // NOLINT(google-build-using-namespace)
 using testing::IsEmpty;
 
 constexpr int64_t kSecond = 1000000;
-
-size_t open_descriptors() {
-    const std::filesystem::directory_iterator all("/proc/self/fd");
-    return static_cast<size_t>(std::distance(begin(all), end(all)));
-}
 
 bool is_open(int fd) {
     return fcntl(fd, F_GETFD) >= 0;
@@ -90,7 +84,7 @@ class Ipc : public DeviceTest {
 
   private:
     LogCapture log_;
-    size_t descriptors_ = open_descriptors();
+    std::vector<int> descriptors_ = open_descriptors();
 
   protected:
     IpcServer server{"fmd"};

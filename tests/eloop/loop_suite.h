@@ -24,16 +24,12 @@
 #include "support/device.h"
 #include "support/faults.h"
 #include "support/log_capture.h"
+#include "support/random.h"
 #include "tq/eloop.h"
 
 namespace tq_test {
 
 using Action = std::function<void()>;
-
-// A fixed seed, so that a failure can be repeated.
-inline std::mt19937 seeded(unsigned seed) {
-    return std::mt19937(seed);
-}
 
 // Any value, for cancel_timeout.
 inline void* const kAny = ELOOP_ALL;  // NOLINT(performance-no-int-to-ptr)

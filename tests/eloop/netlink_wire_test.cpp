@@ -177,7 +177,7 @@ TEST_F(Fumac, MulticastIdIsTheGroups) {
 }
 
 TEST_F(Fumac, ListensToOneGroup) {
-    EXPECT_EQ(fumac_genl_listen_mlme(sock), 0);
+    ASSERT_EQ(fumac_genl_listen_mlme(sock), 0);
     EXPECT_EQ(groups(), 1U << 4);
     driver->send_to_group(32, genl_message(29, 2, attribute(1, "station")));
     driver->send_to_group(5, genl_message(29, 3, attribute(1, "management")));
@@ -187,7 +187,7 @@ TEST_F(Fumac, ListensToOneGroup) {
 }
 
 TEST_F(Fumac, ListensToTheOtherGroup) {
-    EXPECT_EQ(fumac_genl_listen_stainfo(sock), 0);
+    ASSERT_EQ(fumac_genl_listen_stainfo(sock), 0);
     EXPECT_EQ(groups(), 1U << 31);
     driver->send_to_group(5, genl_message(29, 3, attribute(1, "management")));
     driver->send_to_group(32, genl_message(29, 2, attribute(1, "station")));

@@ -448,6 +448,19 @@ TEST_F(ImageSwitch, SavesTheScriptsEnablingOrItsTimeoutAlone) {
     expect_saved(boot_block(expected.entries() + script_of_another_type));
 }
 
+TEST_F(ImageSwitch, HasNothingToSaveWhereTheScriptIsOfAnotherTypeAndHasNoTimeout) {
+    Boot boot;
+    boot.kernel.reset();
+    boot.rootdev.reset();
+    boot.enabled.reset();
+    boot.timeout.reset();
+    before_ = boot_block(boot.entries() + int_entry("boot_script", 1) +
+                         int_entry("alias/kernel", 1) + int_entry("alias/rootdev", 1));
+    put_block(before_);
+    EXPECT_EQ(switch_image().result, 0);
+    expect_nothing_written();
+}
+
 TEST_F(ImageSwitch, SavesATurnedRootDeviceWhereTheKernelIsOfAnotherType) {
     Boot boot;
     boot.kernel.reset();

@@ -33,6 +33,7 @@
 #include "support/device.h"
 #include "support/faults.h"
 #include "support/log_capture.h"
+#include "support/random.h"
 
 namespace {
 
@@ -60,28 +61,17 @@ using tq_test::kUntouched;
 using tq_test::Line;
 using tq_test::LogCapture;
 using tq_test::LogLine;
+using tq_test::open_descriptors;
 using tq_test::read_file;
 using tq_test::ScopedBind;
+using tq_test::seeded;
 using tq_test::write_file;
 using tq_test::faults::Fail;
-
-// A fixed seed, so that a failure can be repeated.
-std::mt19937 seeded(unsigned seed) {
-    return std::mt19937(seed);
-}
 
 constexpr const char* kFile = "/tmp/file";
 
 // What the text functions split longer lines at.
 constexpr size_t kPiece = 1023;
-
-std::vector<int> open_descriptors() {
-    std::vector<int> open;
-    for (int fd = 0; fd < 256; fd++) {
-        if (fcntl(fd, F_GETFD, 0) != -1) open.push_back(fd);
-    }
-    return open;
-}
 
 bool has_children() {
     return waitpid(-1, nullptr, WNOHANG) != -1 || errno != ECHILD;
@@ -1170,7 +1160,7 @@ TEST_F(GetFileLine, ReadsNothingWithoutMemoryForTheWork) {
 TEST_F(GetFileLine, LosesALineWithoutMemoryForTheCopy) {
     TQ_NEEDS_FAILING_ALLOCATOR();
     const BufferedFile lines("one\ntwo\n");
-    const Fail fail("malloc", 2, ENOMEM);
+    const Fail fail("strdup", 1, ENOMEM);
     EXPECT_EQ(tq_hal_get_file_line(lines.file.get()), nullptr);
     EXPECT_TRUE(fail.fired());
     EXPECT_THAT(significant_lines(lines.file.get()), ElementsAre("two"));

@@ -85,6 +85,16 @@ TEST(TextWriter, CutsWhatDoesNotFitAndRemembersIt) {
     EXPECT_TRUE(text.cut());
 }
 
+TEST(TextWriter, TakesWhatCannotBeWrittenForCut) {
+    auto buffer = filled<8>();
+    TextWriter text(buffer);
+    text.append("%s", "ab");
+    text.append("%s%lc", "c", wint_t{0x7fffffff});  // no character of any locale
+    EXPECT_TRUE(text.cut());
+    text.append("%s", "d");
+    EXPECT_STREQ(buffer.data(), "abc");
+}
+
 TEST(TextWriter, WritesOnlyTheTerminatorIntoOneByte) {
     auto buffer = filled<2>();
     TextWriter text({buffer.data(), 1});

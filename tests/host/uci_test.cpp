@@ -23,6 +23,7 @@
 
 #include "support/device.h"
 #include "support/faults.h"
+#include "support/printed.h"
 
 namespace {
 
@@ -123,14 +124,9 @@ int change(Context& context, Change function, const std::string& text) {
 }
 
 std::string exported(Context& context, uci_package* package, bool header = false) {
-    char* text = nullptr;
-    size_t size = 0;
-    FILE* stream = open_memstream(&text, &size);
-    EXPECT_EQ(uci_export(context.get(), stream, package, header), UCI_OK);
-    fclose(stream);
-    std::string result(text, size);
-    free(text);
-    return result;
+    return tq_test::written([&](FILE* stream) {
+        EXPECT_EQ(uci_export(context.get(), stream, package, header), UCI_OK);
+    });
 }
 
 // The normal form of a loaded file.
@@ -178,7 +174,7 @@ class UciTest : public DeviceTest {
 // ---- the corpus ----
 
 std::filesystem::path corpus() {
-    return std::filesystem::path(__FILE__).parent_path().parent_path() / "data" / "uci";
+    return TQ_SOURCE_DIR "/tests/data/uci";
 }
 
 std::vector<std::string> corpus_names(const std::filesystem::path& directory) {

@@ -18,6 +18,7 @@
 
 #include "support/device.h"
 #include "support/faults.h"
+#include "support/printed.h"
 
 namespace {
 
@@ -54,14 +55,7 @@ std::vector<std::string> slots(const dictionary* d) {
 }
 
 std::string dump(const dictionary* d) {
-    char* text = nullptr;
-    size_t size = 0;
-    FILE* stream = open_memstream(&text, &size);
-    dictionary_dump(d, stream);
-    fclose(stream);
-    std::string result(text, size);
-    free(text);
-    return result;
+    return tq_test::written([=](FILE* out) { dictionary_dump(d, out); });
 }
 
 void fill(dictionary* d, unsigned count) {
@@ -454,6 +448,17 @@ TEST(Dictionary, TakesNoticeOfSlotsThatTheCallerHasEmptied) {
     EXPECT_THAT(slots(d.get()), ElementsAre("0:key0=0", "1:a=x", "2:key2=2", "3:b=x"));
 }
 
+TEST(Dictionary, PassesOverTheHashOfASlotThatTheCallerHasEmptied) {
+    const Dictionary d = make();
+    fill(d.get(), 3);
+    free(d->key[1]);
+    free(d->val[1]);
+    d->key[1] = d->val[1] = nullptr;
+    d->n--;
+    EXPECT_STREQ(dictionary_get(d.get(), "key1", "none"), "none");
+    EXPECT_STREQ(dictionary_get(d.get(), "key2", "none"), "2");
+}
+
 TEST(Dictionary, TakesNoticeAsOftenAsTheCallerChangesTheRecord) {
     const Dictionary d = make();
     fill(d.get(), 100);
@@ -500,19 +505,30 @@ TEST(Dictionary, MadeByTheCallerIsFreed) {
     fill(d.get(), 2);
 }
 
+void use_and_empty(dictionary d) {
+    fill(&d, 3);
+    EXPECT_STREQ(dictionary_get(&d, "key2", "none"), "2");
+    for (unsigned i = 0; i < 3; i++)
+        dictionary_unset(&d, name(i).c_str());
+    EXPECT_EQ(d.n, 0);
+}
+
 TEST(Dictionary, WorksOnArraysOfTheCallersThatLieTogether) {
     struct {
         char* in_front[64];
         char* val[128];
         char* key[128];
         unsigned hash[128];
+        unsigned other_hash[128];
     } arrays{};
-    dictionary d{0, 128, arrays.val, arrays.key, arrays.hash};
-    fill(&d, 3);
-    EXPECT_STREQ(dictionary_get(&d, "key2", "none"), "2");
-    for (unsigned i = 0; i < 3; i++)
-        dictionary_unset(&d, name(i).c_str());
-    EXPECT_EQ(d.n, 0);
+    use_and_empty({0, 128, arrays.val, arrays.key, arrays.hash});
+    use_and_empty({0, 128, arrays.val, arrays.key, arrays.other_hash});
+}
+
+TEST(Dictionary, WorksOnASmallerRecordOfTheCallersInItsOwnArrays) {
+    const Dictionary d = make(128);
+    char** const key = d->val + 64;
+    use_and_empty({0, 64, d->val, key, reinterpret_cast<unsigned*>(key + 64)});
 }
 
 // dump

@@ -37,6 +37,7 @@
 namespace {
 
 using tq_test::write_file;
+using tq_test::written;
 
 constexpr const char* kFile = "/tmp/test.ini";
 
@@ -46,18 +47,6 @@ struct Free {
 };
 using Ours = std::unique_ptr<dictionary, Free>;
 using Other = std::unique_ptr<other_dictionary, Free>;
-
-template <typename Write>
-std::string written(Write write) {
-    char* text = nullptr;
-    size_t size = 0;
-    FILE* stream = open_memstream(&text, &size);
-    write(stream);
-    fclose(stream);
-    std::string result(text, size);
-    free(text);
-    return result;
-}
 
 // Everything that the interface tells about a table, a line for each.
 template <typename Table>

@@ -27,6 +27,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 using tq_test::write_file;
+using tq_test::written;
 using tq_test::faults::Fail;
 using Entries = std::vector<std::string>;
 
@@ -71,18 +72,6 @@ std::string syntax_error(int line, const std::string& text) {
 
 std::string too_long(int line) {
     return "iniparser: input line too long in /tmp/test.ini (" + std::to_string(line) + ")\n";
-}
-
-template <typename Write>
-std::string written(Write write) {
-    char* text = nullptr;
-    size_t size = 0;
-    FILE* stream = open_memstream(&text, &size);
-    write(stream);
-    fclose(stream);
-    std::string result(text, size);
-    free(text);
-    return result;
 }
 
 Dictionary make(const std::vector<std::pair<const char*, const char*>>& list) {

@@ -49,7 +49,11 @@ check "nothing runs when it is loaded or unloaded" "" \
     "$(readelf -dW "$library" | grep -E '\((PREINIT_ARRAY|INIT|INIT_ARRAY|FINI|FINI_ARRAY)\)' || true)"
 check "its code is shared between processes (no text relocations)" "" \
     "$(readelf -dW "$library" | grep -E 'TEXTREL' || true)"
-check "its relocations are done, and read-only, once it is loaded" "NOW RELRO" \
-    "$(readelf -dW "$library" | grep -qE 'BIND_NOW|FLAGS.*NOW' && echo NOW) $(readelf -lW "$library" | grep -o RELRO | head -n 1)"
+check "its relocations are done once it is loaded" NOW \
+    "$(readelf -dW "$library" | grep -qE 'BIND_NOW|FLAGS.*NOW' && echo NOW)"
+# What could be made read-only on MIPS is less than the padding for it.
+if ! readelf -hW "$library" | grep -q 'Machine:.*MIPS'; then
+    check "what they have changed is read-only then" RELRO "$(readelf -lW "$library" | grep -o RELRO | head -n 1)"
+fi
 
 [ "$failures" -eq 0 ]

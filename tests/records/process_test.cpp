@@ -11,15 +11,14 @@
 #include <cstring>
 #include <map>
 #include <set>
-#include <span>
 #include <string>
 #include <vector>
 
+#include "records/process_table_test.h"
 #include "support/device.h"
 #include "support/faults.h"
 #include "support/log_capture.h"
 #include "support/named_process.h"
-#include "tq/syslog_config.h"
 
 // Whether a process catches a signal is the emulator's affair where there is one: it catches them
 // all.
@@ -36,40 +35,18 @@ using testing::IsEmpty;
 using tq_test::as_nobody;
 using tq_test::becomes;
 using tq_test::count_signal;
-using tq_test::exists;
+using tq_test::kReloadSignal;
+using tq_test::kRoamd;
 using tq_test::Line;
 using tq_test::LineAt;
-using tq_test::LogCapture;
 using tq_test::LogLine;
 using tq_test::NamedProcess;
 using tq_test::ScopedMount;
 using tq_test::ScopedProc;
 using tq_test::shared;
+using tq_test::table;
 
-constexpr int kReloadSignal = 49;
-constexpr uint32_t kRoamd = 18;
-
-std::span<syslog_process> table() {
-    return {get_syslog_cfg(), static_cast<size_t>(get_process_count())};
-}
-
-class ProcessTest : public tq_test::DeviceTest {
-  protected:
-    ProcessTest() : rows_(table().begin(), table().end()) {}
-    ~ProcessTest() override {
-        std::ranges::copy(rows_, get_syslog_cfg());
-        syslog_cfg = nullptr;
-    }
-
-    void SetUp() override {
-        // Signals are sent here: never outside the device.
-        ASSERT_TRUE(exists("/run/tqdevice/ready"));
-        ASSERT_LT(getpid(), 1000) << "not a process of a small device";
-    }
-
-    const std::vector<syslog_process> rows_;
-    LogCapture log_;
-};
+using ProcessTest = tq_test::ProcessTableTest;
 
 // the table
 
@@ -472,6 +449,17 @@ TEST_F(NoticeTest, TakesANameBehindAStarInTheList) {
     EXPECT_EQ(shared()->signals, 1);
 }
 
+TEST_F(NoticeTest, SparesANameThatIsTheLastBeforeTheListIsCut) {
+    const NamedProcess roamd("roamd", catch_signal);
+    for (const int rest : {504, 503}) {
+        const std::string name = std::string(static_cast<size_t>(rest), 'x') + "*roamd";
+        table()[kRoamd].name = name.c_str();
+        EXPECT_EQ(notice(), 0);
+        if (rest == 504) usleep(10000);
+        EXPECT_TRUE(becomes([=] { return shared()->signals == (rest == 503); })) << rest;
+    }
+}
+
 TEST_F(NoticeTest, SparesANameThatOnlyBeginsTheListed) {
     const NamedProcess roamd("roamd", catch_signal);
     table()[kRoamd].name = "roamd*";
@@ -514,6 +502,32 @@ TEST_F(NoticeTest, GoesOnBehindAProcessWithoutAMask) {
         EXPECT_EQ(notice(), 0);
         EXPECT_TRUE(becomes([] { return shared()->signals == 1; }));
     }
+}
+
+TEST_F(NoticeTest, PassesOverAProcessThatDiesMeanwhile) {
+    const NamedProcess roamd("roamd", catch_signal);
+    const std::string status = "/proc/" + std::to_string(roamd.pid()) + "/status";
+    const std::string nothing = "/proc/7/nothing";
+    for (const bool dying_first : {true, false}) {
+        shared()->signals = 0;
+        const ScopedMount proc("tmpfs", "/proc", "tmpfs", 0, "mode=0755");
+        for (const std::string& path :
+             {dying_first ? nothing : status, dying_first ? status : nothing})
+            tq_test::write_file(path, "Name:\troamd\nSigCgt:\t0001000000000000\n");
+        EXPECT_EQ(notice(), 0);
+        EXPECT_TRUE(becomes([] { return shared()->signals == 1; }));
+    }
+}
+
+TEST_F(NoticeTest, SparesAProcessWithoutANameEvenWhereARowHasNone) {
+    const NamedProcess process("roamd", catch_signal);
+    const ScopedMount proc("tmpfs", "/proc", "tmpfs", 0, "mode=0755");
+    tq_test::write_file("/proc/" + std::to_string(process.pid()) + "/status",
+                        "Name:\nSigCgt:\t0001000000000000\n");
+    table()[kRoamd].name = "";
+    EXPECT_EQ(notice(), 0);
+    usleep(10000);
+    EXPECT_EQ(shared()->signals, 0);
 }
 
 TEST_F(NoticeTest, IsDoneWithoutProc) {

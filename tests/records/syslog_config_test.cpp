@@ -12,23 +12,21 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstddef>
 #include <cstring>
 #include <filesystem>
 #include <functional>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "records/process_table_test.h"
 #include "support/device.h"
 #include "support/faults.h"
 #include "support/log_capture.h"
 #include "support/named_process.h"
-#include "tq/process.h"
 
 // In front of the library's own: a device without a table.
 static bool table_is_missing = false;
@@ -49,19 +47,19 @@ using tq_test::becomes;
 using tq_test::count_signal;
 using tq_test::exists;
 using tq_test::FullDisk;
+using tq_test::kReloadSignal;
+using tq_test::kRoamd;
 using tq_test::Line;
-using tq_test::LogCapture;
 using tq_test::LogLine;
 using tq_test::NamedProcess;
 using tq_test::read_file;
 using tq_test::run_command;
 using tq_test::shared;
+using tq_test::table;
 using tq_test::write_file;
 
-constexpr int kReloadSignal = 49;
 constexpr const char* kConfig = "/etc/syslogd.conf";
 constexpr const char* kReport = "/tmp/syslogserver";
-constexpr uint32_t kRoamd = 18;
 constexpr size_t kLast = 55;
 
 // The layouts are part of the interface.
@@ -73,10 +71,6 @@ static_assert(offsetof(syslog_process, tag) == 2 * sizeof(void*));
 static_assert(offsetof(syslog_process, level) == 3 * sizeof(void*));
 static_assert(offsetof(syslog_process, server) == 3 * sizeof(void*) + 4);
 static_assert(offsetof(syslog_process, facility) == 3 * sizeof(void*) + 8);
-
-std::span<syslog_process> table() {
-    return {get_syslog_cfg(), 56};
-}
 
 std::string level_file(const syslog_process& row) {
     return std::string("/tmp/.loglvl.") + row.tag;
@@ -118,12 +112,10 @@ std::string default_config(const std::string& size = "2097152") {
 
 // The table, the settings and the configuration as a device has them at first, and init_syslog
 // done.
-class SyslogConfigTest : public tq_test::DeviceTest {
+class SyslogConfigTest : public tq_test::ProcessTableTest {
   protected:
-    SyslogConfigTest() : rows_(table().begin(), table().end()) { unlink(kConfig); }
+    SyslogConfigTest() { unlink(kConfig); }
     ~SyslogConfigTest() override {
-        std::ranges::copy(rows_, get_syslog_cfg());
-        syslog_cfg = nullptr;
         syslog_server_status = 0;
         syslog_file_size = 2048;
         wcd_trace = {};
@@ -132,9 +124,7 @@ class SyslogConfigTest : public tq_test::DeviceTest {
     }
 
     void SetUp() override {
-        // Signals are sent here: never outside the device.
-        ASSERT_TRUE(exists("/run/tqdevice/ready"));
-        ASSERT_LT(getpid(), 1000) << "not a process of a small device";
+        ProcessTableTest::SetUp();
         shared()->signals = 0;
         shared()->mask = 0;
         syslog_cfg = get_syslog_cfg();
@@ -145,9 +135,6 @@ class SyslogConfigTest : public tq_test::DeviceTest {
         write_syslog_config_file();
         return read_file(kConfig);
     }
-
-    const std::vector<syslog_process> rows_;
-    LogCapture log_;
 };
 
 // the table and the globals
@@ -1129,8 +1116,9 @@ TEST_F(ReloadTest, ReadsTheNumberBehindTheFirstWord) {
 }
 
 TEST_F(ReloadTest, LeavesAFileWithoutALevelAlone) {
-    for (const std::string content : {"", "\n", "name", "name\n", "name x\n", "name - 2\n", "7\n",
-                                      "name +\n", "name x 2\n", "name 99999999999999999999\n"}) {
+    for (const std::string content :
+         {"", "\n", "name", "name\n", "name x\n", "name - 2\n", "7\n", "name +\n", "name x 2\n",
+          "name 4294967296\n", "name -4294967296\n", "name 99999999999999999999\n"}) {
         EXPECT_EQ(mask_for(content), -1) << content;
         EXPECT_EQ(read_file(kFile), content);
     }

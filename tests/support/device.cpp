@@ -169,6 +169,15 @@ CommandResult run_command(const std::string& command) {
     return {status, take_content(out), take_content(err)};
 }
 
+std::vector<int> open_descriptors() {
+    constexpr int kHighest = 1024;
+    std::vector<int> open;
+    for (int fd = 0; fd < kHighest; fd++) {
+        if (fcntl(fd, F_GETFD) != -1) open.push_back(fd);
+    }
+    return open;
+}
+
 void reset_device() {
     clear_directory("/tmp");
     clear_directory("/etc/config");

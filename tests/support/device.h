@@ -7,6 +7,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tq_test {
 
@@ -22,6 +23,9 @@ struct CommandResult {
     std::string err;
 };
 CommandResult run_command(const std::string& command);
+
+// Those of this process.
+std::vector<int> open_descriptors();
 
 // Brings back the configuration and the board that the device booted with, and empties /tmp.
 void reset_device();

@@ -9,12 +9,15 @@
 #include <initializer_list>
 #include <optional>
 #include <string_view>
+#include <vector>
 
-// In a test that lets the allocator fail: a sanitizer's allocator is out of reach.
-#ifdef TQ_SANITIZED
+// In a test that lets the allocator fail: the one of GCC's AddressSanitizer has a second name,
+// which can be forwarded to; other sanitizers' allocators are out of reach.
+#if defined(TQ_SANITIZED) && !defined(TQ_ADDRESS_SANITIZED)
 #define TQ_NEEDS_FAILING_ALLOCATOR() \
     GTEST_SKIP() << "the sanitizer's allocator cannot be made to fail"
 #else
+#define TQ_FAILING_ALLOCATOR
 #define TQ_NEEDS_FAILING_ALLOCATOR() static_cast<void>(0)
 #endif
 
@@ -69,5 +72,48 @@ unsigned seconds_slept();
 // Runs `body` with the first call of `name` failing, then the second, until a run makes no further
 // call. Returns the number of failures.
 unsigned each_failure(std::string_view name, int error, const std::function<void()>& body);
+
+// ---- one call after the other ----
+
+// What a call does instead of its work: fails with the error that is usual for it, is interrupted
+// by a signal, or does half of it.
+enum class Way : unsigned char { kFail, kInterrupt, kCut };
+
+// How calls of that name can fail, kFail among them.
+std::vector<Way> ways_of(std::string_view name);
+bool allocates(std::string_view name);
+
+// While it lasts, the calls of this thread are noted in their order, by whatever name, and the nth
+// of them fails; 0 for none. Only those count that come from the library under test and what of the
+// firmware's it is built on, or from the test itself: what the C library does for itself is its own
+// affair, and so is libnl's. Neither allocates; one at a time. A child of fork goes on in its
+// parent's.
+class Sweep {
+  public:
+    explicit Sweep(unsigned nth = 0, Way way = Way::kFail);
+    ~Sweep();
+    Sweep(const Sweep&) = delete;
+    Sweep& operator=(const Sweep&) = delete;
+
+    // What the last one has noted.
+    static std::vector<std::string_view> calls();
+    static bool fired();
+};
+
+// Sleeps of this thread end at once, and sync() does nothing, while it lasts.
+class Hurry {
+  public:
+    Hurry();
+    ~Hurry();
+    Hurry(const Hurry&) = delete;
+    Hurry& operator=(const Hurry&) = delete;
+};
+
+// Blocks that this thread has allocated, less those that it has freed.
+long live_blocks();
+
+// For a definition elsewhere in the place of a library's function: notes the call, and tells
+// whether it is to fail.
+bool is_to_fail(std::string_view name, const void* caller);
 
 }  // namespace tq_test::faults

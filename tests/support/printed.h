@@ -1,4 +1,5 @@
-// printed.h - what the code under test prints on standard output, or on standard error.
+// printed.h - what the code under test prints on standard output, on standard error, or to a
+// stream.
 #pragma once
 
 #include <sys/mman.h>
@@ -6,6 +7,7 @@
 
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 namespace tq_test {
@@ -51,6 +53,19 @@ std::string printed(Body body) {
     const CapturedOutput output;
     body();
     return output.text();
+}
+
+// What the callable writes to the stream that it is given.
+template <typename Write>
+std::string written(Write write) {
+    char* text = nullptr;
+    size_t size = 0;
+    FILE* stream = open_memstream(&text, &size);
+    write(stream);
+    fclose(stream);
+    std::string result(text, size);
+    free(text);
+    return result;
 }
 
 // What a call gave and what it printed.

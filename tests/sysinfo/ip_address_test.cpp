@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "support/buffer.h"
+#include "support/random.h"
 #include "sysinfo/scanned_octets.h"
 
 namespace {
@@ -25,6 +26,7 @@ using testing::Each;
 using testing::ElementsAre;
 using tq_test::Buffer;
 using tq_test::kUntouched;
+using tq_test::seeded;
 
 using V4 = std::array<uint8_t, 4>;
 using V6 = std::array<uint8_t, 16>;
@@ -56,11 +58,6 @@ std::string bytes_of(const ip_address& address) {
 
 bool operator==(const ip_address& a, const ip_address& b) {
     return bytes_of(a) == bytes_of(b);
-}
-
-// A fixed seed, so that a failure can be repeated.
-std::mt19937 seeded(unsigned seed) {
-    return std::mt19937(seed);
 }
 
 ip_address v4(const V4& bytes, uint32_t length) {

@@ -34,6 +34,7 @@
 #include "support/device.h"
 #include "support/faults.h"
 #include "support/log_capture.h"
+#include "support/random.h"
 
 namespace {
 
@@ -62,9 +63,11 @@ using testing::Not;
 using tq_test::as_nobody;
 using tq_test::DeviceTest;
 using tq_test::LogCapture;
+using tq_test::open_descriptors;
 using tq_test::read_file;
 using tq_test::run_command;
 using tq_test::ScopedProc;
+using tq_test::seeded;
 using tq_test::write_file;
 using tq_test::faults::AnswerIoctl;
 using tq_test::faults::count;
@@ -122,14 +125,6 @@ std::string neighbours_of(const std::string& ifname) {
 
 std::string name_in(const ifreq& request) {
     return {request.ifr_name, IFNAMSIZ};
-}
-
-std::vector<int> open_descriptors() {
-    std::vector<int> open;
-    for (int fd = 0; fd < 256; fd++) {
-        if (fcntl(fd, F_GETFD, 0) != -1) open.push_back(fd);
-    }
-    return open;
 }
 
 // No further descriptor can be opened until the scope ends.
@@ -985,11 +980,6 @@ TEST_F(Gateway, SearchEndsInGarbageOfAnySize) {
     EXPECT_EQ(gateway_in(std::string(100000, 'x')), kNone);
     EXPECT_EQ(gateway_in(kRouteHeader + "eth0\t" + std::string(100000, '0') + "\n"), kNone);
     EXPECT_EQ(gateway_in(kRouteHeader + "%s%n%n\t%n\t%n\t%n\t0\t0\t0\t0\t0\t0\t0\n"), kNone);
-}
-
-// A fixed seed, so that a failure can be repeated.
-std::mt19937 seeded(unsigned seed) {
-    return std::mt19937(seed);
 }
 
 TEST_F(Gateway, SearchEndsInAnyDamagedTable) {

@@ -1234,10 +1234,6 @@ TEST_F(SysstatTest, OpensReadsAndClosesEachFileOnceAndAllocatesNothing) {
     setlogmask(mask);
 }
 
-int open_descriptors() {
-    return std::stoi(run_command("ls /proc/" + std::to_string(getpid()) + "/fd | wc -l").out);
-}
-
 TEST_F(SysstatTest, LeavesNoDescriptorOpen) {
     const Overlay overlay("size=1m");
     const MountTable table(std::string("x /overlay tmpfs rw 0 0\n") + kEntry);
@@ -1256,7 +1252,7 @@ TEST_F(SysstatTest, LeavesNoDescriptorOpen) {
         tq_get_if_statistics(0, &rec);
     };
     call_all();
-    const int before = open_descriptors();
+    const std::vector<int> before = tq_test::open_descriptors();
     call_all();
     for (const std::string content : {"", "x\n", "y\nz\n"}) {
         const ScopedProc proc(Files{{"stat", content},
@@ -1269,7 +1265,7 @@ TEST_F(SysstatTest, LeavesNoDescriptorOpen) {
         const Fail fail("statfs");
         call_all();
     }
-    EXPECT_EQ(open_descriptors(), before);
+    EXPECT_EQ(tq_test::open_descriptors(), before);
 }
 
 TEST_F(SysstatTest, IsForUsersWithoutPrivileges) {

@@ -384,7 +384,7 @@ TEST_F(TqctlRedboot, SetChangesEveryType) {
     EXPECT_TRUE(succeeds(tqctl("redboot set 'a_string=other = text'"), ""));
     EXPECT_TRUE(succeeds(tqctl("redboot set a_script=" + quote("reset\n")), ""));
     EXPECT_TRUE(succeeds(tqctl("redboot set an_ip=10.0.0.255"), ""));
-    EXPECT_TRUE(succeeds(tqctl("redboot set an_esa=0A:0b:1:02:03:ff"), ""));
+    EXPECT_TRUE(succeeds(tqctl("redboot set an_esa=0A:0b:01:02:03:ff"), ""));
     EXPECT_TRUE(succeeds(tqctl("redboot set a_port=npe_eth1"), ""));
     const std::string expected =
         bool_entry("a_bool", false) + int_entry("an_int", 16) +
@@ -415,6 +415,7 @@ TEST_F(TqctlRedboot, SetRefusesWhatIsNoValueOfTheType) {
         {"an_esa=-1:00:5e:0a:ff:01", "an esa is written as"},
         {"'an_esa= 2:00:5e:0a:ff:01'", "an esa is written as"},
         {"an_esa=02:00:5e:0a:ff:0x1", "an esa is written as"},
+        {"an_esa=0A:0b:1:02:03:ff", "an esa is written as"},
         {"a_string=" + std::string(128, 'x'), "a text is at most 127 bytes long"},
         {"a_script=" + std::string(128, 'x'), "a text is at most 127 bytes long"},
         {"odd=1", "an entry of unknown type has no value"},
@@ -606,8 +607,8 @@ TEST_F(TqctlImage, StatusPrintsWhatIsKnown) {
                          "backup_version=1.2.2\nprimary_usable=true\nbackup_usable=false\n"));
     EXPECT_TRUE(succeeds(tqctl("-j image status"),
                          "{\"active\":\"primary\",\"next\":\"backup\",\"primary_version\":"
-                         "\"1.2.3\",\"backup_version\":\"1.2.2\",\"primary_usable\":\"true\","
-                         "\"backup_usable\":\"false\"}\n"));
+                         "\"1.2.3\",\"backup_version\":\"1.2.2\",\"primary_usable\":true,"
+                         "\"backup_usable\":false}\n"));
     put_block(boot_block(string_entry("pri_pelkin_ver", "1.2.3")));
     print_marks("Image1Stable=1\nImage2Stable=0\n");
     const CommandResult unknown = tqctl("image status");

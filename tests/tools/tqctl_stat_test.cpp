@@ -355,4 +355,36 @@ TEST_F(TqctlWatch, NeedsATerminal) {
         EXPECT_TRUE(fails(tqctl(std::string("stat watch ") + seconds), kUsage, "from 1 to 60"));
 }
 
+// eloop
+
+int64_t figure(const Json& loop, const char* key) {
+    return std::stoll(member(loop, key));
+}
+
+TEST(TqctlEloop, LagOfEachKindOfLoopIsMeasured) {
+    const CommandResult lines = tqctl("eloop lag 5 1");
+    EXPECT_TRUE(lines.err.empty());
+    EXPECT_THAT(lines.out, testing::MatchesRegex("eloop.least_us=[0-9]+\neloop.median_us=[0-9]+\n"
+                                                 "eloop.most_us=[0-9]+\nthd_eloop.least_us=[0-9]+\n"
+                                                 "thd_eloop.median_us=[0-9]+\n"
+                                                 "thd_eloop.most_us=[0-9]+\n"));
+    const Json figures = parse(tqctl("-j eloop lag 20 1").out);
+    for (const char* name : {"eloop", "thd_eloop"}) {
+        json_object* object = nullptr;
+        ASSERT_TRUE(json_object_object_get_ex(figures.get(), name, &object));
+        const Json loop(json_object_get(object));
+        EXPECT_LE(figure(loop, "least_us"), figure(loop, "median_us"));
+        EXPECT_LE(figure(loop, "median_us"), figure(loop, "most_us"));
+    }
+}
+
+// 50 timeouts of 10 ms in each of two loops are a second.
+TEST(TqctlEloop, TimeoutsAreWaitedFor) {
+    const auto before = std::chrono::steady_clock::now();
+    EXPECT_EQ(tqctl("eloop lag").status, kDone);
+    EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::seconds(1));
+    for (const char* arguments : {"0", "10001", "x", "1 1001", "1 -1"})
+        EXPECT_TRUE(fails(tqctl(std::string("eloop lag ") + arguments), kUsage, "is not a number"));
+}
+
 }  // namespace

@@ -8,11 +8,11 @@
 #include <uci.h>
 
 #include <array>
-#include <stdexcept>
 #include <string>
 
 #include "support/device.h"
 #include "support/log_capture.h"
+#include "uci/replaced.h"
 
 // Not every libuci looks at the section that it is given.
 extern "C" int uci_reorder_section(uci_context* ctx, uci_section* s, int pos) {
@@ -33,6 +33,7 @@ using tq_test::exists;
 using tq_test::Line;
 using tq_test::LogCapture;
 using tq_test::read_file;
+using tq_test::replaced;
 using tq_test::write_file;
 
 constexpr const char* kFile = "/etc/config/store";
@@ -56,12 +57,6 @@ constexpr const char* kTwo =
 
 std::string store() {
     return std::string("\n") + kOne + kBeta + kTwo;
-}
-
-std::string replaced(std::string text, const std::string& from, const std::string& to) {
-    const size_t at = text.find(from);
-    if (at == std::string::npos) throw std::invalid_argument("no " + from);
-    return text.replace(at, from.size(), to);
 }
 
 std::string staged() {

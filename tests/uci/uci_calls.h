@@ -1,17 +1,42 @@
 // uci_calls.h - the library's calls into libuci, seen on their way.
 //
-// uci_calls.cpp defines these functions and forwards them, so that a test can have one option fail
-// among others. For programs that are linked to libuci.
+// uci_calls.cpp defines these functions and forwards them, so that a test can let one of them fail.
+// What libuci calls of itself goes by unseen. For programs that are linked to libuci.
 #pragma once
 
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tq_test {
 
+// This thread's nth call of the function from here on fails with that code; that it is made is
+// expected, until the scope ends. With 0 the calls are counted only.
+//
+// A uci_commit() fails as that of a libuci which finds out too late: the package is gone, the
+// pointer to it is not.
+class CallFails {
+  public:
+    explicit CallFails(std::string_view name, int error = 7 /* UCI_ERR_IO */, int nth = 1);
+    ~CallFails();
+    CallFails(const CallFails&) = delete;
+    CallFails& operator=(const CallFails&) = delete;
+
+    [[nodiscard]] int calls() const { return calls_; }
+
+    // The code that a call of this name fails with, or 0.
+    int on_call(std::string_view name);
+
+  private:
+    std::string name_;
+    int error_;
+    int nth_;
+    int calls_ = 0;
+};
+
 // Until its scope ends, setting or deleting these options ("section.option") fails with that code,
-// and nothing is changed. Not for an option of a file that is loaded meanwhile: the real libuci
-// sets it by the same call.
+// and nothing is changed.
 class RefusedOptions {
   public:
     explicit RefusedOptions(std::vector<std::string> options, int error = 7 /* UCI_ERR_IO */);
@@ -20,16 +45,13 @@ class RefusedOptions {
     RefusedOptions& operator=(const RefusedOptions&) = delete;
 };
 
-// Until its scope ends there is no memory for a context.
-class NoContexts {
-  public:
-    NoContexts();
-    ~NoContexts();
-    NoContexts(const NoContexts&) = delete;
-    NoContexts& operator=(const NoContexts&) = delete;
-};
+// Runs once, when this thread has allocated its nth context from here on.
+void behind_context(int nth, std::function<void()> action);
 
 // Contexts that were allocated and not freed yet.
 int live_contexts();
+
+// The last argument of each uci_commit() of this thread since the last call.
+std::vector<bool> take_overwrites();
 
 }  // namespace tq_test

@@ -18,11 +18,11 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using tq_test::CallFails;
 using tq_test::exists;
 using tq_test::Line;
 using tq_test::LogCapture;
 using tq_test::LogLine;
-using tq_test::NoContexts;
 using tq_test::read_file;
 using tq_test::RefusedOptions;
 using tq_test::run_command;
@@ -462,7 +462,7 @@ TEST_F(FaultThreshold, FailsOnADamagedFile) {
 }
 
 TEST_F(FaultThreshold, FailsWithoutMemoryForAContext) {
-    const NoContexts none;
+    const CallFails fail("uci_alloc_context");
     EXPECT_EQ(uci_set_suppress_defaults(5), -1);
     EXPECT_THAT(log_.take(),
                 ElementsAre(Error("uci_set_suppress_defaults", "uci_load tqfm fail\n")));

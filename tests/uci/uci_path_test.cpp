@@ -3,7 +3,6 @@
 #include "tq/uci_path.h"
 
 #include <dirent.h>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,7 +13,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <atomic>
 #include <climits>
 #include <cstdlib>
 #include <functional>
@@ -23,7 +21,6 @@
 #include <random>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -31,6 +28,9 @@
 #include "support/device.h"
 #include "support/faults.h"
 #include "support/log_capture.h"
+#include "support/random.h"
+#include "uci/replaced.h"
+#include "uci/uci_calls.h"
 
 namespace {
 
@@ -41,25 +41,25 @@ using testing::Matcher;
 using testing::Not;
 using tq_test::as_nobody;
 using tq_test::Buffer;
+using tq_test::CallFails;
 using tq_test::CommandResult;
 using tq_test::DeviceTest;
 using tq_test::exists;
 using tq_test::FullDisk;
 using tq_test::Line;
+using tq_test::live_contexts;
 using tq_test::LogCapture;
 using tq_test::LogLine;
+using tq_test::open_descriptors;
 using tq_test::read_file;
 using tq_test::ReadOnly;
+using tq_test::replaced;
 using tq_test::run_command;
+using tq_test::seeded;
 using tq_test::write_file;
 using tq_test::faults::Fail;
 
 using LogLines = std::vector<LogLine>;
-
-// A fixed seed, so that a failure can be repeated.
-std::mt19937 seeded(unsigned seed) {
-    return std::mt19937(seed);
-}
 
 constexpr int kNoValue = 4711;
 constexpr size_t kLongestPath = 1023;
@@ -87,12 +87,6 @@ constexpr const char* kStore =
     "\toption a '-9'\n"
     "\n";
 
-std::string replaced(std::string text, const std::string& from, const std::string& to) {
-    const size_t at = text.find(from);
-    if (at == std::string::npos) throw std::invalid_argument("no " + from);
-    return text.replace(at, from.size(), to);
-}
-
 std::string stored() {
     return read_file(kFile);
 }
@@ -112,165 +106,20 @@ bool has_uci_command() {
 #define NEEDS_UCI_COMMAND() \
     if (!has_uci_command()) GTEST_SKIP() << "this device has no uci command"
 
-// The calls into libuci that the library makes: this program defines them, forwards them and lets
-// one of them fail.
-enum class LibuciCall {
-    kAllocContext,
-    kLookup,
-    kLoad,
-    kAddSection,
-    kSet,
-    kDeleteItem,
-    kDelete,
-    kSave,
-    kCommit,
-    kLast = kCommit,
-};
-
-struct LibuciCounter {
-    int calls;
-    int failing;  // the number of the call that fails; 0 for none
-    int error;
-    bool fired;
-};
-
-thread_local std::array<LibuciCounter, static_cast<size_t>(LibuciCall::kLast) + 1>
-    libuci_counters{};
-
-// How the library has committed in this test, one argument after the other.
-thread_local std::vector<bool> overwrites;
-
-// Contexts that are allocated and not freed.
-std::atomic<int> live_contexts = 0;
-
-LibuciCounter& counter_of(LibuciCall call) {
-    return libuci_counters[static_cast<size_t>(call)];
-}
-
-// The nth call from here on fails with `error`, until the scope ends.
-class LibuciFail {
-  public:
-    explicit LibuciFail(LibuciCall call, int nth = 1, int error = UCI_ERR_IO) : call_(call) {
-        counter_of(call) = {0, nth, error, false};
-    }
-    ~LibuciFail() { counter_of(call_) = {}; }
-    LibuciFail(const LibuciFail&) = delete;
-    LibuciFail& operator=(const LibuciFail&) = delete;
-
-    [[nodiscard]] bool fired() const { return counter_of(call_).fired; }
-    [[nodiscard]] int calls() const { return counter_of(call_).calls; }
-
-  private:
-    LibuciCall call_;
-};
-
-bool fails(LibuciCall call) {
-    LibuciCounter& counter = counter_of(call);
-    counter.calls++;
-    if (counter.calls != counter.failing) return false;
-    counter.fired = true;
-    return true;
-}
-
 // The text that the library duplicates first once it has its nth context is not: there is no
 // memory.
 class NoMemoryForText {
   public:
-    explicit NoMemoryForText(int nth_context);
-    ~NoMemoryForText();
+    explicit NoMemoryForText(int nth_context) {
+        tq_test::behind_context(nth_context, [this] { fail_.emplace("strdup", 1, ENOMEM); });
+    }
+    ~NoMemoryForText() { EXPECT_TRUE(fail_ && fail_->fired()); }
     NoMemoryForText(const NoMemoryForText&) = delete;
     NoMemoryForText& operator=(const NoMemoryForText&) = delete;
 
-    static void count_context();
-
   private:
-    static thread_local int contexts_until_failure_;
-    static thread_local std::optional<Fail> fail_;
+    std::optional<Fail> fail_;
 };
-
-thread_local int NoMemoryForText::contexts_until_failure_ = 0;
-thread_local std::optional<Fail> NoMemoryForText::fail_;
-
-NoMemoryForText::NoMemoryForText(int nth_context) {
-    contexts_until_failure_ = nth_context;
-}
-
-NoMemoryForText::~NoMemoryForText() {
-    EXPECT_TRUE(fail_ && fail_->fired());
-    fail_.reset();
-}
-
-void NoMemoryForText::count_context() {
-    if (contexts_until_failure_ > 0 && --contexts_until_failure_ == 0) {
-        fail_.emplace("strdup", 1, ENOMEM);
-    }
-}
-
-template <typename Function>
-Function next_definition(const char* name) {
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-}
-
-// Whether libuci is at work: what it calls of itself is no call of the library's.
-thread_local bool in_libuci = false;
-
-template <typename Result, typename Next>
-Result forward(LibuciCall call, Result failed, const Next& next) {
-    if (in_libuci) return next();
-    if (fails(call)) return failed;
-    in_libuci = true;
-    const Result result = next();
-    in_libuci = false;
-    return result;
-}
-
-}  // namespace
-
-#define FORWARD(name, call, parameters, arguments)                           \
-    int name parameters {                                                    \
-        static const auto next = next_definition<int(*) parameters>(#name);  \
-        return forward(LibuciCall::call, counter_of(LibuciCall::call).error, \
-                       [&] { return next arguments; });                      \
-    }
-
-extern "C" {
-uci_context* uci_alloc_context() {
-    static const auto next = next_definition<uci_context* (*)()>("uci_alloc_context");
-    uci_context* context =
-        forward(LibuciCall::kAllocContext, static_cast<uci_context*>(nullptr), next);
-    if (context) live_contexts++;
-    NoMemoryForText::count_context();
-    return context;
-}
-
-void uci_free_context(uci_context* ctx) {
-    static const auto next = next_definition<void (*)(uci_context*)>("uci_free_context");
-    live_contexts--;
-    next(ctx);
-}
-
-FORWARD(uci_lookup_ptr, kLookup, (uci_context * ctx, uci_ptr* ptr, char* str, bool extended),
-        (ctx, ptr, str, extended))
-FORWARD(uci_load, kLoad, (uci_context * ctx, const char* name, uci_package** package),
-        (ctx, name, package))
-FORWARD(uci_add_section, kAddSection,
-        (uci_context * ctx, uci_package* p, const char* type, uci_section** res),
-        (ctx, p, type, res))
-FORWARD(uci_set, kSet, (uci_context * ctx, uci_ptr* ptr), (ctx, ptr))
-FORWARD(uci_del_list, kDeleteItem, (uci_context * ctx, uci_ptr* ptr), (ctx, ptr))
-FORWARD(uci_delete, kDelete, (uci_context * ctx, uci_ptr* ptr), (ctx, ptr))
-FORWARD(uci_save, kSave, (uci_context * ctx, uci_package* p), (ctx, p))
-
-int uci_commit(uci_context* ctx, uci_package** p, bool overwrite) {
-    static const auto next =
-        next_definition<int (*)(uci_context*, uci_package**, bool)>("uci_commit");
-    if (!in_libuci) overwrites.push_back(overwrite);
-    return forward(LibuciCall::kCommit, counter_of(LibuciCall::kCommit).error,
-                   [&] { return next(ctx, p, overwrite); });
-}
-}
-
-namespace {
 
 struct ContextFreer {
     void operator()(uci_context* context) const { uci_free_context(context); }
@@ -287,14 +136,6 @@ auto Error(const std::string& function, const std::string& text) {
 
 auto Info(const std::string& function, const std::string& text) {
     return Line(LOG_INFO, function, text);
-}
-
-std::vector<int> open_descriptors() {
-    std::vector<int> open;
-    for (int fd = 0; fd < 256; fd++) {
-        if (fcntl(fd, F_GETFD, 0) != -1) open.push_back(fd);
-    }
-    return open;
 }
 
 std::vector<std::string> hidden_files(const char* directory) {
@@ -314,9 +155,9 @@ class UciPathTest : public DeviceTest {
   protected:
     UciPathTest() {
         write_file(kFile, kStore);
-        overwrites.clear();
+        tq_test::take_overwrites();
     }
-    ~UciPathTest() override { EXPECT_EQ(live_contexts, contexts_); }
+    ~UciPathTest() override { EXPECT_EQ(live_contexts(), contexts_); }
     UciPathTest(const UciPathTest&) = delete;
     UciPathTest& operator=(const UciPathTest&) = delete;
 
@@ -341,7 +182,7 @@ class UciPathTest : public DeviceTest {
 
   private:
     std::vector<int> descriptors_ = open_descriptors();
-    int contexts_ = live_contexts;
+    int contexts_ = live_contexts();
 };
 
 // uci_cmd_format
@@ -672,15 +513,14 @@ TEST_P(UciChange, StaysStagedOnAFullDiskUntilTheNextCommit) {
 TEST_P(UciChange, FailsWhereLibuciDoes) {
     const Change& change = GetParam();
     const std::string path = change.full_path("store");
-    const std::vector<std::tuple<LibuciCall, int, std::vector<Matcher<LogLine>>>> failures = {
-        {LibuciCall::kAllocContext, 1, change.step_failure(path, "uci_alloc_context fail\n")},
-        {LibuciCall::kLookup, 1, change.step_failure(path, "uci_lookup_ptr fail, " + path + "\n")},
-        {LibuciCall::kSave, 1, change.step_failure(path)},
+    const std::vector<std::tuple<const char*, int, std::vector<Matcher<LogLine>>>> failures = {
+        {"uci_alloc_context", 1, change.step_failure(path, "uci_alloc_context fail\n")},
+        {"uci_lookup_ptr", 1, change.step_failure(path, "uci_lookup_ptr fail, " + path + "\n")},
+        {"uci_save", 1, change.step_failure(path)},
     };
     for (const auto& [call, nth, lines] : failures) {
-        const LibuciFail fail(call, nth);
+        const CallFails fail(call, UCI_ERR_IO, nth);
         EXPECT_EQ(change.apply("store"), -1);
-        EXPECT_TRUE(fail.fired());
         expect_nothing_changed();
         EXPECT_THAT(log_.take(), ElementsAreArray(lines));
     }
@@ -688,17 +528,16 @@ TEST_P(UciChange, FailsWhereLibuciDoes) {
 
 TEST_P(UciChange, StaysStagedWhereLibuciFailsToCommit) {
     const Change& change = GetParam();
-    const std::vector<std::tuple<LibuciCall, int, const char*>> failures = {
-        {LibuciCall::kAllocContext, 2, "uci_alloc_context fail\n"},
-        {LibuciCall::kLookup, 2, "uci_lookup_ptr fail, store\n"},
-        {LibuciCall::kCommit, 1, "uci_commit fail, store\n"},
+    const std::vector<std::tuple<const char*, int, const char*>> failures = {
+        {"uci_alloc_context", 2, "uci_alloc_context fail\n"},
+        {"uci_lookup_ptr", 2, "uci_lookup_ptr fail, store\n"},
+        {"uci_commit", 1, "uci_commit fail, store\n"},
     };
     for (const auto& [call, nth, cause] : failures) {
         write_file(kFile, kStore);
         {
-            const LibuciFail fail(call, nth);
+            const CallFails fail(call, UCI_ERR_IO, nth);
             EXPECT_EQ(change.apply("store"), -1);
-            EXPECT_TRUE(fail.fired());
         }
         EXPECT_EQ(stored(), kStore);
         EXPECT_NE(staged(), "");
@@ -711,21 +550,20 @@ TEST_P(UciChange, StaysStagedWhereLibuciFailsToCommit) {
 
 TEST_P(UciChange, CommitsTwiceWhereItSetsANumber) {
     const Change& change = GetParam();
-    const LibuciFail none(LibuciCall::kCommit, 0);
+    const CallFails none("uci_commit", UCI_OK, 0);
     EXPECT_EQ(change.apply("store"), 0);
     EXPECT_EQ(none.calls(), change.outer ? 2 : 1);
     if (!change.outer) return;
 
-    const std::vector<std::tuple<LibuciCall, int, const char*>> failures = {
-        {LibuciCall::kAllocContext, 3, "uci_alloc_context fail\n"},
-        {LibuciCall::kLookup, 3, "uci_lookup_ptr fail, store\n"},
-        {LibuciCall::kCommit, 2, "uci_commit fail, store\n"},
+    const std::vector<std::tuple<const char*, int, const char*>> failures = {
+        {"uci_alloc_context", 3, "uci_alloc_context fail\n"},
+        {"uci_lookup_ptr", 3, "uci_lookup_ptr fail, store\n"},
+        {"uci_commit", 2, "uci_commit fail, store\n"},
     };
     for (const auto& [call, nth, cause] : failures) {
         write_file(kFile, kStore);
-        const LibuciFail fail(call, nth);
+        const CallFails fail(call, UCI_ERR_IO, nth);
         EXPECT_EQ(change.apply("store"), -1);
-        EXPECT_TRUE(fail.fired());
         expect_committed(change.result());
         EXPECT_THAT(log_.take(), ElementsAre(Error("uci_commit_cfg", cause),
                                              Error(change.outer, "uci commit store fail\n")));
@@ -734,7 +572,7 @@ TEST_P(UciChange, CommitsTwiceWhereItSetsANumber) {
 
 TEST_P(UciChange, IsMergedIntoTheFileAsItIsByThen) {
     EXPECT_EQ(GetParam().apply("store"), 0);
-    EXPECT_THAT(overwrites, testing::AllOf(Not(IsEmpty()), testing::Each(false)));
+    EXPECT_THAT(tq_test::take_overwrites(), testing::AllOf(Not(IsEmpty()), testing::Each(false)));
 }
 
 TEST_P(UciChange, FailsWithoutMemoryForThePath) {
@@ -847,9 +685,8 @@ TEST_F(UciSet, FailsOnANameThatUciDoesNotKnow) {
 }
 
 TEST_F(UciSet, FailsWhereLibuciFindsNothingToSet) {
-    const LibuciFail missing(LibuciCall::kSet, 1, UCI_ERR_NOTFOUND);
+    const CallFails missing("uci_set", UCI_ERR_NOTFOUND);
     EXPECT_EQ(uci_set_str_option_by_name("store", "one", "a", "2"), -1);
-    EXPECT_TRUE(missing.fired());
     expect_nothing_changed();
     EXPECT_THAT(log_.take(),
                 ElementsAre(Error("set_uci", "uci_do_section fail, uci set store.one.a=2\n"),
@@ -1087,17 +924,15 @@ TEST_F(UciLists, StayWhereNoItemHasTheValue) {
 }
 
 TEST_F(UciLists, TakeWhatLibuciDoesNotFindForDeleted) {
-    const LibuciFail missing(LibuciCall::kDeleteItem, 1, UCI_ERR_NOTFOUND);
+    const CallFails missing("uci_del_list", UCI_ERR_NOTFOUND);
     EXPECT_EQ(uci_del_list_by_name("store", "one", "l", "x"), 0);
-    EXPECT_TRUE(missing.fired());
     expect_nothing_changed();
     EXPECT_THAT(log_.take(), ElementsAre(Info("del_list", "uci del_list store.one.l=x\n")));
 }
 
 TEST_F(UciLists, StayWhereLibuciFails) {
-    const LibuciFail fail(LibuciCall::kDeleteItem, 1, UCI_ERR_MEM);
+    const CallFails fail("uci_del_list", UCI_ERR_MEM);
     EXPECT_EQ(uci_del_list_by_name("store", "one", "l", "x"), -1);
-    EXPECT_TRUE(fail.fired());
     expect_nothing_changed();
     EXPECT_THAT(log_.take(),
                 ElementsAre(Info("del_list", "uci del_list store.one.l=x\n"),
@@ -1157,7 +992,7 @@ TEST_F(AddUciSection, GivesTheIndexAmongTheSectionsOfTheType) {
 
 TEST_F(AddUciSection, WritesTheFileAsItHasLoadedIt) {
     EXPECT_EQ(add_uci_section("store", "beta"), 2);
-    EXPECT_THAT(overwrites, ElementsAre(true));
+    EXPECT_THAT(tq_test::take_overwrites(), ElementsAre(true));
 }
 
 TEST_F(AddUciSection, GivesAnIndexThatTheOtherFunctionsTake) {
@@ -1215,19 +1050,18 @@ TEST_F(AddUciSection, StaysStagedOnAReadOnlyFileSystem) {
 
 TEST_F(AddUciSection, FailsWhereLibuciDoes) {
     constexpr std::array kFailures = {
-        std::pair{LibuciCall::kAllocContext, "uci_alloc_context fail\n"},
-        std::pair{LibuciCall::kLoad, "uci_load store fail\n"},
-        std::pair{LibuciCall::kAddSection, "uci_add_section beta fail\n"},
-        std::pair{LibuciCall::kSave, "uci_save store fail\n"},
+        std::pair{"uci_alloc_context", "uci_alloc_context fail\n"},
+        std::pair{"uci_load", "uci_load store fail\n"},
+        std::pair{"uci_add_section", "uci_add_section beta fail\n"},
+        std::pair{"uci_save", "uci_save store fail\n"},
     };
     for (const auto& [call, text] : kFailures) {
-        const LibuciFail fail(call);
+        const CallFails fail(call);
         EXPECT_EQ(add_uci_section("store", "beta"), -1);
-        EXPECT_TRUE(fail.fired());
         expect_nothing_changed();
         EXPECT_THAT(log_.take(), ElementsAre(Error("add_uci_section", text)));
     }
-    const LibuciFail fail(LibuciCall::kCommit);
+    const CallFails fail("uci_commit");
     EXPECT_EQ(add_uci_section("store", "beta"), -1);
     EXPECT_EQ(stored(), kStore);
     EXPECT_NE(staged(), "");
@@ -1261,7 +1095,7 @@ TEST_F(AddUciSection, OnALoadedPackageFailsWhereLibuciDoes) {
     const Context context = new_context();
     uci_package* package = nullptr;
     ASSERT_EQ(uci_load(context.get(), "store", &package), UCI_OK);
-    const LibuciFail fail(LibuciCall::kAddSection, 1, UCI_ERR_MEM);
+    const CallFails fail("uci_add_section", UCI_ERR_MEM);
     EXPECT_EQ(uci_add_section_by_type(context.get(), package, "beta"), -1);
     expect_nothing_changed();
     EXPECT_THAT(log_.take(),
@@ -1538,13 +1372,12 @@ TEST_F(UciGet, ReadsNumbersOfAtMostThirtyOneBytes) {
 TEST_F(UciGet, FailsWhereLibuciDoes) {
     Buffer buf(10);
     int value = kNoValue;
-    const LibuciFail no_context(LibuciCall::kAllocContext);
+    const CallFails no_context("uci_alloc_context");
     EXPECT_EQ(uci_get_str_option_by_name("store", "one", "a", buf.data(), buf.size()), -1);
-    EXPECT_TRUE(no_context.fired());
     EXPECT_THAT(log_.take(),
                 ElementsAre(Error("uci_get_value", "uci_alloc_context fail\n"),
                             Info("uci_get_str_option_by_name", "uci get store.one.a fail\n")));
-    const LibuciFail no_lookup(LibuciCall::kLookup);
+    const CallFails no_lookup("uci_lookup_ptr");
     EXPECT_EQ(uci_get_int_option_by_id("store", "beta", 0, "k", &value), -1);
     EXPECT_EQ(value, kNoValue);
     EXPECT_THAT(log_.take(),
@@ -1834,7 +1667,7 @@ TEST_F(InContext, ReportsAMissingElementOnlyWhereAskedTo) {
 }
 
 TEST_F(InContext, SavesWhereAMissingElementIsASuccess) {
-    const LibuciFail none(LibuciCall::kSave, 0);
+    const CallFails none("uci_save", UCI_OK, 0);
     EXPECT_EQ(del_uci_element(context_.get(), "store.one.none", 1), UCI_ERR_NOTFOUND);
     EXPECT_EQ(none.calls(), 0);
     EXPECT_EQ(del_uci_element(context_.get(), "store.one.none", 0), 0);
@@ -1853,7 +1686,7 @@ TEST_F(InContext, GivesAnyOtherErrorOfLibuciAsItIs) {
 TEST_F(InContext, GivesEveryCodeOfADeleteThatFails) {
     for (int code = 1; code < UCI_ERR_LAST; code++) {
         for (const int strict : {0, 1}) {
-            const LibuciFail fail(LibuciCall::kDelete, 1, code);
+            const CallFails fail("uci_delete", code);
             const bool missing = code == UCI_ERR_NOTFOUND;
             EXPECT_EQ(del_uci_element(context_.get(), "store.one.a", strict),
                       missing && strict == 0 ? 0 : code);
@@ -1870,9 +1703,9 @@ TEST_F(InContext, GivesEveryCodeOfADeleteThatFails) {
 }
 
 TEST_F(InContext, FailsWhereLibuciDoes) {
-    const LibuciFail no_set(LibuciCall::kSet, 1, UCI_ERR_MEM);
+    const CallFails no_set("uci_set", UCI_ERR_MEM);
     EXPECT_EQ(set_uci_option(context_.get(), "store.one.a=2"), -1);
-    const LibuciFail no_save(LibuciCall::kSave);
+    const CallFails no_save("uci_save");
     EXPECT_EQ(set_uci_option(context_.get(), "store.one.a=2"), -1);
     expect_nothing_changed();
     EXPECT_THAT(log_.take(),

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "board_facts.h"
 #include "families.h"
 
 namespace tqctl {
@@ -20,10 +21,6 @@ struct Fact {
 using GetWanFact = int (*)(char*);
 using GetLanFact = int (*)(int, char*);
 
-Json number(int64_t value) {
-    return Json(json_object_new_int64(value));
-}
-
 // What the board does not say is no member.
 Json text_if_any(const char* text) {
     return *text ? json_text(text) : nullptr;
@@ -34,17 +31,14 @@ Json wan_fact(GetWanFact get) {
     return get(fact.text) == 0 ? text_if_any(fact.text) : nullptr;
 }
 
-const char* text_of(const Json& object, const char* key) {
-    json_object* value = nullptr;
-    return json_object_object_get_ex(object.get(), key, &value) ? json_object_get_string(value)
-                                                                : "-";
-}
+}  // namespace
 
-// The number of radios, and the answer to whether there is a board to ask.
 ExitCode count_radios(const Context& context, int& radios) {
     if (bbi_radio_count(&radios) == 0) return ExitCode::kDone;
     return context.fail(ExitCode::kRefused, "the board library does not answer");
 }
+
+namespace {
 
 // show
 
@@ -53,67 +47,57 @@ const char* forward_mode() {
     return kNames[get_forward_mode()];
 }
 
-Json describe_board(int radios) {
+}  // namespace
+
+Json describe_board() {
     Json object(json_object_new_object());
     Fact model;
     get_ap_modelname(model.text, sizeof(model.text));
     json_add(object.get(), "model", text_if_any(model.text));
     json_add(object.get(), "mode", json_text(tq_get_apmode() == 0 ? "fat" : "managed"));
     json_add(object.get(), "forward", json_text(forward_mode()));
-    json_add(object.get(), "radios", number(radios));
-    json_add(object.get(), "ports", number(tq_get_dev_if_count()));
-    json_add(object.get(), "lan_ports", number(tq_get_dev_lan_count()));
+    json_add(object.get(), "radios", json_number(bbi_radio_count_ret()));
+    json_add(object.get(), "ports", json_number(tq_get_dev_if_count()));
+    json_add(object.get(), "lan_ports", json_number(tq_get_dev_lan_count()));
     json_add(object.get(), "wan_name", wan_fact(get_wan_if_name));
     json_add(object.get(), "wan_label", wan_fact(get_wan_if_label));
     json_add(object.get(), "wan_port", wan_fact(get_wan_if_port));
     return object;
 }
 
+namespace {
+
 ExitCode show(Context& context, Arguments) {
     int radios = 0;
     const ExitCode code = count_radios(context, radios);
     if (code != ExitCode::kDone) return code;
-    const Json object = describe_board(radios);
-    if (context.output.is_json()) {
-        context.output.document(object);
-        return ExitCode::kDone;
-    }
-    json_object_object_foreach(object.get(), key, value) {
-        context.output.member(key, json_object_get_string(value));
-    }
+    context.output.members(describe_board());
     return ExitCode::kDone;
 }
 
 // radios, ports: a row each
 
 using Describe = Json (*)(int);
-using PrintRow = void (*)(const Json&);
+using PrintRow = void (*)(int);
 
 ExitCode list(Context& context, int count, Describe describe, PrintRow print_row) {
-    const Json array(json_object_new_array());
-    for (int i = 0; i < count; i++) {
-        Json row = describe(i);
-        if (context.output.is_json()) {
-            json_object_array_add(array.get(), row.release());
-        } else {
-            print_row(row);
-        }
-    }
-    if (context.output.is_json()) context.output.document(array);
+    Rows rows(context.output);
+    for (int i = 0; i < count; i++)
+        rows.add(i, describe, print_row);
     return ExitCode::kDone;
 }
 
 // As the results of the short forms they would be zeros where the board does not say.
 void add_numbers(json_object* object, int radio) {
     unsigned modes = 0;
-    if (bbi_radio_support_mode(radio, &modes) == 0) json_add(object, "modes", number(modes));
+    if (bbi_radio_support_mode(radio, &modes) == 0) json_add(object, "modes", json_number(modes));
     int bss = 0;
-    if (bbi_radio_bss_support(radio, &bss) == 0) json_add(object, "bss", number(bss));
+    if (bbi_radio_bss_support(radio, &bss) == 0) json_add(object, "bss", json_number(bss));
 }
 
 Json describe_radio(int radio) {
     Json object(json_object_new_object());
-    json_add(object.get(), "radio", number(radio));
+    json_add(object.get(), "radio", json_number(radio));
     json_add(object.get(), "device", text_if_any(bbi_radio_device_ret(radio)));
     json_add(object.get(), "prefix", text_if_any(bbi_radio_prefix_ifname_ret(radio)));
     add_numbers(object.get(), radio);
@@ -121,7 +105,8 @@ Json describe_radio(int radio) {
     return object;
 }
 
-void print_radio(const Json& radio) {
+void print_radio(int index) {
+    const Json radio = describe_radio(index);
     printf("%s %-7s %-7s modes=%s bss=%s %s\n", text_of(radio, "radio"), text_of(radio, "device"),
            text_of(radio, "prefix"), text_of(radio, "modes"), text_of(radio, "bss"),
            text_of(radio, "proc_dir"));
@@ -164,17 +149,18 @@ void describe_role(json_object* object, const char* ifname) {
 
 Json describe_port(int port) {
     Json object(json_object_new_object());
-    json_add(object.get(), "port", number(port));
+    json_add(object.get(), "port", json_number(port));
     const char* name = tq_get_eth_ifname(port);
     if (name) json_add(object.get(), "name", json_text(name));
-    json_add(object.get(), "kind", number(tq_get_eth_linktype(port)));
+    json_add(object.get(), "kind", json_number(tq_get_eth_linktype(port)));
     const int ability = tq_get_eth_ability_of_speed(port);
-    if (ability != 0) json_add(object.get(), "ability", number(ability));
+    if (ability != 0) json_add(object.get(), "ability", json_number(ability));
     if (name) describe_role(object.get(), name);
     return object;
 }
 
-void print_port(const Json& port) {
+void print_port(int index) {
+    const Json port = describe_port(index);
     printf("%s %-7s kind=%s ability=%s %s %s\n", text_of(port, "port"), text_of(port, "name"),
            text_of(port, "kind"), text_of(port, "ability"), text_of(port, "role"),
            text_of(port, "label"));
@@ -196,21 +182,21 @@ constexpr Command kCommands[] = {
     {"radios", "", 0, 0, "lists the radios",
      "A line each: number, device, prefix of its interfaces' names, mask of its\n"
      "wireless modes, number of BSS and process directory, or - where the board does\n"
-     "not say. JSON is an array of objects with radio, device, prefix, modes, bss and\n"
-     "proc_dir.",
+     "not say. JSON is an array of objects with radio, device, prefix, modes, bss\n"
+     "and proc_dir.",
      "tqctl board radios", radios},
     {"ports", "", 0, 0, "lists the Ethernet ports",
      "A line each: number, interface, kind (1000 or 100 Mbit/s), the speed that a\n"
-     "gigabit port is able to, what it is for (wan or lan) and its label on the case,\n"
-     "or - where the board does not say. JSON is an array of objects with port, name,\n"
-     "kind, ability, role and label.",
+     "gigabit port is able to, what it is for (wan or lan) and its label on the\n"
+     "case, or - where the board does not say. JSON is an array of objects with\n"
+     "port, name, kind, ability, role and label.",
      "tqctl -j board ports", ports},
 };
 static_assert(is_complete(kCommands));
 
 }  // namespace
 
-constinit const Family kBoard = {"board", "what the access point is made of",
+constinit const Family kBoard = {"board", "radios, ports and names",
                                  "The facts are the board library's, and for the model and the\n"
                                  "modes the configuration's. Exit code 1 means that the board\n"
                                  "library does not answer.",

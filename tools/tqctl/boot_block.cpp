@@ -12,6 +12,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "mac_text.h"
+
 namespace tqctl {
 
 namespace {
@@ -248,9 +250,7 @@ void ValueText::print_ip(const unsigned char* octets) {
 }
 
 void ValueText::print_ethernet_address(const unsigned char* octets) {
-    size_ = static_cast<size_t>(snprintf(text_, sizeof(text_), "%02x:%02x:%02x:%02x:%02x:%02x",
-                                         octets[0], octets[1], octets[2], octets[3], octets[4],
-                                         octets[5]));
+    copy(MacText(octets).text);
 }
 
 void ValueText::copy(std::string_view text) {

@@ -5,9 +5,10 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
+#include <utility>
 
 #include "bus_connection.h"
+#include "clock.h"
 #include "families.h"
 #include "number.h"
 
@@ -61,9 +62,9 @@ Json json_of_fields(void* data, size_t size, bool named, int depth) {
         if (!blobmsg_check_attr_len(attribute, named, rest)) break;
         Json value = json_of_attribute(attribute, depth);
         if (named) {
-            json_add(fields.get(), blobmsg_name(attribute), static_cast<Json&&>(value));
+            json_add(fields.get(), blobmsg_name(attribute), std::move(value));
         } else if (json_object_array_add(fields.get(), value.get()) == 0) {
-            (void)value.release();
+            (void)value.release();  // null as well: the elements behind it keep their places
         }
         const size_t step = blob_pad_len(attribute);
         if (step > rest) break;
@@ -92,13 +93,13 @@ Json json_of_attribute(blob_attr* attribute, int depth) {
         case BLOBMSG_TYPE_STRING:
             return json_text(blobmsg_get_string(attribute));
         case BLOBMSG_TYPE_BOOL:
-            return Json(json_object_new_boolean(blobmsg_get_bool(attribute)));
+            return json_bool(blobmsg_get_bool(attribute));
         case BLOBMSG_TYPE_DOUBLE:
             return json_of_double(blobmsg_get_double(attribute));
         case BLOBMSG_TYPE_INT64:
         case BLOBMSG_TYPE_INT32:
         case BLOBMSG_TYPE_INT16:
-            return Json(json_object_new_int64(blobmsg_cast_s64(attribute)));
+            return json_number(blobmsg_cast_s64(attribute));
         default:
             return Json(nullptr);
     }
@@ -164,28 +165,9 @@ ExitCode call(Context& context, Arguments arguments) {
     return finish_request(context, object, result);
 }
 
-// The bus itself, for what the library has no call for.
-class BusContext {
-  public:
-    BusContext() : context_(ubus_connect(nullptr)) {}
-    ~BusContext() {
-        if (context_) ubus_free(context_);
-    }
-    BusContext(const BusContext&) = delete;
-    BusContext& operator=(const BusContext&) = delete;
-
-    [[nodiscard]] ubus_context* get() const { return context_; }
-    explicit operator bool() const { return context_ != nullptr; }
-
-  private:
-    ubus_context* context_;
-};
-
 // The private pointer is the array of paths.
 void add_path(ubus_context*, ubus_object_data* object, void* priv) {
-    Json path = json_text(object->path);
-    if (json_object_array_add(static_cast<json_object*>(priv), path.get()) == 0)
-        (void)path.release();
+    json_append(static_cast<json_object*>(priv), json_text(object->path));
 }
 
 void print_paths(Output& output, const Json& paths) {
@@ -205,12 +187,6 @@ ExitCode list(Context& context, Arguments arguments) {
         return finish_request(context, pattern ? pattern : "the bus", status);
     print_paths(context.output, paths);
     return ExitCode::kDone;
-}
-
-int64_t microseconds() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
 }
 
 // The broker's answer to a question that costs it nothing; that there is no such object is one.
@@ -242,10 +218,10 @@ ExitCode ping(Context& context, Arguments arguments) {
 
 constexpr Command kCommands[] = {
     {"call", "OBJECT METHOD [FIELD...]", 2, kAnyNumber, "calls a method of an object",
-     "A FIELD is KEY=TEXT, or KEY:=NUMBER for a 32-bit integer. The fields are sent in\n"
-     "their order. The reply is printed as KEY=VALUE lines, nested values as JSON.\n"
-     "The answer is waited for 3 seconds.",
-     "tqctl bus call bwctrl set class_type:=0 vap_name=ath0 up:=512 down:=1024", call},
+     "A FIELD is KEY=TEXT, or KEY:=NUMBER for a 32-bit integer. The fields are sent\n"
+     "in their order. The reply is printed as KEY=VALUE lines, nested values as\n"
+     "JSON. The answer is waited for 3 seconds.",
+     "tqctl bus call bwctrl set class_type:=0 vap_name=ath0 up:=64 down:=64", call},
     {"list", "[PATTERN]", 0, 1, "lists the objects on the bus",
      "A PATTERN is an object's path, or the beginning of one with a * behind it.\n"
      "JSON is an array of paths.",

@@ -22,6 +22,23 @@ class BusConnection {
     bool connected_;
 };
 
+// The bus itself, for what the library has no call for.
+class BusContext {
+  public:
+    BusContext() : context_(ubus_connect(nullptr)) {}
+    ~BusContext() {
+        if (context_) ubus_free(context_);
+    }
+    BusContext(const BusContext&) = delete;
+    BusContext& operator=(const BusContext&) = delete;
+
+    [[nodiscard]] ubus_context* get() const { return context_; }
+    explicit operator bool() const { return context_ != nullptr; }
+
+  private:
+    ubus_context* context_;
+};
+
 inline ExitCode fail_without_bus(const Context& context) {
     return context.fail(ExitCode::kInputOutput, "there is no connection to the bus");
 }

@@ -6,6 +6,7 @@
 
 #include "bus_connection.h"
 #include "families.h"
+#include "mac_text.h"
 #include "number.h"
 
 namespace tqctl {
@@ -18,7 +19,7 @@ struct Request {
 
     Kind kind;
     const char* vap = nullptr;
-    unsigned char mac[6] = {};
+    Mac mac{};
     uint32_t up = 0;
     uint32_t down = 0;
     uint32_t stations = 0;
@@ -33,7 +34,7 @@ int send(const Request& request) {
         case Kind::kUser:
             return set_user_bwctl(request.vap, request.up, request.down);
         case Kind::kStation:
-            return set_sta_bwctl(request.vap, request.up, request.down, request.mac);
+            return set_sta_bwctl(request.vap, request.up, request.down, request.mac.data());
         case Kind::kMaxStations:
             return set_max_sta_bwctl(request.vap, request.stations);
         case Kind::kSave:
@@ -63,10 +64,8 @@ class Display {
     }
     void field(const char* key, const char* value) { text(message_, key, value); }
     void field(const char* key, uint32_t value) {
-        char digits[16];
-        snprintf(digits, sizeof(digits), "%u", value);
-        if (!output_.is_json()) output_.member(key, digits);
-        json_add(message_.get(), key, Json(json_object_new_int64(value)));
+        if (!output_.is_json()) output_.member(key, value);
+        json_add(message_.get(), key, json_number(value));
     }
     void finish() {
         if (!output_.is_json()) return;
@@ -85,19 +84,12 @@ class Display {
     Json message_{json_object_new_object()};
 };
 
-void show_mac(Display& display, const unsigned char (&mac)[6]) {
-    char text[sizeof("00:00:00:00:00:00")];
-    snprintf(text, sizeof(text), "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
-             mac[4], mac[5]);
-    display.field("macaddr", text);
-}
-
 void show_limit(Display& display, const Request& request) {
     const bool removes = request.up == 0 && request.down == 0;
     display.head("bwctrl", removes ? "del" : "set");
     display.field("class_type", static_cast<uint32_t>(request.kind));
     display.field("vap_name", request.vap);
-    if (request.kind == Kind::kStation) show_mac(display, request.mac);
+    if (request.kind == Kind::kStation) display.field("macaddr", MacText(request.mac.data()).text);
     if (removes) return;
     display.field("up", request.up);
     display.field("down", request.down);
@@ -152,13 +144,6 @@ const KindName* find_kind(const char* name) {
     return nullptr;
 }
 
-bool parse_mac(const char* text, unsigned char (&mac)[6]) {
-    int end = 0;
-    const int found = sscanf(text, "%2hhx:%2hhx:%2hhx:%2hhx:%2hhx:%2hhx%n", &mac[0], &mac[1],
-                             &mac[2], &mac[3], &mac[4], &mac[5], &end);
-    return found == 6 && end == 17 && !text[17];
-}
-
 // Takes KIND VAP [MAC] off the words, which are then the numbers; what is wrong, or null.
 const char* parse_target(Arguments& words, Request& request) {
     const KindName* kind = find_kind(words[0]);
@@ -167,7 +152,9 @@ const char* parse_target(Arguments& words, Request& request) {
     request.vap = words[1];
     words = words.subspan(2);
     if (request.kind != Kind::kStation) return nullptr;
-    if (words.empty() || !parse_mac(words[0], request.mac)) return "a station needs its MAC";
+    const std::optional<Mac> mac = words.empty() ? std::nullopt : parse_mac(words[0]);
+    if (!mac) return "a station needs its MAC";
+    request.mac = *mac;
     words = words.subspan(1);
     return nullptr;
 }
@@ -264,10 +251,7 @@ class Number {
 };
 
 void add_number(Output& output, const char* key, const Number& number) {
-    if (number.is_missing()) return;
-    char digits[16];
-    snprintf(digits, sizeof(digits), "%lld", static_cast<long long>(number.value()));
-    output.member(key, digits);
+    if (!number.is_missing()) output.member(key, number.value());
 }
 
 ExitCode show_flow(Context& context, Arguments arguments) {
@@ -288,18 +272,18 @@ ExitCode show_flow(Context& context, Arguments arguments) {
 constexpr Command kCommands[] = {
     {"set", "KIND VAP [MAC] NUMBER...", 3, 5, "sets a limit",
      "KIND is one of\n"
-     "ssid VAP UP DOWN: the rates of all stations of a VAP together\n"
-     "user VAP UP DOWN: the rates of each of its users\n"
-     "station VAP MAC UP DOWN: the rates of one station\n"
-     "max-stations VAP COUNT: how many stations it takes\n"
+     "  ssid VAP UP DOWN: the rates of all stations of a VAP together\n"
+     "  user VAP UP DOWN: the rates of each of its users\n"
+     "  station VAP MAC UP DOWN: the rates of one station\n"
+     "  max-stations VAP COUNT: how many stations it takes\n"
      "\n"
      "The rates' unit is the service's; UP and DOWN both 0 remove the limit.",
      "tqctl bw set station ath0 00:1a:2b:3c:4d:5e 512 1024", set},
     {"del", "KIND VAP [MAC]", 2, 3, "removes a limit", "KIND is ssid, user or station.",
      "tqctl bw del ssid ath0", del},
     {"show-request", "VERB [ARGUMENTS]", 1, 6, "shows what would be sent",
-     "Object, method and fields, in their order, of the request that the command with\n"
-     "this VERB (set, del, reload or save) makes. Nothing is sent.",
+     "Object, method and fields, in their order, of the request that the command\n"
+     "with this VERB (set, del, reload or save) makes. Nothing is sent.",
      "tqctl bw show-request set ssid ath0 512 1024", show_request},
     {"reload", "", 0, 0, "has the service read its configuration anew",
      "What it has been told and did not save is up to the service.", "tqctl bw reload", reload},
@@ -308,15 +292,15 @@ constexpr Command kCommands[] = {
 };
 constexpr Command kFlowCommands[] = {
     {"show", "INDEX", 1, 1, "shows the traffic of an interface index",
-     "Lines in=NUMBER and out=NUMBER, as the statistics service counts them; one that\n"
-     "its reply lacks is left out.",
+     "Lines in=NUMBER and out=NUMBER, as the statistics service counts them; one\n"
+     "that its reply lacks is left out.",
      "tqctl flow show 2", show_flow},
 };
 static_assert(is_complete(kCommands) && is_complete(kFlowCommands));
 
 constexpr char kCodes[] =
-    "Each is a request to a service on the bus. Exit code 1 stands for a service that\n"
-    "is not there, refuses or does not answer, 6 for a bus that is not there.";
+    "Each is a request to a service on the bus. Exit code 1 stands for a service\n"
+    "that is not there, refuses or does not answer, 6 for a bus that is not there.";
 
 }  // namespace
 

@@ -82,7 +82,11 @@ bool is_single(const Family& family) {
 ExitCode Context::fail(ExitCode code, const char* format, ...) const {
     va_list args;
     va_start(args, format);
-    print_complaint(*this, format, args);
+    if (!complaint) {
+        print_complaint(*this, format, args);
+    } else if (!*complaint->text) {
+        vsnprintf(complaint->text, sizeof(complaint->text), format, args);
+    }
     va_end(args);
     return code;
 }

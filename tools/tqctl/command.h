@@ -25,11 +25,17 @@ ExitCode exit_code_of(int error);
 struct Family;
 struct Command;
 
+// A diagnostic that somebody asked for, the first of several.
+struct Complaint {
+    char text[256] = "";
+};
+
 // What a command runs with, and its voice on standard error.
 struct Context {
     Output output;
     const Family* family = nullptr;
     const Command* command = nullptr;
+    Complaint* complaint = nullptr;  // where diagnostics go in place of standard error
 
     // Says what went wrong; the result is the code.
     __attribute__((format(printf, 3, 4))) ExitCode fail(ExitCode code, const char* format,
@@ -51,7 +57,8 @@ struct Command {
     size_t min_arguments;
     size_t max_arguments;
     const char* summary;  // a line without a full stop
-    const char* help;     // lines that fit a terminal; an empty line starts a paragraph
+    const char* help;     // lines of up to 78 columns; an empty one starts a paragraph, two blanks
+                          // start a row of a list
     const char* example;  // a whole command line
     Handler run;
 };
@@ -63,10 +70,21 @@ struct Family {
     std::span<const Command> commands;
 };
 
+// Whether no line is longer.
+consteval bool fits(const char* text, int width) {
+    int column = 0;
+    for (; *text; text++) {
+        column = *text == '\n' ? 0 : column + 1;
+        if (column > width) return false;
+    }
+    return true;
+}
+
 // Fails to compile for a family with a row that help, the man page or the dispatch could not use.
 consteval bool is_complete(std::span<const Command> commands) {
     for (const Command& command : commands) {
         if (!*command.summary || !*command.help || !*command.example || !command.run) return false;
+        if (!fits(command.help, 78)) return false;
         if (command.min_arguments > command.max_arguments) return false;
     }
     return !commands.empty();
@@ -74,6 +92,9 @@ consteval bool is_complete(std::span<const Command> commands) {
 
 // Every family, in the order of the map that help prints.
 std::span<const Family* const> families();
+
+// The title of the families that begin with this one, or null.
+const char* title_before(const Family& family);
 
 // Null where there is none of that name.
 const Family* find_family(const char* name);

@@ -14,10 +14,6 @@ namespace tqctl {
 
 namespace {
 
-ExitCode explain(const Context& context, const char* file, const Cause& cause) {
-    return context.fail(cause.code, "%s: %s", file, cause.text);
-}
-
 const uci_entry* find_file(const Context& context, const char* file, ExitCode& code) {
     const uci_entry* entry = get_uci_entry_by_name(file);
     if (!entry) {
@@ -25,15 +21,6 @@ const uci_entry* find_file(const Context& context, const char* file, ExitCode& c
                             "%s: not one of the files that 'tqctl config list' shows", file);
     }
     return entry;
-}
-
-// Never creates the file: looking at it must not.
-ExitCode load(const Context& context, const uci_entry& entry, uci_config_ctx& session) {
-    if (const auto obstacle = obstacle_to_reading(entry.file)) {
-        return explain(context, entry.file, *obstacle);
-    }
-    if (load_uci_config(entry.id, &session) == 0) return ExitCode::kDone;
-    return explain(context, entry.file, cause_of_failure(entry.file, "it cannot be loaded"));
 }
 
 int count(uci_list& list) {
@@ -44,24 +31,30 @@ int count(uci_list& list) {
 
 // list
 
-void add_row(json_object* rows, const uci_entry& entry, const char* state, int sections) {
+struct FileState {
+    const uci_entry& entry;
+    const char* state;
+    int sections;
+    bool is_staged;
+};
+
+Json describe(const FileState& file) {
     Json row(json_object_new_object());
-    const bool whole = json_add(row.get(), "id", Json(json_object_new_int(entry.id))) &&
-                       json_add(row.get(), "file", json_text(entry.file)) &&
-                       json_add(row.get(), "state", json_text(state)) &&
-                       json_add(row.get(), "sections", Json(json_object_new_int(sections))) &&
-                       json_add(row.get(), "staged",
-                                Json(json_object_new_boolean(has_staged_changes(entry.file))));
-    if (whole && json_object_array_add(rows, row.get()) == 0) (void)row.release();
+    const bool whole = json_add(row.get(), "id", json_number(file.entry.id)) &&
+                       json_add(row.get(), "file", json_text(file.entry.file)) &&
+                       json_add(row.get(), "state", json_text(file.state)) &&
+                       json_add(row.get(), "sections", json_number(file.sections)) &&
+                       json_add(row.get(), "staged", json_bool(file.is_staged));
+    return whole ? std::move(row) : nullptr;
 }
 
-void print_row(const uci_entry& entry, const char* state, int sections) {
-    const char* note = has_staged_changes(entry.file) ? ", changes staged" : "";
-    printf("%2d  %-14s ", entry.id, entry.file);
-    if (strcmp(state, "present") == 0) {
-        printf("%d %s%s\n", sections, sections == 1 ? "section" : "sections", note);
+void print_row(const FileState& file) {
+    const char* note = file.is_staged ? ", changes staged" : "";
+    printf("%2d  %-14s ", file.entry.id, file.entry.file);
+    if (strcmp(file.state, "present") == 0) {
+        printf("%d %s%s\n", file.sections, file.sections == 1 ? "section" : "sections", note);
     } else {
-        printf("%s%s\n", state, note);
+        printf("%s%s\n", file.state, note);
     }
 }
 
@@ -73,24 +66,19 @@ static_assert(std::size(kFiles) == UCI_CONFIG_ALL);
 
 ExitCode list(Context& context, Arguments) {
     ExitCode first_failure = ExitCode::kDone;
-    const Json rows(json_object_new_array());
+    Rows rows(context.output);
     for (const char* file : kFiles) {
         const uci_entry& entry = *get_uci_entry_by_name(file);
         uci_config_ctx session{};
         const char* state = "missing";
         if (is_present(file)) {
-            const ExitCode code = load(context, entry, session);
+            const ExitCode code = load_session(context, entry, session);
             state = code == ExitCode::kDone ? "present" : "unreadable";
             if (first_failure == ExitCode::kDone) first_failure = code;
         }
         const int sections = session.pkg ? count(session.pkg->sections) : 0;
-        if (context.output.is_json()) {
-            add_row(rows.get(), entry, state, sections);
-        } else {
-            print_row(entry, state, sections);
-        }
+        rows.add(FileState{entry, state, sections, has_staged_changes(file)}, describe, print_row);
     }
-    if (context.output.is_json()) context.output.document(rows);
     return first_failure;
 }
 
@@ -132,10 +120,8 @@ void print_section(const char* file, const char* spelling, uci_section& section)
 
 Json json_items(uci_list& items) {
     Json array(json_object_new_array());
-    for_each(items, [&array](uci_element& item) {
-        Json text = json_text(item.name);
-        if (json_object_array_add(array.get(), text.get()) == 0) (void)text.release();
-    });
+    for_each(items,
+             [&array](uci_element& item) { json_append(array.get(), json_text(item.name)); });
     return array;
 }
 
@@ -157,7 +143,7 @@ ExitCode show(Context& context, Arguments arguments) {
     if (!entry) return code;
     const char* wanted = arguments.size() == 2 ? arguments[1] : nullptr;
     uci_config_ctx session{};
-    code = load(context, *entry, session);
+    code = load_session(context, *entry, session);
     if (code != ExitCode::kDone || !session.pkg) return code;
 
     const Json sections(json_object_new_object());
@@ -188,7 +174,7 @@ ExitCode save_file(const Context& context, const uci_entry& entry) {
         return explain(context, entry.file, *obstacle);
     }
     uci_config_ctx session{};
-    const ExitCode code = load(context, entry, session);
+    const ExitCode code = load_session(context, entry, session);
     if (code != ExitCode::kDone) return code;
     if (save_uci_config(entry.id, nullptr, 0) == 0) return ExitCode::kDone;
     free_uci_config(entry.id);
@@ -236,10 +222,10 @@ constexpr Command kCommands[] = {
      "unreadable, and then the exit code says why. JSON is an array of objects.",
      "tqctl config list", list},
     {"show", "FILE [SECTION]", 1, 2, "prints a file's sections and options",
-     "One line each, as FILE.SECTION=TYPE and FILE.SECTION.OPTION='VALUE', quoted for\n"
-     "a shell; a list has its items behind each other. SECTION is a name or @TYPE[N].\n"
-     "JSON is an object of sections, each an object of its \".type\" and its options,\n"
-     "with lists as arrays. Passwords are printed, too.",
+     "One line each, as FILE.SECTION=TYPE and FILE.SECTION.OPTION='VALUE', quoted\n"
+     "for a shell; a list has its items behind each other. SECTION is a name or\n"
+     "@TYPE[N]. JSON is an object of sections, each an object of its \".type\" and\n"
+     "its options, with lists as arrays. Passwords are printed, too.",
      "tqctl config show wireless radio0", show},
     {"save", "[--commit2] [FILE...]", 0, 17, "commits what is staged",
      "What 'uci set' and others have staged in /tmp/.uci is written to the files, by\n"
@@ -252,7 +238,9 @@ static_assert(is_complete(kCommands));
 }  // namespace
 
 constinit const Family kConfig = {
-    "config", "the configuration files that daemons keep loaded",
-    "FILE is one of the names that the list shows, a file in /etc/config.", kCommands};
+    "config", "configuration files as a whole",
+    "These are the files that daemons keep loaded. FILE is one of the names that\n"
+    "the list shows, a file in /etc/config.",
+    kCommands};
 
 }  // namespace tqctl

@@ -10,6 +10,8 @@
 
 #include "boot_block.h"
 #include "families.h"
+#include "file.h"
+#include "image_version.h"
 
 namespace tqctl {
 
@@ -41,11 +43,10 @@ bool parse(const char* line, Partition& partition) {
 Json describe(const Partition& partition) {
     Json object(json_object_new_object());
     const bool whole =
-        json_add(object.get(), "number", Json(json_object_new_int(partition.number))) &&
+        json_add(object.get(), "number", json_number(partition.number)) &&
         json_add(object.get(), "name", json_text(partition.name)) &&
-        json_add(object.get(), "size",
-                 Json(json_object_new_int64(static_cast<int64_t>(partition.size)))) &&
-        json_add(object.get(), "erase_size", Json(json_object_new_int64(partition.erase_size)));
+        json_add(object.get(), "size", json_number(static_cast<int64_t>(partition.size))) &&
+        json_add(object.get(), "erase_size", json_number(partition.erase_size));
     return whole ? std::move(object) : nullptr;
 }
 
@@ -56,30 +57,24 @@ void print(const Partition& partition) {
 
 ExitCode list_table(Context& context, FILE* table) {
     ExitCode code = ExitCode::kDone;
-    Json array(json_object_new_array());
+    Rows rows(context.output);
     char line[512];
     for (int number = 1; fgets(line, sizeof(line), table); number++) {
         if (strncmp(line, "dev:", 4) == 0) continue;
         Partition partition{};
         if (!parse(line, partition)) {
             code = context.fail(ExitCode::kDamaged, "%s: line %d is no partition", kTable, number);
-        } else if (!context.output.is_json()) {
-            print(partition);
         } else {
-            Json object = describe(partition);
-            if (json_object_array_add(array.get(), object.get()) == 0) (void)object.release();
+            rows.add(partition, describe, print);
         }
     }
-    if (context.output.is_json()) context.output.document(array);
     return code;
 }
 
 ExitCode list(Context& context, Arguments) {
-    FILE* table = fopen(kTable, "re");
+    const File table(fopen(kTable, "re"));
     if (!table) return context.fail(exit_code_of(errno), "%s: %s", kTable, strerror(errno));
-    const ExitCode code = list_table(context, table);
-    fclose(table);
-    return code;
+    return list_table(context, table.get());
 }
 
 // version
@@ -99,6 +94,13 @@ constexpr Image kImages[] = {
     {"boot-loader", check_backup_uboot, get_backup_boot_info},
 };
 
+const Image* find_image(const char* name) {
+    for (const Image& image : kImages) {
+        if (strcmp(image.name, name) == 0) return &image;
+    }
+    return nullptr;
+}
+
 ExitCode explain(const Context& context, const Image& image, const char* block) {
     if (image.check() != 0) {
         return context.fail(ExitCode::kRefused, "%s: not marked as usable", image.name);
@@ -112,16 +114,25 @@ ExitCode explain(const Context& context, const Image& image, const char* block) 
                         image.name);
 }
 
-ExitCode print_version(Context& context, const Image& image, bool is_only) {
+ExitCode read_version(const Context& context, const Image& image, ImageVersion& version) {
     char block[TQ_IMAGE_BLOCK_SIZE];
     memset(block, kUnread, sizeof(block));
     if (image.read(block) != 0) return explain(context, image, block);
     const char* field = block + TQ_IMAGE_VERSION_OFFSET;
-    const OneLine version({field, strnlen(field, TQ_IMAGE_VERSION_SIZE)});
+    const OneLine line({field, strnlen(field, TQ_IMAGE_VERSION_SIZE)});
+    snprintf(version.text, sizeof(version.text), "%.*s", int{sizeof(version.text)} - 1,
+             line.c_str());
+    return ExitCode::kDone;
+}
+
+ExitCode print_version(Context& context, const Image& image, bool is_only) {
+    ImageVersion version;
+    const ExitCode code = read_version(context, image, version);
+    if (code != ExitCode::kDone) return code;
     if (is_only) {
-        context.output.value(image.name, std::string_view(version.c_str()));
+        context.output.value(image.name, version.text);
     } else {
-        context.output.member(image.name, version.c_str());
+        context.output.member(image.name, version.text);
     }
     return ExitCode::kDone;
 }
@@ -137,9 +148,7 @@ ExitCode print_versions(Context& context) {
 
 ExitCode version(Context& context, Arguments arguments) {
     if (arguments.empty()) return print_versions(context);
-    for (const Image& image : kImages) {
-        if (strcmp(image.name, arguments[0]) == 0) return print_version(context, image, true);
-    }
+    if (const Image* image = find_image(arguments[0])) return print_version(context, *image, true);
     return context.misuse("'%s' is neither primary nor backup nor boot-loader", arguments[0]);
 }
 
@@ -149,13 +158,18 @@ constexpr Command kCommands[] = {
      "/proc/mtd. JSON is an array with an object for each partition.",
      "tqctl flash list", list},
     {"version", "[primary|backup|boot-loader]", 0, 1, "prints versions of the images in flash",
-     "One prints its version. All of them print one line each, as NAME=VERSION; those\n"
-     "that have none are reported, and the exit code is that of the first of them.",
+     "One prints its version. All of them print one line each, as NAME=VERSION;\n"
+     "those that have none are reported, and the exit code is that of the first of\n"
+     "them.",
      "tqctl flash version primary", version},
 };
 static_assert(is_complete(kCommands));
 
 }  // namespace
+
+ExitCode read_image_version(const Context& context, const char* image, ImageVersion& version) {
+    return read_version(context, *find_image(image), version);
+}
 
 constinit const Family kFlash = {"flash", "partitions and image versions", "", kCommands};
 

@@ -126,21 +126,22 @@ ExitCode set(Context& context, Arguments arguments) {
 constexpr Command kCommands[] = {
     {"notify", "EVENT [ADDRESS PORT [CAUSE]]", 1, 4, "tells of an event",
      "EVENT is one of\n"
-     "ac-disconnect, ntp-disconnect, ism-upload-fail (ADDRESS PORT CAUSE): the access\n"
-     "controller, the time server or the upload server was lost; CAUSE is\n"
-     "probable_cause=TEXT or specific_cause=TEXT\n"
-     "ac-connect, ntp-connect, ism-upload (ADDRESS PORT): it is there again\n"
-     "reload-wifi: the Wi-Fi configuration is to be read anew\n"
+     "  ac-disconnect, ntp-disconnect, ism-upload-fail (ADDRESS PORT CAUSE): the\n"
+     "    access controller, the time server or the upload server was lost; CAUSE is\n"
+     "    probable_cause=TEXT or specific_cause=TEXT\n"
+     "  ac-connect, ntp-connect, ism-upload (ADDRESS PORT): it is there again\n"
+     "  reload-wifi: the Wi-Fi configuration is to be read anew\n"
      "\n"
      "The ism events go through the command ubus, whose failure is not seen.",
      "tqctl fm notify ac-disconnect 192.0.2.1 5246 probable_cause=timeout", notify},
     {"set", "SETTING VALUE...", 2, 5, "changes a setting",
      "SETTING is one of\n"
-     "action NUMBER\n"
-     "url URL\n"
-     "threshold ID NUMBER\n"
-     "suppress TEXT\n"
-     "wifi-down-cause RADIO WLAN STATUS CAUSE: why a radio's wlan is out of service",
+     "  action NUMBER\n"
+     "  url URL\n"
+     "  threshold ID NUMBER\n"
+     "  suppress TEXT\n"
+     "  wifi-down-cause RADIO WLAN STATUS CAUSE: why a radio's wlan is out of\n"
+     "    service",
      "tqctl fm set threshold 7 80", set},
     {"threshold", "MODULE [VALUE]", 1, 2, "shows or stores a module's threshold",
      "In the file tqfm; a module that is not in it is added. MODULE is its number.",

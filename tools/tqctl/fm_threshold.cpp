@@ -24,10 +24,6 @@ struct Value {
 constexpr Value kThreshold = {"threshold", uci_get_threshold, uci_set_threshold};
 constexpr Value kSuppress = {"suppress", uci_get_suppress, uci_set_suppress};
 
-ExitCode explain(const Context& context, const Cause& cause) {
-    return context.fail(cause.code, "%s: %s", kFile, cause.text);
-}
-
 std::optional<int64_t> parse_module(const char* text) {
     return parse_number(text, 0, INT_MAX);
 }
@@ -35,7 +31,7 @@ std::optional<int64_t> parse_module(const char* text) {
 ExitCode show(Context& context, const Value& value, int module) {
     int number = 0;
     if (value.get(module, &number) != 0)
-        return explain(context, cause_of_failure(kFile, "the module has no such value"));
+        return explain(context, kFile, cause_of_failure(kFile, "the module has no such value"));
     context.output.value(value.name, static_cast<uint32_t>(number));
     return ExitCode::kDone;
 }
@@ -43,9 +39,9 @@ ExitCode show(Context& context, const Value& value, int module) {
 // Runs a change of the file.
 template <typename Change>
 ExitCode apply(const Context& context, Change change) {
-    if (const auto obstacle = obstacle_to_change(kFile)) return explain(context, *obstacle);
+    if (const auto obstacle = obstacle_to_change(kFile)) return explain(context, kFile, *obstacle);
     if (change() == 0) return ExitCode::kDone;
-    return explain(context, cause_of_failure(kFile, "the value cannot be written"));
+    return explain(context, kFile, cause_of_failure(kFile, "the value cannot be written"));
 }
 
 ExitCode show_or_set(Context& context, const Value& value, Arguments arguments) {

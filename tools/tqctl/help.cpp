@@ -1,8 +1,10 @@
-// help.cpp - what the table says about itself: help, the man page, the completion.
+// help.cpp - tqctl help: the table as a map, and its rows in full.
 #include "help.h"
 
+#include <cctype>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <utility>
 
 #include "families.h"
@@ -11,25 +13,11 @@ namespace tqctl {
 
 namespace {
 
-constexpr char kPurpose[] = "the companion command of libtq, an access point's platform library";
-constexpr char kSynopsis[] = "tqctl [-j] [-q] FAMILY VERB [ARGUMENTS]";
-
-struct OptionText {
-    const char* letter;
-    const char* name;
-    const char* help;
-};
-
 constexpr OptionText kOptions[] = {
-    {"-j", "--json", "print JSON: always one document, {} or [] where there is nothing"},
+    {"-j", "--json", "print JSON: {} or [] where there is nothing to show"},
     {"-q", "--quiet", "nothing on standard error"},
     {"-h", "--help", "this map; behind a family or a verb, its help"},
     {"-V", "--version", "the version"},
-};
-
-struct ExitText {
-    ExitCode code;
-    const char* meaning;
 };
 
 constexpr ExitText kExitCodes[] = {
@@ -41,10 +29,6 @@ constexpr ExitText kExitCodes[] = {
     {ExitCode::kDamaged, "damaged data, such as a configuration file with a syntax error"},
     {ExitCode::kInputOutput, "input/output error, such as a full or read-only file system"},
 };
-
-const char* blank_before(const char* text) {
-    return *text ? " " : "";
-}
 
 // JSON: an array with an object for each row of the table.
 
@@ -60,8 +44,7 @@ Json describe(const Family& family, const Command& command) {
 }
 
 void append_command(Json& array, const Family& family, const Command& command) {
-    Json object = describe(family, command);
-    if (json_object_array_add(array.get(), object.get()) == 0) (void)object.release();
+    json_append(array.get(), describe(family, command));
 }
 
 void append_family(Json& array, const Family& family) {
@@ -80,213 +63,58 @@ void print_indented(const char* text) {
     }
 }
 
-void print_common(const Family& family) {
-    if (*family.help) printf("%s\n", family.help);
+// A family's verbs, or what the command that it is takes; the width is that of the column.
+void print_verbs(const Family& family, int width) {
+    int used = 0;
+    if (is_single(family)) used = printf("%s", family.commands.front().arguments);
+    for (const Command& command : family.commands)
+        used += printf("%s%s", used > 0 ? " " : "", command.verb);
+    printf("%*s", width > used ? width - used : 1, "");
 }
 
-void print_map_of(const Family& family) {
-    if (is_single(family)) {
-        const Command& command = family.commands.front();
-        printf("\n%s%s%s - %s\n", family.name, blank_before(command.arguments), command.arguments,
-               family.summary);
-        return;
-    }
-    printf("\n%s - %s\n", family.name, family.summary);
-    for (const Command& command : family.commands) {
-        const int width = printf("  %s %s", command.verb, command.arguments);
-        printf("%*s%s\n", width < 28 ? 28 - width : 2, "", command.summary);
-    }
+void print_map_line(const Family& family) {
+    if (const char* title = title_before(family)) printf("%s:\n", title);
+    printf("  %-11s", family.name);
+    print_verbs(family, 37);
+    printf("%s\n", family.summary);
 }
 
-void print_options() {
-    for (const OptionText& option : kOptions) {
+void print_options(std::span<const OptionText> texts) {
+    for (const OptionText& option : texts)
         printf("  %s, %-10s %s\n", option.letter, option.name, option.help);
-    }
 }
 
 void print_exit_codes() {
     printf("\nExit codes:\n");
-    for (const ExitText& exit : kExitCodes) {
+    for (const ExitText& exit : exit_texts())
         printf("  %d  %s\n", static_cast<int>(exit.code), exit.meaning);
-    }
 }
 
 void print_map() {
     printf("tqctl - %s\n\nusage: %s\n\n", kPurpose, kSynopsis);
-    print_options();
-    for (const Family* family : families()) {
-        print_map_of(*family);
-    }
+    print_options(option_texts());
+    printf("\n");
+    for (const Family* family : families())
+        print_map_line(*family);
     print_exit_codes();
-}
-
-void print_synopsis(const Family& family, const Command& command) {
-    printf("tqctl [-j] [-q] %s%s%s%s%s - %s\n", family.name, blank_before(command.verb),
-           command.verb, blank_before(command.arguments), command.arguments, command.summary);
+    printf("\n'tqctl help FAMILY [VERB]' tells the rest, with an example of each command.\n");
 }
 
 void print_command(const Family& family, const Command& command) {
-    print_synopsis(family, command);
+    printf("tqctl [-j] [-q] %s%s%s%s%s\n", family.name, blank_before(command.verb), command.verb,
+           blank_before(command.arguments), command.arguments);
+    printf("  %c%s.\n", toupper(*command.summary), command.summary + 1);
     print_indented(command.help);
     printf("  Example: %s\n\n", command.example);
 }
 
-// The man page.
-
-// Text of a roff line: no byte of it is a request or an escape.
-void print_roff(const char* text, size_t length) {
-    if (length > 0 && (*text == '.' || *text == '\'')) printf("\\&");
-    for (size_t i = 0; i < length; i++) {
-        if (text[i] == '\\') {
-            printf("\\e");
-        } else if (text[i] == '-') {
-            printf("\\-");
-        } else {
-            putchar(text[i]);
-        }
-    }
+// What holds for all commands of the family, and for all commands.
+void print_common(const Family& family) {
+    if (*family.help) printf("%s\n\n", family.help);
+    printf("Options:\n");
+    print_options(option_texts().first(2));
+    print_exit_codes();
 }
-
-void print_roff(const char* text) {
-    print_roff(text, strlen(text));
-}
-
-void print_roff_lines(const char* text, const char* paragraph) {
-    for (const char* line = text; *line;) {
-        const size_t length = strcspn(line, "\n");
-        if (length == 0) printf("%s", paragraph);
-        print_roff(line, length);
-        putchar('\n');
-        line += length + (line[length] == '\n');
-    }
-}
-
-void print_bold(const char* text) {
-    printf("\\fB");
-    print_roff(text);
-    printf("\\fR");
-}
-
-void print_man_command(const Family& family, const Command& command) {
-    printf(".TP\n");
-    print_bold(family.name);
-    printf("%s", blank_before(command.verb));
-    print_bold(command.verb);
-    printf("%s\\fI", blank_before(command.arguments));
-    print_roff(command.arguments);
-    printf("\\fR\n");
-    print_roff_lines(command.help, ".IP\n");
-    printf(".IP\nExample:\n");
-    print_bold(command.example);
-    printf("\n");
-}
-
-void print_man_family(const Family& family) {
-    printf(".SS ");
-    print_roff(family.name);
-    printf(" \\- ");
-    print_roff(family.summary);
-    printf("\n");
-    print_roff_lines(family.help, ".PP\n");
-    for (const Command& command : family.commands) {
-        print_man_command(family, command);
-    }
-}
-
-void print_man_head() {
-    printf(".TH TQCTL 1 \"\" \"libtq %s\" \"User Commands\"\n.SH NAME\ntqctl \\- ", TQ_VERSION);
-    print_roff(kPurpose);
-    printf("\n.SH SYNOPSIS\n");
-    print_bold(kSynopsis);
-    printf(
-        "\n.SH DESCRIPTION\n"
-        "Reads and changes an access point's state through libtq. Standard output\n"
-        "carries data only; diagnostics, the library's own error lines among them, go\n"
-        "to standard error. In JSON each byte that is not UTF\\-8 is replaced by U+FFFD.\n"
-        ".SH OPTIONS\n");
-}
-
-void print_man_options() {
-    for (const OptionText& option : kOptions) {
-        printf(".TP\n");
-        print_bold(option.letter);
-        printf(", ");
-        print_bold(option.name);
-        printf("\n");
-        print_roff(option.help);
-        printf("\n");
-    }
-}
-
-void print_man_exit_codes() {
-    printf(".SH EXIT STATUS\n");
-    for (const ExitText& exit : kExitCodes) {
-        printf(".TP\n.B %d\n", static_cast<int>(exit.code));
-        print_roff(exit.meaning);
-        printf("\n");
-    }
-}
-
-void print_man() {
-    print_man_head();
-    print_man_options();
-    printf(".SH COMMANDS\n");
-    for (const Family* family : families()) {
-        print_man_family(*family);
-    }
-    print_man_exit_codes();
-    printf(".SH SEE ALSO\n\\fBsyslog\\fR(3)\n");
-}
-
-// The completion.
-
-void print_verb_words(const Family& family) {
-    printf("        %s) echo '", family.name);
-    for (const Command& command : family.commands) {
-        printf("%s ", command.verb);
-    }
-    printf("--help' ;;\n");
-}
-
-void print_family_words() {
-    for (const Family* family : families()) {
-        printf("%s ", family->name);
-    }
-}
-
-void print_option_words() {
-    for (const OptionText& option : kOptions) {
-        printf("%s %s ", option.letter, option.name);
-    }
-}
-
-void print_bash_completion() {
-    printf("# bash completion for tqctl(1)\n\n_tqctl_verbs()\n{\n    case $1 in\n");
-    for (const Family* family : families()) {
-        if (!is_single(*family)) print_verb_words(*family);
-    }
-    printf("    esac\n}\n\n_tqctl()\n{\n    local families='");
-    print_family_words();
-    printf("' options='");
-    print_option_words();
-    printf(
-        "'\n"
-        "    local at=1 words=''\n"
-        "    while ((at < COMP_CWORD)) && [[ ${COMP_WORDS[at]} == -* ]]; do ((at++)); done\n"
-        "    if ((COMP_CWORD > at)) && [[ ${COMP_WORDS[at]} == help ]]; then\n"
-        "        ((at++))\n"
-        "        options=''\n"
-        "    fi\n"
-        "    case $((COMP_CWORD - at)) in\n"
-        "        0) words=\"$families $options\" ;;\n"
-        "        1) words=$(_tqctl_verbs \"${COMP_WORDS[at]}\") ;;\n"
-        "    esac\n"
-        "    COMPREPLY=($(compgen -W \"$words\" -- \"${COMP_WORDS[COMP_CWORD]}\"))\n"
-        "}\n\n"
-        "complete -o default -F _tqctl tqctl\n");
-}
-
-// The commands.
 
 ExitCode help(Context& context, Arguments words) {
     if (words.empty()) return show_map(context);
@@ -298,46 +126,29 @@ ExitCode help(Context& context, Arguments words) {
     return show_command(context, *family, *command);
 }
 
-ExitCode refuse_json(const Context& context) {
-    return context.misuse("there is no JSON form of this");
-}
-
-ExitCode man(Context& context, Arguments) {
-    if (context.output.is_json()) return refuse_json(context);
-    print_man();
-    return ExitCode::kDone;
-}
-
-ExitCode complete_bash(Context& context, Arguments) {
-    if (context.output.is_json()) return refuse_json(context);
-    print_bash_completion();
-    return ExitCode::kDone;
-}
-
 constexpr Command kHelpCommands[] = {
     {"", "[FAMILY [VERB]]", 0, 2, "shows the commands",
      "All of them with a line each; those of a FAMILY, or one of them, in full.\n"
      "JSON is an array with an object for each command.",
      "tqctl help uci get", help},
 };
-constexpr Command kManCommands[] = {
-    {"", "", 0, 0, "prints the man page", "The source of tqctl(1), for man -l.",
-     "tqctl man | man -l -", man},
-};
-constexpr Command kCompletionCommands[] = {
-    {"bash", "", 0, 0, "prints the completion for bash",
-     "Read it with source, or from the shell's start file.", "source <(tqctl completion bash)",
-     complete_bash},
-};
-static_assert(is_complete(kHelpCommands) && is_complete(kManCommands) &&
-              is_complete(kCompletionCommands));
+static_assert(is_complete(kHelpCommands));
 
 }  // namespace
 
-constinit const Family kHelp = {"help", "shows the commands", "", kHelpCommands};
-constinit const Family kMan = {"man", "prints the man page", "", kManCommands};
-constinit const Family kCompletion = {"completion", "completion of the command line", "",
-                                      kCompletionCommands};
+constinit const Family kHelp = {"help", "the commands in full", "", kHelpCommands};
+
+std::span<const OptionText> option_texts() {
+    return kOptions;
+}
+
+std::span<const ExitText> exit_texts() {
+    return kExitCodes;
+}
+
+const char* blank_before(const char* text) {
+    return *text ? " " : "";
+}
 
 ExitCode show_version(Context& context) {
     context.output.value("version", std::string_view(TQ_VERSION));

@@ -32,21 +32,23 @@ ExitCode refuse_unknown_image(const Context& context) {
 
 // status
 
-void print_version(Context& context, const char* name, const char* key) {
+Json stored_version(const char* key) {
     const auto version = find_entry(redboot_config, key);
-    if (version) context.output.member(name, OneLine(ValueText(*version).view()).c_str());
+    return version ? json_text(OneLine(ValueText(*version).view()).c_str()) : nullptr;
 }
 
 ExitCode status(Context& context, Arguments) {
     const ExitCode loaded = load_block(context);
     if (loaded != ExitCode::kDone) return loaded;
     const int next = next_image();
-    context.output.member("active", name_of(get_active_image_type()));
-    context.output.member("next", next < 0 ? "unknown" : name_of(next));
-    print_version(context, "primary_version", "pri_pelkin_ver");
-    print_version(context, "backup_version", "qak_pelkin_ver");
-    context.output.member("primary_usable", check_primary_image() == 0 ? "true" : "false");
-    context.output.member("backup_usable", check_backup_image() == 0 ? "true" : "false");
+    const Json object(json_object_new_object());
+    json_add(object.get(), "active", json_text(name_of(get_active_image_type())));
+    json_add(object.get(), "next", json_text(next < 0 ? "unknown" : name_of(next)));
+    json_add(object.get(), "primary_version", stored_version("pri_pelkin_ver"));
+    json_add(object.get(), "backup_version", stored_version("qak_pelkin_ver"));
+    json_add(object.get(), "primary_usable", json_bool(check_primary_image() == 0));
+    json_add(object.get(), "backup_usable", json_bool(check_backup_image() == 0));
+    context.output.members(object);
     return next < 0 ? refuse_unknown_image(context) : ExitCode::kDone;
 }
 
@@ -245,7 +247,7 @@ static_assert(is_complete(kCommands));
 }  // namespace
 
 constinit const Family kImage = {
-    "image", "the firmware image that is started next",
+    "image", "which image is started next",
     "The boot loader's configuration block names it, in its aliases and its script.", kCommands};
 
 }  // namespace tqctl

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "families.h"
+#include "file.h"
 
 namespace tqctl {
 
@@ -23,11 +24,6 @@ struct FreeDictionary {
     void operator()(dictionary* d) const { iniparser_freedict(d); }
 };
 using Ini = std::unique_ptr<dictionary, FreeDictionary>;
-
-struct CloseStream {
-    void operator()(FILE* stream) const { fclose(stream); }
-};
-using Stream = std::unique_ptr<FILE, CloseStream>;
 
 ExitCode fail_by_errno(const Context& context, const char* path) {
     return context.fail(exit_code_of(errno), "%s: %s", path, strerror(errno));
@@ -246,7 +242,7 @@ class Replacement {
     HeapText path_;
     char* name_ = nullptr;
     bool failed_ = false;
-    Stream stream_;
+    File stream_;
 };
 
 // Nothing takes the file's place but what reads back as the same.
@@ -310,9 +306,9 @@ constexpr Command kCommands[] = {
      "tqctl ini get /etc/board.conf partitions:primary_image", get},
     {"set", "FILE SECTION:KEY VALUE", 3, 3, "sets an entry",
      "A section or a FILE that is missing is made. The file is written anew as a\n"
-     "whole: comments and empty lines are lost, a value is quoted where it has to be.\n"
-     "A value that an INI file cannot hold, such as one with blanks around it, is\n"
-     "refused and the file stays as it was.",
+     "whole: comments and empty lines are lost, a value is quoted where it has to\n"
+     "be. A value that an INI file cannot hold, such as one with blanks around it,\n"
+     "is refused and the file stays as it was.",
      "tqctl ini set /tmp/example.ini net:mode bridge", set},
     {"unset", "FILE SECTION[:KEY]", 2, 2, "removes an entry, or a section with its entries",
      "The file is written anew as a whole: comments and empty lines are lost.",

@@ -110,7 +110,7 @@ static_assert(is_complete(kCommands));
 }  // namespace
 
 constinit const Family kIp = {
-    "ip", "IP addresses, masks and prefix lengths",
+    "ip", "IP addresses and masks",
     "ADDRESS is an IPv4 or IPv6 address. A prefix length or, for IPv4, a dotted\n"
     "mask may follow behind a slash; an address alone has the longest.",
     kCommands};

@@ -78,16 +78,16 @@ ExitCode send(Context& context, Arguments arguments) {
 
 constexpr Command kCommands[] = {
     {"send", "SERVER REQUEST [SECONDS]", 2, 3, "sends a request to a daemon and prints the reply",
-     "REQUEST is sent as it stands, \"-\" stands for standard input. The reply has SECONDS to\n"
-     "come, 1 where they are not given; with 0 there is none to wait for.\n"
-     "Exit code 1 where no daemon has that name, 3 where it does not answer in time or\n"
-     "its queue is full.",
+     "REQUEST is sent as it stands, \"-\" stands for standard input. The reply has\n"
+     "SECONDS to come, 1 where they are not given; with 0 there is none to wait for.\n"
+     "Exit code 1 where no daemon has that name, 3 where it does not answer in time\n"
+     "or its queue is full.",
      "tqctl ipc send fmd status", send},
 };
 static_assert(is_complete(kCommands));
 
 }  // namespace
 
-constinit const Family kIpc = {"ipc", "daemons, over their local channels", "", kCommands};
+constinit const Family kIpc = {"ipc", "requests to local daemons", "", kCommands};
 
 }  // namespace tqctl

@@ -229,11 +229,10 @@ struct ServerText {
 
 Json describe(const syslog_process& process) {
     Json object(json_object_new_object());
-    json_add(object.get(), "id", Json(json_object_new_int64(process.id)));
+    json_add(object.get(), "id", json_number(process.id));
     json_add(object.get(), "name", json_text(process.name));
     json_add(object.get(), "tag", json_text(process.tag));
-    json_add(object.get(), "level",
-             Json(json_object_new_int64(static_cast<int32_t>(process.level))));
+    json_add(object.get(), "level", json_number(static_cast<int32_t>(process.level)));
     json_add(object.get(), "facility", json_text(facility_name(process.facility)));
     json_add(object.get(), "server", json_text(ServerText(process).text));
     return object;
@@ -246,12 +245,12 @@ void print_row(const syslog_process& process) {
 
 Json describe_all() {
     Json object(json_object_new_object());
-    json_add(object.get(), "remote", Json(json_object_new_boolean(get_syslog_status() != 0)));
-    json_add(object.get(), "size", Json(json_object_new_int64(get_syslog_file_size())));
-    json_add(object.get(), "trace", Json(json_object_new_boolean(wcd_trace.enable != 0)));
+    json_add(object.get(), "remote", json_bool(get_syslog_status() != 0));
+    json_add(object.get(), "size", json_number(get_syslog_file_size()));
+    json_add(object.get(), "trace", json_bool(wcd_trace.enable != 0));
     Json processes(json_object_new_array());
     for (const syslog_process& process : known_processes())
-        json_object_array_add(processes.get(), describe(process).release());
+        json_append(processes.get(), describe(process));
     json_add(object.get(), "processes", std::move(processes));
     return object;
 }
@@ -274,14 +273,14 @@ constexpr Command kCommands[] = {
      "tqctl log level hostapd debug", level},
     {"server", "off|PROCESS|all [ADDRESS]", 1, 2,
      "shows or sets the remote log server of a process",
-     "With an ADDRESS remote logging is switched on; 0.0.0.0 is no server. \"off\" ends\n"
-     "remote logging, and the servers are forgotten.",
+     "With an ADDRESS remote logging is switched on; 0.0.0.0 is no server. \"off\"\n"
+     "ends remote logging, and the servers are forgotten.",
      "tqctl log server all 192.0.2.7", server},
     {"size", "[KIB]", 0, 1, "shows or sets the limit of the local log file",
      "From 10 to 10240 KiB.", "tqctl log size 4096", size},
     {"trace", "[off|HOST PORT LEVEL [ID]]", 0, 4, "shows, starts or ends the trace",
-     "All processes log at LEVEL, and the log daemon sends their lines to HOST, marked\n"
-     "with the number ID. \"off\" ends it and puts every process at level 3.",
+     "All processes log at LEVEL, and the log daemon sends their lines to HOST,\n"
+     "marked with the number ID. \"off\" ends it and puts every process at level 3.",
      "tqctl log trace 192.0.2.7 5140 debug", trace},
     {"show", "", 0, 0, "lists the known processes with their log settings",
      "Id, name, level, facility and remote log server.", "tqctl log show", show},
@@ -291,7 +290,7 @@ static_assert(is_complete(kCommands));
 }  // namespace
 
 constinit const Family kLog = {
-    "log", "log levels of the daemons, and where the log goes",
+    "log", "log levels and log servers",
     "PROCESS is a name or an id. The settings are read from where they\n"
     "were last written: /tmp/.loglvl.*, /tmp/syslogserver, /etc/syslogd.conf.",
     kCommands};

@@ -6,19 +6,14 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <string_view>
 
+#include "file.h"
 #include "process.h"
 
 namespace tqctl {
 
 namespace {
-
-struct CloseFile {
-    void operator()(FILE* file) const { fclose(file); }
-};
-using File = std::unique_ptr<FILE, CloseFile>;
 
 void take_level(syslog_process& process) {
     char path[64];

@@ -5,6 +5,8 @@
 #include <cstdio>
 
 #include "families.h"
+#include "mac_text.h"
+#include "number.h"
 
 namespace tqctl {
 
@@ -13,10 +15,7 @@ namespace {
 constexpr int kMacSize = 6;
 
 void show_address(Context& context, const char* name, const uint8_t* mac) {
-    char text[18];
-    snprintf(text, sizeof(text), "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
-             mac[4], mac[5]);
-    context.output.member(name, text);
+    context.output.member(name, MacText(mac).text);
 }
 
 void show_lan(Context& context) {
@@ -61,12 +60,10 @@ ExitCode show(Context& context, Arguments) {
 }
 
 ExitCode ssid(Context& context, Arguments arguments) {
-    char* end = nullptr;
-    const long number = strtol(arguments[0], &end, 10);
-    if (!*arguments[0] || *end || number < 0 || number > 999)
-        return context.misuse("'%s' is not a number from 0 to 999", arguments[0]);
+    const std::optional<int64_t> number = parse_number(arguments[0], 0, 999);
+    if (!number) return context.misuse("'%s' is not a number from 0 to 999", arguments[0]);
     char name[33];
-    get_default_ssid(name, sizeof(name), 0, static_cast<int>(number));
+    get_default_ssid(name, sizeof(name), 0, static_cast<int>(*number));
     context.output.value("ssid", name);
     return ExitCode::kDone;
 }
@@ -83,7 +80,7 @@ static_assert(is_complete(kCommands));
 }  // namespace
 
 constinit const Family kMac = {
-    "mac", "addresses that derive from the board's",
+    "mac", "own addresses, factory's SSIDs",
     "Every address of a unit follows from the base address of its board.", kCommands};
 
 }  // namespace tqctl

@@ -7,7 +7,6 @@
 
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -15,6 +14,7 @@
 #include <utility>
 
 #include "families.h"
+#include "mac_text.h"
 #include "number.h"
 
 namespace tqctl {
@@ -22,7 +22,6 @@ namespace tqctl {
 namespace {
 
 using Ip = std::array<uint8_t, 4>;
-using Mac = std::array<uint8_t, 6>;
 
 // The forms that values have on the command line.
 
@@ -34,34 +33,10 @@ bool parse_ip(const char* text, Ip& ip) {
     return inet_pton(AF_INET, text, ip.data()) == 1;
 }
 
-bool parse_octet(const char* text, uint8_t& octet) {
-    const auto [end, error] = std::from_chars(text, text + 2, octet, 16);
-    return error == std::errc{} && end == text + 2;
-}
-
-bool parse_mac(const char* text, Mac& mac) {
-    if (strlen(text) != strlen("xx:xx:xx:xx:xx:xx")) return false;
-    for (size_t i = 0; i < mac.size(); i++) {
-        const char* octet = text + 3 * i;
-        const bool is_last = i + 1 == mac.size();
-        if (!parse_octet(octet, mac[i]) || octet[2] != (is_last ? '\0' : ':')) return false;
-    }
-    return true;
-}
-
 struct AddressText {
     explicit AddressText(uint32_t address) { inet_ntop(AF_INET, &address, text, sizeof(text)); }
 
     char text[INET_ADDRSTRLEN] = "";
-};
-
-struct MacText {
-    explicit MacText(const Mac& mac) {
-        snprintf(text, sizeof(text), "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2],
-                 mac[3], mac[4], mac[5]);
-    }
-
-    char text[18];
 };
 
 // What the last call's errno says about the subject.
@@ -92,12 +67,12 @@ Json address_of(const char* ifname, GetAddress get) {
 Json mac_of(const char* ifname) {
     Mac mac{};
     if (get_if_mac(ifname, mac.data(), mac.size()) != 0) return nullptr;
-    return json_text(MacText(mac).text);
+    return json_text(MacText(mac.data()).text);
 }
 
 Json number_of(const char* ifname, GetAddress get) {
     uint32_t number = 0;
-    return Json(get(ifname, &number) == 0 ? json_object_new_int64(number) : nullptr);
+    return get(ifname, &number) == 0 ? json_number(number) : nullptr;
 }
 
 // What the interface does not have is no member.
@@ -105,8 +80,8 @@ Json describe(const char* ifname) {
     Json object(json_object_new_object());
     json_add(object.get(), "name", json_text(ifname));
     json_add(object.get(), "index", number_of(ifname, get_if_index));
-    json_add(object.get(), "up", Json(json_object_new_boolean(if_is_up(ifname))));
-    json_add(object.get(), "running", Json(json_object_new_boolean(if_is_running(ifname))));
+    json_add(object.get(), "up", json_bool(if_is_up(ifname)));
+    json_add(object.get(), "running", json_bool(if_is_running(ifname)));
     json_add(object.get(), "mac", mac_of(ifname));
     json_add(object.get(), "mtu", number_of(ifname, get_if_mtu));
     json_add(object.get(), "address", address_of(ifname, get_if_addr));
@@ -114,12 +89,6 @@ Json describe(const char* ifname) {
     json_add(object.get(), "broadcast", address_of(ifname, get_if_broadcast_addr));
     json_add(object.get(), "gateway", address_of(ifname, get_if_gateway));
     return object;
-}
-
-const char* text_of(const Json& object, const char* key) {
-    json_object* value = nullptr;
-    return json_object_object_get_ex(object.get(), key, &value) ? json_object_get_string(value)
-                                                                : "-";
 }
 
 const char* state_of(const char* ifname) {
@@ -140,38 +109,17 @@ struct FreeNames {
 ExitCode list(Context& context, Arguments) {
     const std::unique_ptr<struct if_nameindex, FreeNames> names(if_nameindex());
     if (!names) return refuse(context, "interfaces");
-    const Json array(json_object_new_array());
-    for (const struct if_nameindex* entry = names.get(); entry->if_name; entry++) {
-        if (context.output.is_json()) {
-            json_object_array_add(array.get(), describe(entry->if_name).release());
-        } else {
-            print_row(entry->if_name);
-        }
-    }
-    if (context.output.is_json()) context.output.document(array);
+    Rows rows(context.output);
+    for (const struct if_nameindex* entry = names.get(); entry->if_name; entry++)
+        rows.add(entry->if_name, describe, print_row);
     return ExitCode::kDone;
-}
-
-void print_members(Context& context, const Json& object) {
-    json_object_iterator member = json_object_iter_begin(object.get());
-    const json_object_iterator end = json_object_iter_end(object.get());
-    while (!json_object_iter_equal(&member, &end)) {
-        context.output.member(json_object_iter_peek_name(&member),
-                              json_object_get_string(json_object_iter_peek_value(&member)));
-        json_object_iter_next(&member);
-    }
 }
 
 ExitCode show(Context& context, Arguments arguments) {
     const char* ifname = arguments[0];
     const ExitCode code = find_interface(context, ifname);
     if (code != ExitCode::kDone) return code;
-    const Json object = describe(ifname);
-    if (context.output.is_json()) {
-        context.output.document(object);
-    } else {
-        print_members(context, object);
-    }
+    context.output.members(describe(ifname));
     return ExitCode::kDone;
 }
 
@@ -199,8 +147,7 @@ bool is_address(const char* text) {
 }
 
 bool is_mac(const char* text) {
-    Mac mac{};
-    return parse_mac(text, mac);
+    return parse_mac(text).has_value();
 }
 
 bool is_mtu(const char* text) {
@@ -215,9 +162,7 @@ int apply_address(const char* ifname, const char* text) {
 }
 
 int apply_mac(const char* ifname, const char* text) {
-    Mac mac{};
-    parse_mac(text, mac);
-    return set_if_mac(ifname, mac.data());
+    return set_if_mac(ifname, parse_mac(text)->data());
 }
 
 int apply_mtu(const char* ifname, const char* text) {
@@ -285,18 +230,16 @@ ExitCode add_neighbour(Context& context, Arguments arguments) {
     const char* address = arguments[1];
     const bool is_permanent = arguments.size() == 4;
     Ip ip{};
-    Mac mac{};
     if (!parse_ip(address, ip)) return refuse_address(context, address);
-    if (!parse_mac(arguments[2], mac)) {
-        return context.misuse("'%s' is not a hardware address", arguments[2]);
-    }
+    const std::optional<Mac> mac = parse_mac(arguments[2]);
+    if (!mac) return context.misuse("'%s' is not a hardware address", arguments[2]);
     if (is_permanent && strcmp(arguments[3], "permanent") != 0) {
         return context.misuse("'%s' is not 'permanent'", arguments[3]);
     }
     const ExitCode code = find_interface(context, ifname);
     if (code != ExitCode::kDone) return code;
     const uint32_t flags = is_permanent ? ATF_PERM : 0;
-    const int result = add_arp(ifname, ip.data(), mac.data(), flags);
+    const int result = add_arp(ifname, ip.data(), mac->data(), flags);
     return result == 0 ? ExitCode::kDone : refuse(context, address);
 }
 
@@ -351,15 +294,9 @@ ExitCode resolve(Context& context, Arguments arguments) {
         const ExitCode code = h_errno == TRY_AGAIN ? ExitCode::kBusy : ExitCode::kRefused;
         return context.fail(code, "%s: %s", arguments[0], hstrerror(h_errno));
     }
-    const Json array(json_object_new_array());
-    for (const char* text : list.texts()) {
-        if (context.output.is_json()) {
-            json_object_array_add(array.get(), json_text(text).release());
-        } else {
-            context.output.value("address", text);
-        }
-    }
-    if (context.output.is_json()) context.output.document(array);
+    Rows rows(context.output);
+    for (const char* text : list.texts())
+        rows.add(text, json_text, [](const char* line) { puts(line); });
     return ExitCode::kDone;
 }
 
@@ -369,18 +306,20 @@ constexpr Command kIfCommands[] = {
      "address, or - where there is none. JSON is an array of what show prints.",
      "tqctl if list", list},
     {"show", "INTERFACE", 1, 1, "shows an interface",
-     "Lines of KEY=VALUE: name, index, up, running, mac, mtu; and, where it has them,\n"
-     "address, netmask, broadcast and gateway. JSON is an object of the same keys.",
+     "Lines of KEY=VALUE: name, index, up, running, mac, mtu; and, where it has\n"
+     "them, address, netmask, broadcast and gateway. JSON is an object of the same\n"
+     "keys.",
      "tqctl if show eth0", show},
     {"up", "INTERFACE", 1, 1, "takes an interface up", "Its other flags stay as they are.",
      "tqctl if up eth0", up},
     {"down", "INTERFACE", 1, 1, "takes an interface down",
      "Its other flags stay as they are; routes through it are lost.", "tqctl if down eth0", down},
     {"set", "INTERFACE KEY=VALUE...", 2, kAnyNumber, "changes an interface",
-     "The keys are address, netmask, broadcast (IPv4 addresses), mac and mtu; they are\n"
-     "applied in this order. Without a netmask an address gets that of its class. For\n"
-     "a new mac the interface is taken down and up again, so that routes through it\n"
-     "are lost. What was set before a refusal stays; one whose mac is refused stays down.",
+     "The keys are address, netmask, broadcast (IPv4 addresses), mac and mtu; they\n"
+     "are applied in this order. Without a netmask an address gets that of its\n"
+     "class. For a new mac the interface is taken down and up again, so that routes\n"
+     "through it are lost. What was set before a refusal stays; one whose mac is\n"
+     "refused stays down.",
      "tqctl if set eth0 address=192.0.2.1 netmask=255.255.255.0", set},
 };
 constexpr Command kArpCommands[] = {
@@ -398,8 +337,8 @@ constexpr Command kRouteCommands[] = {
 };
 constexpr Command kResolveCommands[] = {
     {"", "NAME", 1, 1, "prints the IPv4 addresses of a host",
-     "A line each, in the resolver's order. JSON is an array. Exit code 3 means that no\n"
-     "name server has answered.",
+     "A line each, in the resolver's order. JSON is an array. Exit code 3 means that\n"
+     "no name server has answered.",
      "tqctl resolve ntp.example.org", resolve},
 };
 static_assert(is_complete(kIfCommands) && is_complete(kArpCommands) &&
@@ -410,7 +349,6 @@ static_assert(is_complete(kIfCommands) && is_complete(kArpCommands) &&
 constinit const Family kIf = {"if", "network interfaces", "", kIfCommands};
 constinit const Family kArp = {"arp", "the ARP table", "", kArpCommands};
 constinit const Family kRoute = {"route", "routes", "", kRouteCommands};
-constinit const Family kResolve = {"resolve", "prints the IPv4 addresses of a host", "",
-                                   kResolveCommands};
+constinit const Family kResolve = {"resolve", "IPv4 addresses of a host", "", kResolveCommands};
 
 }  // namespace tqctl

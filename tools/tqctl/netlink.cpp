@@ -64,8 +64,8 @@ class Shown {
   private:
     [[nodiscard]] Json json() const {
         Json object(json_object_new_object());
-        json_add(object.get(), "type", Json(json_object_new_int(message.type)));
-        json_add(object.get(), "length", Json(json_object_new_int(message.len)));
+        json_add(object.get(), "type", json_number(message.type));
+        json_add(object.get(), "length", json_number(message.len));
         json_add(object.get(), "data", json_text(digits_));
         return object;
     }
@@ -166,10 +166,10 @@ ExitCode genl_listen(Context& context, Arguments arguments) {
 
 constexpr Command kNetlinkCommands[] = {
     {"listen", "PROTOCOL GROUP [COUNT]", 2, 3, "prints the messages of a netlink group",
-     "PROTOCOL is a number from 0 to 31, GROUP one from 1 to 32. A message is a line with\n"
-     "its type, the length of its payload and the payload in hexadecimal; in JSON a\n"
-     "document with the members type, length and data. Ends after COUNT messages.\n"
-     "Exit code 1 where the kernel does not have the protocol.",
+     "PROTOCOL is a number from 0 to 31, GROUP one from 1 to 32. A message is a line\n"
+     "with its type, the length of its payload and the payload in hexadecimal; in\n"
+     "JSON a document with the members type, length and data. Ends after COUNT\n"
+     "messages. Exit code 1 where the kernel does not have the protocol.",
      "tqctl netlink listen 15 1", listen},
     {"send", "PROTOCOL PAYLOAD", 2, 2, "sends a message to the kernel's end of a protocol",
      "Exit code 1 where nobody is there.", "tqctl netlink send 30 reload", send},
@@ -180,8 +180,8 @@ constexpr Command kGenlCommands[] = {
     {"family", "NAME", 1, 1, "prints the number of a generic-netlink family",
      "Exit code 1 where there is none of that name.", "tqctl genl family fuMAC", family},
     {"listen", "FAMILY GROUP [COUNT]", 2, 3, "prints the messages of a family's multicast group",
-     "As netlink listen does it: the type is the command, and the payload that of the first\n"
-     "attribute. Exit code 1 where there is no such family or group.",
+     "As netlink listen does it: the type is the command, and the payload that of\n"
+     "the first attribute. Exit code 1 where there is no such family or group.",
      "tqctl genl listen fuMAC mlme", genl_listen},
 };
 static_assert(is_complete(kGenlCommands));

@@ -81,11 +81,32 @@ void print(std::string_view text) {
     fwrite(text.data(), 1, text.size(), stdout);
 }
 
+void print_members(json_object* object, const char* prefix) {
+    json_object_object_foreach(object, key, value) {
+        char path[128];
+        snprintf(path, sizeof(path), "%s%s", prefix, key);
+        if (json_object_is_type(value, json_type_object)) {
+            snprintf(path, sizeof(path), "%s%s.", prefix, key);
+            print_members(value, path);
+        } else {
+            printf("%s=%s\n", path, json_object_get_string(value));
+        }
+    }
+}
+
 }  // namespace
 
 Json json_text(std::string_view text) {
     const Utf8 utf8(text);
     return Json(utf8 ? json_object_new_string_len(utf8.c_str(), utf8.size()) : nullptr);
+}
+
+Json json_number(int64_t number) {
+    return Json(json_object_new_int64(number));
+}
+
+Json json_bool(bool truth) {
+    return Json(json_object_new_boolean(truth));
 }
 
 bool json_add(json_object* object, std::string_view key, Json value) {
@@ -94,6 +115,18 @@ bool json_add(json_object* object, std::string_view key, Json value) {
     if (json_object_object_add(object, utf8.c_str(), value.get()) != 0) return false;
     (void)value.release();
     return true;
+}
+
+bool json_append(json_object* array, Json value) {
+    if (!array || !value || json_object_array_add(array, value.get()) != 0) return false;
+    (void)value.release();
+    return true;
+}
+
+const char* text_of(const Json& object, const char* key) {
+    json_object* value = nullptr;
+    return json_object_object_get_ex(object.get(), key, &value) ? json_object_get_string(value)
+                                                                : "-";
 }
 
 void Output::add(std::string_view key, Json value) {
@@ -108,7 +141,7 @@ void Output::value(std::string_view key, std::string_view text) {
 }
 
 void Output::value(std::string_view key, int64_t number) {
-    if (json_) return add(key, Json(json_object_new_int64(number)));
+    if (json_) return add(key, json_number(number));
     printf("%" PRId64 "\n", number);
 }
 
@@ -121,9 +154,14 @@ void Output::member(std::string_view key, std::string_view text) {
 }
 
 void Output::member(std::string_view key, int64_t number) {
-    if (json_) return add(key, Json(json_object_new_int64(number)));
+    if (json_) return add(key, json_number(number));
     print(key);
     printf("=%" PRId64 "\n", number);
+}
+
+void Output::members(const Json& object) {
+    if (json_) return document(object);
+    print_members(object.get(), "");
 }
 
 void Output::document(const Json& json) {

@@ -41,7 +41,7 @@ ExitCode list_running(Context& context) {
         if (running < 0) return unreadable(context);
         if (!running) continue;
         if (!context.output.is_json()) context.output.value("", process.name);
-        json_object_array_add(names.get(), json_text(process.name).release());
+        json_append(names.get(), json_text(process.name));
     }
     json_add(object.get(), "running", std::move(names));
     if (context.output.is_json()) context.output.document(object);
@@ -61,14 +61,15 @@ ExitCode running(Context& context, Arguments arguments) {
 
 constexpr Command kCommands[] = {
     {"running", "[PROCESS]", 0, 1, "tells whether a known process runs",
-     "PROCESS is a name, or an id (\"tqctl log show\" lists them). Prints yes and exits\n"
-     "with 0, or prints no and exits with 1. Without PROCESS: the names of all that run.",
+     "PROCESS is a name, or an id (\"tqctl log show\" lists them). Prints yes and\n"
+     "exits with 0, or prints no and exits with 1. Without PROCESS: the names of all\n"
+     "that run.",
      "tqctl ps running hostapd", running},
 };
 static_assert(is_complete(kCommands));
 
 }  // namespace
 
-constinit const Family kPs = {"ps", "the processes that the access point knows", "", kCommands};
+constinit const Family kPs = {"ps", "the known processes that run", "", kCommands};
 
 }  // namespace tqctl

@@ -9,19 +9,15 @@
 #include <cstring>
 #include <ctime>
 #include <iterator>
-#include <memory>
 #include <utility>
 
 #include "families.h"
+#include "file.h"
+#include "number.h"
 
 namespace tqctl {
 
 namespace {
-
-struct CloseFile {
-    void operator()(FILE* file) const { fclose(file); }
-};
-using File = std::unique_ptr<FILE, CloseFile>;
 
 // Why the library could not use the store.
 ExitCode explain(const Context& context) {
@@ -31,14 +27,6 @@ ExitCode explain(const Context& context) {
     if (store)
         return context.fail(ExitCode::kInputOutput, "%s: does not take what is written", path);
     return context.fail(exit_code_of(errno), "%s: %s", path, strerror(errno));
-}
-
-// A decimal number from `low` to `high`, and nothing else.
-bool parse_number(const char* text, long low, long high, long& number) {
-    char* end = nullptr;
-    errno = 0;
-    number = strtol(text, &end, 10);
-    return end != text && !*end && errno == 0 && number >= low && number <= high;
 }
 
 // list
@@ -76,17 +64,13 @@ void print_record(const reboot_cause_record& record) {
     print_field(text_of(record.location), '\n');
 }
 
-Json number(int64_t value) {
-    return Json(json_object_new_int64(value));
-}
-
 Json describe(const reboot_cause_record& record) {
     Json object(json_object_new_object());
-    const bool whole = json_add(object.get(), "sequence", number(record.sequence)) &&
-                       json_add(object.get(), "cause", number(record.cause)) &&
-                       json_add(object.get(), "time", number(record.time)) &&
+    const bool whole = json_add(object.get(), "sequence", json_number(record.sequence)) &&
+                       json_add(object.get(), "cause", json_number(record.cause)) &&
+                       json_add(object.get(), "time", json_number(record.time)) &&
                        json_add(object.get(), "time_quality", json_text(quality_name(record))) &&
-                       json_add(object.get(), "uptime", number(record.uptime)) &&
+                       json_add(object.get(), "uptime", json_number(record.uptime)) &&
                        json_add(object.get(), "process", json_text(text_of(record.process))) &&
                        json_add(object.get(), "message", json_text(text_of(record.message))) &&
                        json_add(object.get(), "location", json_text(text_of(record.location)));
@@ -94,55 +78,43 @@ Json describe(const reboot_cause_record& record) {
 }
 
 ExitCode list(Context& context, Arguments arguments) {
-    long maximum = REBOOT_CAUSE_RECORDS;
-    if (!arguments.empty() && !parse_number(arguments[0], 1, REBOOT_CAUSE_RECORDS, maximum))
-        return context.misuse("'%s' is not a number from 1 to 20", arguments[0]);
+    const std::optional<int64_t> maximum =
+        arguments.empty() ? REBOOT_CAUSE_RECORDS
+                          : parse_number(arguments[0], 1, REBOOT_CAUSE_RECORDS);
+    if (!maximum) return context.misuse("'%s' is not a number from 1 to 20", arguments[0]);
     reboot_cause_record records[REBOOT_CAUSE_RECORDS];
-    const int count = rb_read_reboot_cause(records, static_cast<int>(maximum));
+    const int count = rb_read_reboot_cause(records, static_cast<int>(*maximum));
     if (count < 0) return explain(context);
-    if (!context.output.is_json()) {
-        std::for_each_n(records, count, print_record);
-        return ExitCode::kDone;
-    }
-    const Json array(json_object_new_array());
-    for (int i = 0; i < count; i++) {
-        Json object = describe(records[i]);
-        if (json_object_array_add(array.get(), object.get()) == 0) (void)object.release();
-    }
-    context.output.document(array);
+    Rows rows(context.output);
+    for (int i = 0; i < count; i++)
+        rows.add(records[i], describe, print_record);
     return ExitCode::kDone;
 }
 
 // stats
-
-void print_count(Context& context, const char* key, int64_t count) {
-    if (context.output.is_json()) return context.output.value(key, count);
-    printf("%s=%" PRId64 "\n", key, count);
-}
 
 ExitCode stats(Context& context, Arguments) {
     reboot_cause_statistic statistic;
     if (rb_read_reboot_statistic(&statistic) != 0) return explain(context);
     constexpr const char* kKeys[] = {"cause1", "cause2", "cause3", "cause4", "cause5"};
     static_assert(std::size(kKeys) == std::size(statistic.cause_count));
-    print_count(context, "total", statistic.total);
+    context.output.member("total", statistic.total);
     for (size_t i = 0; i < std::size(kKeys); i++)
-        print_count(context, kKeys[i], statistic.cause_count[i]);
-    print_count(context, "other", statistic.other_count);
-    print_count(context, "last_cause", statistic.last_cause);
+        context.output.member(kKeys[i], statistic.cause_count[i]);
+    context.output.member("other", statistic.other_count);
+    context.output.member("last_cause", statistic.last_cause);
     return ExitCode::kDone;
 }
 
 // add
 
 ExitCode add(Context& context, Arguments arguments) {
-    long cause = 0;
-    if (!parse_number(arguments[0], 0, UINT8_MAX, cause))
-        return context.misuse("'%s' is not a number from 0 to 255", arguments[0]);
+    const std::optional<int64_t> cause = parse_number(arguments[0], 0, UINT8_MAX);
+    if (!cause) return context.misuse("'%s' is not a number from 0 to 255", arguments[0]);
     constexpr size_t kLongest = sizeof(reboot_cause_record::message) - 1;
     if (strlen(arguments[1]) > kLongest)
         return context.fail(ExitCode::kRefused, "a message is at most %zu bytes long", kLongest);
-    const int result = rb_write_reboot_cause(static_cast<int>(cause), "tqctl", "reboot-log add",
+    const int result = rb_write_reboot_cause(static_cast<int>(*cause), "tqctl", "reboot-log add",
                                              __LINE__, "%s", arguments[1]);
     if (result == 1) return context.fail(ExitCode::kRefused, "this run has its record already");
     return result == 0 ? ExitCode::kDone : explain(context);
@@ -151,16 +123,15 @@ ExitCode add(Context& context, Arguments arguments) {
 // panic
 
 ExitCode panic(Context& context, Arguments arguments) {
-    long identifier = 0;
-    if (!parse_number(arguments[0], 0, UINT16_MAX, identifier))
-        return context.misuse("'%s' is not a number from 0 to 65535", arguments[0]);
+    const std::optional<int64_t> identifier = parse_number(arguments[0], 0, UINT16_MAX);
+    if (!identifier) return context.misuse("'%s' is not a number from 0 to 65535", arguments[0]);
     reboot_cause_statistic statistic;
     if (rb_read_reboot_statistic(&statistic) != 0) return explain(context);
     reboot_panic_buffer buffer{};
-    buffer.identifier = static_cast<uint32_t>(identifier);
+    buffer.identifier = static_cast<uint32_t>(*identifier);
     // A fresh store has two texts of the identifier 0, and nothing in them.
     if (rb_read_panic_by_index(&buffer) != 0 || !*buffer.text)
-        return context.fail(ExitCode::kRefused, "no panic has the identifier %ld", identifier);
+        return context.fail(ExitCode::kRefused, "no panic has the identifier %s", arguments[0]);
     std::string_view text = text_of(buffer.text);
     if (text.back() == '\n') text.remove_suffix(1);
     context.output.value("text", text);

@@ -11,6 +11,7 @@
 
 #include "boot_block.h"
 #include "families.h"
+#include "mac_text.h"
 
 namespace tqctl {
 
@@ -65,15 +66,9 @@ const char* ParsedValue::parse_ip(const char* spelling) {
 }
 
 const char* ParsedValue::parse_ethernet_address(const char* spelling) {
-    unsigned octets[6];
-    int used = 0;
-    const int got = sscanf(spelling, "%2x:%2x:%2x:%2x:%2x:%2x%n", &octets[0], &octets[1],
-                           &octets[2], &octets[3], &octets[4], &octets[5], &used);
-    const bool is_plain = !spelling[strspn(spelling, "0123456789abcdefABCDEF:")];
-    if (got != 6 || spelling[used] || !is_plain) return "an esa is written as 02:00:5e:00:53:01";
-    for (size_t i = 0; i < 6; i++) {
-        bytes_[i] = static_cast<unsigned char>(octets[i]);
-    }
+    const std::optional<Mac> mac = parse_mac(spelling);
+    if (!mac) return "an esa is written as 02:00:5e:00:53:01";
+    memcpy(bytes_, mac->data(), mac->size());
     return nullptr;
 }
 
@@ -115,27 +110,23 @@ Json describe(const BlockEntry& entry) {
                  json_add(object.get(), "value", json_text(value.view()));
     if (!entry.enable_key.empty()) {
         whole = whole && json_add(object.get(), "enable_key", json_text(entry.enable_key)) &&
-                json_add(object.get(), "enable_sense",
-                         Json(json_object_new_boolean(entry.enable_sense)));
+                json_add(object.get(), "enable_sense", json_bool(entry.enable_sense));
     }
     return whole ? std::move(object) : nullptr;
+}
+
+void print(const BlockEntry& entry) {
+    const ValueText value(entry);
+    printf("%s=%s\n", OneLine(entry.key).c_str(), OneLine(value.view()).c_str());
 }
 
 ExitCode list(Context& context, Arguments) {
     const ExitCode loaded = load_block(context);
     if (loaded != ExitCode::kDone) return loaded;
-    Json array(json_object_new_array());
+    Rows rows(context.output);
     BlockReader reader(redboot_config);
-    while (const auto entry = reader.next()) {
-        if (context.output.is_json()) {
-            Json object = describe(*entry);
-            if (json_object_array_add(array.get(), object.get()) == 0) (void)object.release();
-        } else {
-            const ValueText value(*entry);
-            context.output.member(OneLine(entry->key).c_str(), OneLine(value.view()).c_str());
-        }
-    }
-    if (context.output.is_json()) context.output.document(array);
+    while (const auto entry = reader.next())
+        rows.add(*entry, describe, print);
     return report_damage(context);
 }
 
@@ -296,9 +287,9 @@ ExitCode dump(Context& context, Arguments) {
 
 constexpr Command kCommands[] = {
     {"list", "", 0, 0, "prints all entries",
-     "One line each, as KEY=VALUE; a line feed in a value is printed as \\n, another\n"
-     "control character as \\xNN and a backslash as two. JSON is an array with an object\n"
-     "for each entry, with its type and what enables it.",
+     "One line each, as KEY=VALUE; a line feed in a value is printed as \\n,\n"
+     "another control character as \\xNN and a backslash as two. JSON is an array\n"
+     "with an object for each entry, with its type and what enables it.",
      "tqctl redboot list", list},
     {"get", "KEY", 1, 1, "prints a value", "A script is printed with its lines as they are.",
      "tqctl redboot get alias/kernel", get},
@@ -307,15 +298,16 @@ constexpr Command kCommands[] = {
      "192.0.2.1 or 02:00:5e:00:53:01, a text of at most 127 bytes.",
      "tqctl redboot set boot_script_timeout=5", set},
     {"add", "TYPE KEY VALUE [ENABLE-KEY [true|false]]", 3, 5, "adds an entry",
-     "TYPE is bool, int, string, script, ip, esa or netport. The boot loader shows and\n"
-     "uses the entry only where the bool of the ENABLE-KEY is true, or false.",
+     "TYPE is bool, int, string, script, ip, esa or netport. The boot loader shows\n"
+     "and uses the entry only where the bool of the ENABLE-KEY is true, or false.",
      "tqctl redboot add int boot_script_timeout 5 boot_script", add},
     {"verify", "", 0, 0, "says what is wrong with the block",
      "Checksum and magic numbers, and then what they do not prove: each entry's\n"
      "lengths, its type, its key, and the free space. A sound block prints one line.",
      "tqctl redboot verify", verify},
     {"dump", "", 0, 0, "prints the 4096 bytes",
-     "In hexadecimal, also of a damaged block; lines like the one before are one \"*\".",
+     "In hexadecimal, also of a damaged block; lines like the one before are one\n"
+     "\"*\".",
      "tqctl redboot dump", dump},
 };
 static_assert(is_complete(kCommands));
@@ -323,10 +315,10 @@ static_assert(is_complete(kCommands));
 }  // namespace
 
 constinit const Family kRedboot = {
-    "redboot", "the boot loader's configuration block",
+    "redboot", "the boot loader's block",
     "The block is the first 4096 bytes of /dev/mtdblock1. Each change is written at\n"
-    "once, read back and compared. A damaged block is exit code 5, and what is wrong\n"
-    "with which bytes is said on standard error.",
+    "once, read back and compared. A damaged block is exit code 5, and what is\n"
+    "wrong with which bytes is said on standard error.",
     kCommands};
 
 }  // namespace tqctl

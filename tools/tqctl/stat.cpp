@@ -23,7 +23,7 @@ Json object() {
 }
 
 void add(const Json& figures, const char* key, int64_t number) {
-    json_add(figures.get(), key, Json(json_object_new_int64(number)));
+    json_add(figures.get(), key, json_number(number));
 }
 
 void add_counter(const Json& figures, const char* key, uint64_t count) {
@@ -120,33 +120,12 @@ ExitCode read_ports(const Json& figures) {
     return code;
 }
 
-// Lines "key=value", the keys of what is nested in front.
-void print_lines(Output& output, json_object* figures, const char* prefix) {
-    json_object_object_foreach(figures, key, value) {
-        char path[128];
-        snprintf(path, sizeof(path), "%s%s%s", prefix, *prefix ? "." : "", key);
-        if (json_object_is_type(value, json_type_object)) {
-            print_lines(output, value, path);
-        } else {
-            output.member(path, json_object_get_string(value));
-        }
-    }
-}
-
-void print(Context& context, const Json& figures) {
-    if (context.output.is_json()) {
-        context.output.document(figures);
-    } else {
-        print_lines(context.output, figures.get(), "");
-    }
-}
-
 using Reader = ExitCode (*)(const Json&);
 
 ExitCode show(Context& context, Reader read) {
     const Json figures = object();
     const ExitCode code = read(figures);
-    print(context, figures);
+    context.output.members(figures);
     if (code == ExitCode::kDone) return code;
     return context.fail(code, "not every figure can be read");
 }
@@ -201,12 +180,12 @@ ExitCode watch(Context& context, Arguments arguments) {
 
 constexpr Command kCommands[] = {
     {"cpu", "", 0, 0, "shows the processor's type and usage",
-     "type, usage_percent over half a second, the ticks since boot that it is calculated\n"
-     "of, and the statistics service's figures where it answers.",
+     "type, usage_percent over half a second, the ticks since boot that it is\n"
+     "calculated of, and the statistics service's figures where it answers.",
      "tqctl stat cpu", cpu},
     {"mem", "", 0, 0, "shows how much memory is in use",
-     "usage_percent is what is not free, buffers and cache included; the figures in kB,\n"
-     "and the statistics service's mean where it answers.",
+     "usage_percent is what is not free, buffers and cache included; the figures in\n"
+     "kB, and the statistics service's mean where it answers.",
      "tqctl stat mem", mem},
     {"flash", "", 0, 0, "shows the flash and its free room",
      "The size of the first partition in bytes, and the free room of /overlay in kB.",
@@ -221,9 +200,10 @@ constexpr Command kCommands[] = {
      "Bars and short histories, renewed every SECONDS (1 to 60, else 1): processor,\n"
      "memory, flash, and each port's rates.\n"
      "\n"
-     "Any terminal will do, a serial console included. Blocks are drawn where LC_ALL,\n"
-     "LC_CTYPE or LANG says UTF-8, colours where TERM is no vt100, vt102 or vt220 and\n"
-     "NO_COLOR is not set. With TERM unset or dumb the pictures follow one another.",
+     "Any terminal will do, a serial console included. Blocks are drawn where\n"
+     "LC_ALL, LC_CTYPE or LANG says UTF-8, colours where TERM is no vt100, vt102 or\n"
+     "vt220 and NO_COLOR is not set. With TERM unset or dumb the pictures follow one\n"
+     "another.",
      "tqctl stat watch 5", watch},
 };
 static_assert(is_complete(kCommands));
@@ -231,7 +211,7 @@ static_assert(is_complete(kCommands));
 }  // namespace
 
 constinit const Family kStat = {
-    "stat", "processor, memory, flash, uptime and ports",
+    "stat", "processor, memory, ports",
     "Exit code 1 stands for a figure that cannot be read; the others are shown.", kCommands};
 
 }  // namespace tqctl

@@ -2,24 +2,14 @@
 #include <tq/status_file.h>
 
 #include <cerrno>
-#include <climits>
-#include <cstdlib>
 #include <cstring>
 
 #include "families.h"
+#include "number.h"
 
 namespace tqctl {
 
 namespace {
-
-bool parse_number(const char* text, int& number) {
-    char* end = nullptr;
-    errno = 0;
-    const long value = strtol(text, &end, 10);
-    if (end == text || *end || errno != 0 || value < INT_MIN || value > INT_MAX) return false;
-    number = static_cast<int>(value);
-    return true;
-}
 
 // The result of a call that leaves its cause in errno.
 ExitCode cause(const Context& context, const char* what) {
@@ -27,11 +17,10 @@ ExitCode cause(const Context& context, const char* what) {
 }
 
 ExitCode set_offline(const Context& context, const char* text) {
-    int code = 0;
-    if (!parse_number(text, code) || code < 1 || code > 6)
-        return context.misuse("'%s' is not a code from 1 to 6", text);
+    const std::optional<int64_t> code = parse_number(text, 1, 6);
+    if (!code) return context.misuse("'%s' is not a code from 1 to 6", text);
     errno = 0;
-    tq_set_offline_reason(code);
+    tq_set_offline_reason(static_cast<int>(*code));
     return errno == 0 ? ExitCode::kDone : cause(context, "offline reason");
 }
 
@@ -60,18 +49,19 @@ ExitCode traffic(Context& context, Arguments arguments) {
     return ExitCode::kDone;
 }
 
-ExitCode capwap(Context& context, Arguments arguments) {
-    int status = 0;
-    if (arguments.empty()) {
-        status = get_capwap_status_file();
-        if (status == -1) return context.fail(ExitCode::kRefused, "no status is stored");
-        context.output.value("capwap", status);
-        return ExitCode::kDone;
-    }
-    if (!parse_number(arguments[0], status))
-        return context.misuse("'%s' is not a number", arguments[0]);
-    if (set_capwap_status_file(status) == 0) return ExitCode::kDone;
+ExitCode set_capwap(const Context& context, const char* text) {
+    const std::optional<int> status = parse_int(text);
+    if (!status) return context.misuse("'%s' is not a number", text);
+    if (set_capwap_status_file(*status) == 0) return ExitCode::kDone;
     return context.fail(ExitCode::kInputOutput, "the status cannot be stored");
+}
+
+ExitCode capwap(Context& context, Arguments arguments) {
+    if (!arguments.empty()) return set_capwap(context, arguments[0]);
+    const int status = get_capwap_status_file();
+    if (status == -1) return context.fail(ExitCode::kRefused, "no status is stored");
+    context.output.value("capwap", status);
+    return ExitCode::kDone;
 }
 
 constexpr size_t kServerSize = 16;

@@ -97,10 +97,6 @@ const char* UciPath::split_section(char* section) {
     return nullptr;
 }
 
-ExitCode explain(const Context& context, const char* subject, const Cause& cause) {
-    return context.fail(cause.code, "%s: %s", subject, cause.text);
-}
-
 // Runs a change of the file; its result is negative for a failure.
 template <typename Change>
 ExitCode apply(const Context& context, const char* file, Change change) {
@@ -305,7 +301,7 @@ static_assert(is_complete(kCommands));
 }  // namespace
 
 constinit const Family kUci = {
-    "uci", "values of the configuration files",
+    "uci", "values of configuration files",
     "PATH is FILE.SECTION.OPTION or FILE.SECTION, where FILE is a file's name in\n"
     "/etc/config and SECTION a section's name or @TYPE[N]: the N-th of its type,\n"
     "from 0, or from the end with -1 for the last. A path is at most 1023 bytes\n"

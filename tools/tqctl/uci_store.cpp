@@ -1,11 +1,9 @@
 #include "uci_store.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
-#include <syslog.h>
-#include <tq/uci_path.h>
+#include <uci.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,7 +12,10 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <optional>
+
+#include "file.h"
 
 namespace tqctl {
 
@@ -28,21 +29,6 @@ constexpr size_t kLongestChange = 1024;
 
 // Where most values fit, whatever the files' sizes are.
 constexpr size_t kUsualRoom = 65536;
-
-class UniqueFd {
-  public:
-    explicit UniqueFd(int fd) : fd_(fd) {}
-    ~UniqueFd() {
-        if (fd_ >= 0) close(fd_);
-    }
-    UniqueFd(const UniqueFd&) = delete;
-    UniqueFd& operator=(const UniqueFd&) = delete;
-
-    [[nodiscard]] int get() const { return fd_; }
-
-  private:
-    int fd_;
-};
 
 class FilePath {
   public:
@@ -60,36 +46,15 @@ size_t size_of(const FilePath& path) {
     return stat(path.c_str(), &status) == 0 ? static_cast<size_t>(status.st_size) : 0;
 }
 
-// While it lives, what the library says at LOG_ERR goes to memory instead of the terminal.
-class ErrorCapture {
-  public:
-    ErrorCapture()
-        : memory_(memfd_create("log", MFD_CLOEXEC)),
-          terminal_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0)),
-          mask_(setlogmask(LOG_UPTO(LOG_ERR))) {
-        dup2(memory_.get(), STDERR_FILENO);
-    }
-    ~ErrorCapture() {
-        dup2(terminal_.get(), STDERR_FILENO);
-        setlogmask(mask_);
-    }
-    ErrorCapture(const ErrorCapture&) = delete;
-    ErrorCapture& operator=(const ErrorCapture&) = delete;
-
-    [[nodiscard]] bool is_empty() const { return lseek(memory_.get(), 0, SEEK_END) <= 0; }
-
-  private:
-    UniqueFd memory_;
-    UniqueFd terminal_;
-    int mask_;
+struct FreeContext {
+    void operator()(uci_context* context) const { uci_free_context(context); }
 };
 
-// To the library a value that is not there is news, a file that cannot be loaded is an error.
+// The library tells a value that is not there and a file that cannot be loaded by its log alone.
 bool loads(const char* file) {
-    const ErrorCapture errors;
-    char value[2];
-    (void)uci_get_str_option_by_name(file, "tqctl", "probe", value, sizeof(value));
-    return errors.is_empty();
+    const std::unique_ptr<uci_context, FreeContext> context(uci_alloc_context());
+    uci_package* package = nullptr;
+    return context && uci_load(context.get(), file, &package) == UCI_OK;
 }
 
 Cause cause_of_error(int error) {
@@ -110,6 +75,10 @@ std::optional<Cause> obstacle_to_new_file(const char* directory, size_t size) {
 }
 
 }  // namespace
+
+ExitCode explain(const Context& context, const char* subject, const Cause& cause) {
+    return context.fail(cause.code, "%s: %s", subject, cause.text);
+}
 
 bool is_present(const char* file) {
     const FilePath path(kConfigDirectory, file);
@@ -136,6 +105,13 @@ Cause cause_of_failure(const char* file, const char* otherwise) {
     if (const auto obstacle = obstacle_to_reading(file)) return *obstacle;
     if (!loads(file)) return {ExitCode::kDamaged, "the configuration file has a syntax error"};
     return {ExitCode::kRefused, otherwise};
+}
+
+ExitCode load_session(const Context& context, const uci_entry& entry, uci_config_ctx& session) {
+    if (const auto obstacle = obstacle_to_reading(entry.file))
+        return explain(context, entry.file, *obstacle);
+    if (load_uci_config(entry.id, &session) == 0) return ExitCode::kDone;
+    return explain(context, entry.file, cause_of_failure(entry.file, "it cannot be loaded"));
 }
 
 // The change is staged in its directory, then a new file takes the place of the old one.

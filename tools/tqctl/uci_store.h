@@ -2,6 +2,8 @@
 // 0 and -1.
 #pragma once
 
+#include <tq/uci_session.h>
+
 #include <cstddef>
 #include <optional>
 
@@ -13,6 +15,9 @@ struct Cause {
     ExitCode code;
     const char* text;
 };
+
+// Says it of the subject; the result is the code.
+ExitCode explain(const Context& context, const char* subject, const Cause& cause);
 
 // Whether there is anything of that name in /etc/config.
 bool is_present(const char* file);
@@ -26,6 +31,9 @@ std::optional<Cause> obstacle_to_reading(const char* file);
 // Why a call on the file failed: it cannot be read, it is damaged, or else what the caller asked
 // for is not to be had.
 Cause cause_of_failure(const char* file, const char* otherwise);
+
+// Loads the file's session. Never creates the file: looking at it must not.
+ExitCode load_session(const Context& context, const uci_entry& entry, uci_config_ctx& session);
 
 // What would keep a change from being written. Asked before the change: one that cannot be written
 // would stay staged and come into force with a later one, and where there is no room for the new

@@ -14,6 +14,7 @@
 #include <cstring>
 
 #include "families.h"
+#include "file.h"
 
 namespace tqctl {
 
@@ -23,13 +24,9 @@ constexpr char kLockName[] = "@upgrade-img";
 // What a holder that "lock" left behind calls itself, so that "unlock" ends no other.
 constexpr char kHolderName[] = "tqctl-upgrade";
 
-struct CloseFile {
-    void operator()(FILE* file) const { fclose(file); }
-};
 struct CloseDirectory {
     void operator()(DIR* directory) const { closedir(directory); }
 };
-using File = std::unique_ptr<FILE, CloseFile>;
 using Directory = std::unique_ptr<DIR, CloseDirectory>;
 
 // The inode of the socket that has the lock's name; 0 where nothing has.
@@ -166,6 +163,15 @@ int exit_status(int status) {
     return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
+// Whether the child's end was seen.
+bool wait_for(pid_t child, int* status) {
+    pid_t ended = 0;
+    do {
+        ended = waitpid(child, status, 0);
+    } while (ended < 0 && errno == EINTR);
+    return ended == child;
+}
+
 ExitCode run(Context& context, Arguments arguments) {
     if (strcmp(arguments[0], "--") == 0) arguments = arguments.subspan(1);
     if (arguments.empty()) return context.misuse("a command is needed");
@@ -178,7 +184,7 @@ ExitCode run(Context& context, Arguments arguments) {
         _exit(errno == ENOENT ? 127 : 126);
     }
     int status = 0;
-    const bool waited = child > 0 && TEMP_FAILURE_RETRY(waitpid(child, &status, 0)) == child;
+    const bool waited = child > 0 && wait_for(child, &status);
     tq_upgrade_mutex_end(handle);
     if (!waited) return context.fail(ExitCode::kInputOutput, "fork: %s", strerror(errno));
     // A document that nobody asked for would follow what the command itself printed.
@@ -189,16 +195,16 @@ constexpr Command kCommands[] = {
     {"lock", "", 0, 0, "takes the lock and keeps it",
      "A process in the background keeps it; its number is printed.", "tqctl upgrade lock", lock},
     {"unlock", "", 0, 0, "gives back what lock took",
-     "Ends the process that lock left behind. An upgrade that holds the lock by itself\n"
-     "is named and left alone, with exit code 3.",
+     "Ends the process that lock left behind. An upgrade that holds the lock by\n"
+     "itself is named and left alone, with exit code 3.",
      "tqctl upgrade unlock", unlock},
     {"status", "", 0, 0, "says whether an upgrade holds the lock",
-     "lock=free or lock=held, and the holder's process number and name where they can be\n"
-     "seen. Exit code 0 either way.",
+     "lock=free or lock=held, and the holder's process number and name where they\n"
+     "can be seen. Exit code 0 either way.",
      "tqctl upgrade status", status},
     {"run", "[--] COMMAND...", 1, kAnyNumber, "runs a command while holding the lock",
-     "The exit code is the command's (128+N when signal N ended it, 126 or 127 when it\n"
-     "could not be run), or 3 when the lock is held: then nothing runs.",
+     "The exit code is the command's (128+N when signal N ended it, 126 or 127 when\n"
+     "it could not be run), or 3 when the lock is held: then nothing runs.",
      "tqctl upgrade run -- sysupgrade /tmp/firmware.img", run},
 };
 static_assert(is_complete(kCommands));
@@ -206,7 +212,9 @@ static_assert(is_complete(kCommands));
 }  // namespace
 
 constinit const Family kUpgrade = {
-    "upgrade", "the lock that keeps two firmware upgrades apart",
-    "The lock is free as soon as its holder ends, however that comes.", kCommands};
+    "upgrade", "the lock of firmware upgrades",
+    "It keeps two upgrades apart. The lock is free as soon as its holder ends,\n"
+    "however that comes.",
+    kCommands};
 
 }  // namespace tqctl

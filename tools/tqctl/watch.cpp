@@ -1,12 +1,11 @@
 // watch.cpp - the live view of tqctl stat: bars and short histories, on any terminal.
 #include "watch.h"
 
-#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/statvfs.h>
 #include <termios.h>
-#include <time.h>
 #include <tq/board.h>
+#include <tq/eloop.h>
 #include <tq/sysstat.h>
 #include <unistd.h>
 
@@ -19,6 +18,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "clock.h"
 #include "figures.h"
 #include "number.h"
 
@@ -70,12 +70,6 @@ struct Picture {
     uint64_t time;
 };
 
-uint64_t milliseconds() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
-}
-
 // Octets a second. A counter that has been set back has no rate.
 uint64_t rate(uint64_t before, uint64_t now, uint64_t elapsed) {
     return now < before || elapsed == 0 ? 0 : (now - before) * 1000 / elapsed;
@@ -105,7 +99,7 @@ void measure_port(Port& port, int index, uint64_t elapsed) {
 
 void measure(Picture& picture) {
     const QuietLog quiet;
-    const uint64_t now = milliseconds();
+    const auto now = static_cast<uint64_t>(microseconds()) / 1000;
     const uint64_t elapsed = now - picture.time;
     picture.time = now;
     ProcessorTicks ticks;
@@ -283,14 +277,7 @@ void draw(const Picture& picture, const Look& look) {
 
 // ---- The terminal ----
 
-volatile sig_atomic_t ended = 0;
-
-void end(int) {
-    ended = 1;
-}
-
-// Keys come at once and unseen, and the signals that end a command end the view instead, until the
-// scope ends.
+// Keys come at once and unseen, until the scope ends.
 class Terminal {
   public:
     explicit Terminal(const Look& look) : look_(look) {
@@ -300,10 +287,6 @@ class Terminal {
         now.c_cc[VMIN] = 1;
         now.c_cc[VTIME] = 0;
         tcsetattr(STDIN_FILENO, TCSANOW, &now);
-        struct sigaction action {};
-        action.sa_handler = end;
-        for (const int signal : {SIGINT, SIGTERM, SIGHUP})
-            sigaction(signal, &action, nullptr);
         if (look_.moves) fputs("\033[?25l\033[H\033[J", stdout);
     }
     ~Terminal() {
@@ -319,19 +302,37 @@ class Terminal {
     termios before_{};
 };
 
-// Until the next picture is due; true where there is to be none. A key that means nothing does not
-// hurry it.
-bool quits_within(uint64_t interval) {
-    const uint64_t due = milliseconds() + interval;
-    for (uint64_t now = milliseconds(); now < due; now = milliseconds()) {
-        pollfd input{STDIN_FILENO, POLLIN, 0};
-        const int ready = poll(&input, 1, static_cast<int>(due - now));
-        if (ended) return true;
-        if (ready <= 0) continue;
-        char key = '\0';
-        if (read(STDIN_FILENO, &key, 1) <= 0 || key == 'q' || key == 'Q') return true;
-    }
-    return false;
+// ---- The view: a loop of pictures, until a key or a signal ends it ----
+
+struct View {
+    Look look;
+    unsigned seconds;
+    Picture picture;
+};
+
+void show_next(void* data, void*) {
+    auto* view = static_cast<View*>(data);
+    measure(view->picture);
+    draw(view->picture, view->look);
+    if (ferror(stdout)) return eloop_terminate();
+    eloop_register_timeout(view->seconds, 0, show_next, view, nullptr);
+}
+
+void read_key(int sock, void*, void*) {
+    char key = '\0';
+    if (read(sock, &key, 1) <= 0 || key == 'q' || key == 'Q') eloop_terminate();
+}
+
+void run(View& view) {
+    eloop_init(nullptr);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+        eloop_register_signal(
+            signal, [](int, void*, void*) { eloop_terminate(); }, nullptr);
+    const Terminal terminal(view.look);
+    eloop_register_read_sock(STDIN_FILENO, read_key, nullptr, nullptr);
+    show_next(&view, nullptr);
+    eloop_run();
+    eloop_destroy();
 }
 
 }  // namespace
@@ -343,13 +344,10 @@ ExitCode watch_figures(Context& context, Arguments arguments) {
     if (context.output.is_json()) return context.misuse("a view is no JSON; stat all is");
     if (!isatty(STDIN_FILENO) || !isatty(STDOUT_FILENO))
         return context.fail(ExitCode::kRefused, "a view needs a terminal");
-    const Look look = find_look();
-    const Terminal terminal(look);
-    static Picture picture;
-    do {
-        measure(picture);
-        draw(picture, look);
-    } while (!ferror(stdout) && !quits_within(static_cast<uint64_t>(*seconds) * 1000));
+    static View view;
+    view.look = find_look();
+    view.seconds = static_cast<unsigned>(*seconds);
+    run(view);
     return ExitCode::kDone;
 }
 

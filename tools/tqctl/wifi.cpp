@@ -25,17 +25,9 @@ constexpr char kMask[] = "********";
 constexpr char kFromStandardInput[] = "-";
 constexpr size_t kSecretSize = 1024;
 
-ExitCode explain(const Context& context, const Cause& cause) {
-    return context.fail(cause.code, "%s: %s", kFile, cause.text);
-}
-
 // ---- reading: a setting's value as JSON, null where it has none ----
 
 using Read = Json (*)(uci_config_ctx* session, bool with_secrets);
-
-Json json_number(int64_t number) {
-    return Json(json_object_new_int64(number));
-}
 
 template <int (*Get)(uci_config_ctx*, int*)>
 Json read_number(uci_config_ctx* session, bool) {
@@ -279,11 +271,8 @@ const Setting* find_setting(const char* name) {
 
 // ---- sessions ----
 
-// Never creates the file: looking at it must not.
 ExitCode load(const Context& context, uci_config_ctx& session) {
-    if (const auto obstacle = obstacle_to_reading(kFile)) return explain(context, *obstacle);
-    if (load_uci_config(UCI_CONFIG_WIRELESS, &session) == 0) return ExitCode::kDone;
-    return explain(context, cause_of_failure(kFile, "it cannot be loaded"));
+    return load_session(context, *get_uci_entry_by_name(kFile), session);
 }
 
 bool is_radio_or_vap(const uci_section& section) {
@@ -407,7 +396,7 @@ ExitCode get(Context& context, Arguments arguments) {
 
 ExitCode commit(const Context& context) {
     if (save_uci_config(UCI_CONFIG_WIRELESS, nullptr, 0) == 0) return ExitCode::kDone;
-    return explain(context, {ExitCode::kInputOutput, "the change could not be committed"});
+    return explain(context, kFile, {ExitCode::kInputOutput, "the change could not be committed"});
 }
 
 ExitCode set(Context& context, Arguments arguments) {
@@ -416,7 +405,7 @@ ExitCode set(Context& context, Arguments arguments) {
     const Arguments values = arguments.subspan(2);
     if (values.size() < setting->min_values) return context.misuse("a value is missing");
     if (values.size() > setting->max_values) return context.misuse("too many values");
-    if (const auto obstacle = obstacle_to_change(kFile)) return explain(context, *obstacle);
+    if (const auto obstacle = obstacle_to_change(kFile)) return explain(context, kFile, *obstacle);
     uci_config_ctx session{};
     ExitCode code = select_for(context, session, arguments[0], *setting);
     if (code != ExitCode::kDone) return code;
@@ -436,17 +425,17 @@ constexpr Command kCommands[] = {
      "sections. Keys and RADIUS secrets are printed with --secrets only.",
      "tqctl wifi show radio0", show},
     {"get", "[--secrets] SECTION SETTING", 2, 3, "prints one setting",
-     "As wifi set takes it. JSON is an object with the SETTING as its key; radius is an\n"
-     "object of address, port and secret. Keys and RADIUS secrets are printed with\n"
-     "--secrets only.",
+     "As wifi set takes it. JSON is an object with the SETTING as its key; radius is\n"
+     "an object of address, port and secret. Keys and RADIUS secrets are printed\n"
+     "with --secrets only.",
      "tqctl wifi get radio0 mode", get},
     {"set", "SECTION SETTING [VALUE...]", 2, 5, "changes one setting",
      "Where the value is new it is written to the file, together with what other\n"
      "programs have staged for it in /tmp/.uci.\n"
      "\n"
-     "A KEY or SECRET that is - is read from a line of standard input: other users see\n"
-     "the command line. The access point's own side of radius is set along with the\n"
-     "server: the WAN's address, and the bridge of the VAP's network.",
+     "A KEY or SECRET that is - is read from a line of standard input: other users\n"
+     "see the command line. The access point's own side of radius is set along with\n"
+     "the server: the WAN's address, and the bridge of the VAP's network.",
      "tqctl wifi set default_radio0 auth wpa2-wpa3 suite_b", set},
 };
 static_assert(is_complete(kCommands));
@@ -455,24 +444,24 @@ static_assert(is_complete(kCommands));
 
 constinit const Family kWifi = {
     "wifi", "settings of radios and VAPs",
-    "SECTION is a section of the file wireless, by its name or as @TYPE[N], where TYPE\n"
-    "is wifi-device (a radio) or wifi-iface (a VAP).\n"
+    "SECTION is a section of the file wireless, by its name or as @TYPE[N], where\n"
+    "TYPE is wifi-device (a radio) or wifi-iface (a VAP).\n"
     "\n"
     "SETTING of a radio, with its value:\n"
-    "mode NUMBER: wireless mode, 1 to 30\n"
-    "gi NUMBER, vht-gi NUMBER: short guard interval\n"
-    "rts NUMBER, frag NUMBER: thresholds in bytes\n"
-    "dtim NUMBER: interval in beacons\n"
-    "beacon-rate NUMBER, as the driver counts\n"
-    "mcast-rate NUMBER: 1, 2, 5, 6, 9, 11, 12, 18, 24, 36, 48 or 54 Mbit/s\n"
-    "country, set without a value: it is CN\n"
+    "  mode NUMBER: wireless mode, 1 to 30\n"
+    "  gi NUMBER, vht-gi NUMBER: short guard interval\n"
+    "  rts NUMBER, frag NUMBER: thresholds in bytes\n"
+    "  dtim NUMBER: interval in beacons\n"
+    "  beacon-rate NUMBER, as the driver counts\n"
+    "  mcast-rate NUMBER: 1, 2, 5, 6, 9, 11, 12, 18, 24, 36, 48 or 54 Mbit/s\n"
+    "  country, set without a value: it is CN\n"
     "\n"
     "SETTING of a VAP:\n"
-    "auth NAME [CIPHER]: none, wep-shared, wep-open, ccmp, wpa, wpa2, mixed-wpa,\n"
-    "wpa2-wpa3, psk, psk2 or mixed-psk\n"
-    "cipher CIPHER: ccmp, ccmp+tkip, tkip or suite_b\n"
-    "key KEY\n"
-    "radius ADDRESS PORT SECRET, or radius off",
+    "  auth NAME [CIPHER]: none, wep-shared, wep-open, ccmp, wpa, wpa2, mixed-wpa,\n"
+    "    wpa2-wpa3, psk, psk2 or mixed-psk\n"
+    "  cipher CIPHER: ccmp, ccmp+tkip, tkip or suite_b\n"
+    "  key KEY\n"
+    "  radius ADDRESS PORT SECRET, or radius off",
     kCommands};
 
 }  // namespace tqctl
