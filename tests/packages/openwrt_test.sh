@@ -72,7 +72,7 @@ License: ISC
 Section: utils
 Category: Utilities
 Title: Companion command of libtq
-Depends: +libtq +libubox +libubus +libnl-tiny +libjson-c" "$(recipe metadata)"
+Depends: +libtq +libubox +libubus +libuci +libnl-tiny +libjson-c" "$(recipe metadata)"
 
 files "$staging" >"$top/before"
 recipe build >"$top/log" 2>&1 || { cat "$top/log"; fail "the recipe builds"; }
@@ -102,7 +102,8 @@ check "tqctl needs what it depends on" "libjson-c.so.5
 libnl-tiny.so.1
 libtq.so.$soversion
 libubox.so
-libubus.so" "$(needed "$top/packages/tqctl/usr/bin/tqctl")"
+libubus.so
+libuci.so" "$(needed "$top/packages/tqctl/usr/bin/tqctl")"
 check "nothing looks for libraries where they were built" "" \
     "$(readelf -dW "$top"/packages/*/usr/*/* | grep -E 'R(UN)?PATH' || true)"
 
