@@ -81,13 +81,23 @@ bool read_counters(const char* text, uint64_t* counters, size_t count) {
 constexpr char kMemoryLines[PROC_MEMINFO_FIGURES][10] = {
     "MemTotal:", "MemFree:", "Buffers:", "Cached:"};
 
+// Whether the text up to the colon, and with it, ends in the name.
+bool is_name_at(const char* line, const char* colon, const char* name) {
+    const size_t length = strlen(name);
+    const char* end = colon + 1;
+    return static_cast<size_t>(end - line) >= length && memcmp(end - length, name, length) == 0;
+}
+
 // The place of the first of the names that the line contains; PROC_MEMINFO_FIGURES where there is
-// none.
+// none. Each ends in a colon, of which a line has one as a rule.
 size_t memory_figure(const char* line) {
-    size_t place = 0;
-    while (place < PROC_MEMINFO_FIGURES && !strstr(line, kMemoryLines[place]))
-        place++;
-    return place;
+    size_t first = PROC_MEMINFO_FIGURES;
+    for (const char* colon = strchr(line, ':'); colon; colon = strchr(colon + 1, ':')) {
+        for (size_t place = 0; place < first; place++) {
+            if (is_name_at(line, colon, kMemoryLines[place])) first = place;
+        }
+    }
+    return first;
 }
 
 // The number behind the line's first colon, in front of which something has to be.
@@ -170,8 +180,9 @@ int get_proc_meminfo(uint32_t figures[PROC_MEMINFO_FIGURES]) {
     if (!file) return TQ_FAIL("fopen fail\n");
     LineReader lines(file.get());
     int found = 0;
-    while (const char* line = lines.next()) {
-        if (found == PROC_MEMINFO_FIGURES) break;
+    while (found < PROC_MEMINFO_FIGURES) {
+        const char* line = lines.next();
+        if (!line) break;
         const size_t place = memory_figure(line);
         if (place == PROC_MEMINFO_FIGURES) continue;
         if (!read_memory_figure(line, figures[place])) {
