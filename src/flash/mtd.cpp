@@ -14,7 +14,7 @@
 namespace {
 
 using tq::LineReader;
-using tq::LogSite;
+using tq::log_where;
 using tq::Text;
 using tq::UniqueFd;
 
@@ -135,8 +135,7 @@ constexpr Image kBackupBoot = {
 int check_mark(const Image& image) {
     int value = -1;
     if (get_key_vlaue("fw_printenv", image.mark, &value) == 0) return value == 0 ? 0 : -1;
-    const LogSite site = {image.check, image.mark_line};
-    return TQ_FAIL_AS(site, "get_key_vlaue fail\n");
+    return tq::log_line(log_where(image.mark_line, LOG_ERR), image.check, "get_key_vlaue fail\n");
 }
 
 // In the log:
@@ -145,14 +144,13 @@ int check_mark(const Image& image) {
 //   "get AP_TYPE_PAT_BK_UBOOT_IMAGE fail\n", "check_backup_uboot fail\n",
 //   "get_version_info fail\n"
 int fail(const Image& image, int line, const char* step) {
-    const LogSite site = {image.info, line};
-    return TQ_FAIL_AS(site, "%s fail\n", step);
+    return tq::log_line(log_where(line, LOG_ERR), image.info, "%s fail\n", step);
 }
 
 int get_info(const Image& image, char* out) {
     if (!out) {
-        const LogSite site = {image.info, image.invalid_line};
-        return TQ_FAIL_AS(site, "invalid parameters\n");
+        return tq::log_line(log_where(image.invalid_line, LOG_ERR), image.info,
+                            "invalid parameters\n");
     }
     char name[kPartitionNameSize] = "";
     const int named = tq_get_oem_ap_type_partion_info(image.selector, name, sizeof(name));

@@ -5,12 +5,6 @@
 
 namespace tq {
 
-// The function and line that a log line names.
-struct LogSite {
-    const char* function;
-    int line;
-};
-
 // A log line's number and priority in one argument: several hundred calls load it.
 constexpr unsigned log_where(int line, int priority) {
     return static_cast<unsigned>(line) << 3 | static_cast<unsigned>(priority);
@@ -33,12 +27,8 @@ inline const char* printable(const char* text) {
 
 }  // namespace tq
 
-#define TQ_HERE (::tq::LogSite{__func__, __LINE__})
-
-// The first two are for a step that logs in its caller's name, with the caller's line or its own;
-// the third names the line, where field tools match on it; the fourth is the usual one.
-#define TQ_LOG_AS(site, priority, ...) \
-    ::tq::log_line(::tq::log_where((site).line, priority), (site).function, __VA_ARGS__)
+// The first is for a step that logs in its caller's name, the second names the line, where field
+// tools match on it; the third is the usual one.
 #define TQ_LOG_IN(caller, priority, ...) \
     ::tq::log_line(::tq::log_where(__LINE__, priority), caller, __VA_ARGS__)
 #define TQ_LOG_AT(number, priority, ...) \
@@ -46,6 +36,5 @@ inline const char* printable(const char* text) {
 #define TQ_LOG(priority, ...) TQ_LOG_AT(__LINE__, priority, __VA_ARGS__)
 
 // Logs a failure and is the result -1 of the function that noticed it.
-#define TQ_FAIL_AS(site, ...) TQ_LOG_AS(site, LOG_ERR, __VA_ARGS__)
 #define TQ_FAIL_IN(caller, ...) TQ_LOG_IN(caller, LOG_ERR, __VA_ARGS__)
 #define TQ_FAIL(...) TQ_LOG(LOG_ERR, __VA_ARGS__)

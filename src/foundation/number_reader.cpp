@@ -6,8 +6,6 @@ namespace tq {
 
 namespace {
 
-constexpr int kHexWidth = 8;
-
 bool is_digit(char c) {
     return c >= '0' && c <= '9';
 }
@@ -69,20 +67,16 @@ bool NumberReader::number(int32_t& value) {
     return true;
 }
 
-// The sign and a leading 0x count for the width.
 bool NumberReader::hex(uint32_t& value) {
     skip_blanks();
-    const char* const end_of_field = next_ + kHexWidth;
     const bool negative = *next_ == '-';
     if (negative || *next_ == '+') next_++;
     int digit = hex_digit(*next_);
     if (digit < 0) return false;
     if (digit == 0 && (next_[1] | 0x20) == 'x') next_ += 2;
     value = 0;
-    while (next_ < end_of_field && (digit = hex_digit(*next_)) >= 0) {
+    for (; (digit = hex_digit(*next_)) >= 0; next_++)
         value = value << 4 | static_cast<uint32_t>(digit);
-        next_++;
-    }
     if (negative) value = 0 - value;
     return true;
 }

@@ -21,7 +21,7 @@ class NumberReader {
     // As "%d", up to what an unsigned number of 32 bits holds; beyond that it is none.
     bool number(int32_t& value);
 
-    // As "%08x".
+    // As "%x".
     bool hex(uint32_t& value);
 
     // As "%d", where what is below zero is of no use, nor what is above `most`. False where no such

@@ -455,6 +455,13 @@ TEST_F(LoadUnnamedSection, RejectsNoType) {
                                          Error("load_unnamed_section", "no section type\n")));
 }
 
+TEST_F(LoadUnnamedSection, RejectsNoTypeBeforeANullSession) {
+    EXPECT_EQ(load_unnamed_section(UCI_CONFIG_NAT, nullptr, nullptr), -1);
+    EXPECT_EQ(load_unnamed_section(UCI_CONFIG_NAT, nullptr, ""), -1);
+    EXPECT_THAT(log_.take(), ElementsAre(Error("load_unnamed_section", "no section type\n"),
+                                         Error("load_unnamed_section", "no section type\n")));
+}
+
 TEST_F(LoadUnnamedSection, RejectsANullSession) {
     EXPECT_EQ(load_unnamed_section(UCI_CONFIG_NAT, nullptr, "nat"), -1);
     EXPECT_EQ(get_uci_entry_by_name("nat")->ctx, nullptr);
