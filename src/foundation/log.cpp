@@ -5,9 +5,13 @@
 
 namespace tq {
 
+bool is_logged(int priority) {
+    return (setlogmask(0) & LOG_MASK(priority)) != 0;
+}
+
 int log_line(unsigned where, const char* function, const char* format, ...) {
     // Most traces are masked, and need no text then.
-    if ((setlogmask(0) & LOG_MASK(where & 7)) == 0) return -1;
+    if (!is_logged(static_cast<int>(where & 7))) return -1;
     // Only the library's own texts come here, none of them near this long; their values are
     // formatted by syslog itself, at whatever length it allows.
     char prefixed[512];

@@ -39,8 +39,10 @@ class NumberReader {
     }
 
     void skip_blanks() {
-        while (is_blank(*next_))
-            next_++;
+        const char* first = next_;
+        while (is_blank(*first))
+            first++;
+        next_ = first;
     }
 
     [[nodiscard]] const char* rest() const { return next_; }

@@ -78,32 +78,29 @@ bool read_counters(const char* text, uint64_t* counters, size_t count) {
     return count == 0;
 }
 
-constexpr char kMemoryLines[PROC_MEMINFO_FIGURES][10] = {
-    "MemTotal:", "MemFree:", "Buffers:", "Cached:"};
+struct MemoryName {
+    uint8_t length;
+    char text[9];
+};
 
-// Whether the text up to the colon, and with it, ends in the name.
-bool is_name_at(const char* line, const char* colon, const char* name) {
-    const size_t length = strlen(name);
-    const char* end = colon + 1;
-    return static_cast<size_t>(end - line) >= length && memcmp(end - length, name, length) == 0;
-}
+constexpr MemoryName kMemoryNames[PROC_MEMINFO_FIGURES] = {
+    {8, "MemTotal"}, {7, "MemFree"}, {7, "Buffers"}, {6, "Cached"}};
 
 // The place of the first of the names that the line contains; PROC_MEMINFO_FIGURES where there is
-// none. Each ends in a colon, of which a line has one as a rule.
-size_t memory_figure(const char* line) {
+// none. A colon ends it, of which a line has one as a rule.
+size_t memory_figure(const char* line, const char* colon) {
     size_t first = PROC_MEMINFO_FIGURES;
-    for (const char* colon = strchr(line, ':'); colon; colon = strchr(colon + 1, ':')) {
+    for (; colon; colon = strchr(colon + 1, ':')) {
+        const auto length = static_cast<size_t>(colon - line);
         for (size_t place = 0; place < first; place++) {
-            if (is_name_at(line, colon, kMemoryLines[place])) first = place;
+            const MemoryName& name = kMemoryNames[place];
+            // The last letter tells most of them apart.
+            if (length >= name.length && colon[-1] == name.text[name.length - 1] &&
+                memcmp(colon - name.length, name.text, name.length) == 0)
+                first = place;
         }
     }
     return first;
-}
-
-// The number behind the line's first colon, in front of which something has to be.
-bool read_memory_figure(const char* line, uint32_t& figure) {
-    const char* colon = strchr(line, ':');
-    return colon != line && NumberReader(colon + 1).number(figure);
 }
 
 int read_memory(const char* function, uint32_t (&figures)[PROC_MEMINFO_FIGURES]) {
@@ -178,18 +175,22 @@ int get_proc_meminfo(uint32_t figures[PROC_MEMINFO_FIGURES]) {
     if (!figures) return tq::reject_parameter(__func__);
     const UniqueFd file = open_to_read("/proc/meminfo");
     if (!file) return TQ_FAIL("fopen fail\n");
+    const bool traced = tq::is_logged(LOG_DEBUG);
     LineReader lines(file.get());
     int found = 0;
     while (found < PROC_MEMINFO_FIGURES) {
         const char* line = lines.next();
         if (!line) break;
-        const size_t place = memory_figure(line);
+        const char* colon = strchr(line, ':');
+        const size_t place = memory_figure(line, colon);
         if (place == PROC_MEMINFO_FIGURES) continue;
-        if (!read_memory_figure(line, figures[place])) {
+        // The number stands behind the first colon, in front of which something has to be.
+        if (colon == line || !NumberReader(colon + 1).number(figures[place])) {
             TQ_LOG(LOG_ERR, "sscanf %s fail\n", line);
             break;
         }
-        TQ_LOG(LOG_DEBUG, "%s - %lu\n", line, static_cast<unsigned long>(figures[place]));
+        if (traced)
+            TQ_LOG(LOG_DEBUG, "%s - %lu\n", line, static_cast<unsigned long>(figures[place]));
         found++;
     }
     return found == PROC_MEMINFO_FIGURES ? 1 : -1;
