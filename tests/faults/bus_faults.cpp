@@ -1,7 +1,6 @@
 // bus_faults.cpp - the bus client, and what is sent through it: over the bus, and by the bus's
 // command where the library is not connected.
 #include <gtest/gtest.h>
-#include <libubox/blobmsg.h>
 #include <libubus.h>
 #include <tq/bus.h>
 #include <tq/bwctl.h>
