@@ -39,6 +39,7 @@ static_assert(sizeof(void*) != 4 || sizeof(syslog_process) == 24);
 
 namespace {
 
+using tq::kReloadSignal;
 using tq::Text;
 using tq::UniqueFd;
 using tq::UniqueFile;
@@ -46,7 +47,6 @@ using tq::UniqueFile;
 constexpr char kConfigFile[] = "/etc/syslogd.conf";
 constexpr char kReportFile[] = "/tmp/syslogserver";
 
-constexpr int kReloadSignal = 49;
 constexpr uint32_t kMinFileSize = 10;
 constexpr uint32_t kMaxFileSize = 10240;
 
