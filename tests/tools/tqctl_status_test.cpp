@@ -27,6 +27,11 @@ TEST_F(TqctlStatusTest, OfflineRecordsAndShowsTheReason) {
     EXPECT_EQ(member(parse(tqctl("-j status offline").out), "reason"), "Network Timeout");
 }
 
+TEST_F(TqctlStatusTest, OfflineRecordsWithoutATimeZonesFile) {
+    EXPECT_TRUE(succeeds(run_command("TZ=No/Where tqctl status offline 6"), ""));
+    EXPECT_TRUE(exists("/tmp/.offline.reason"));
+}
+
 TEST_F(TqctlStatusTest, OfflineTakesACodeFrom1To6) {
     for (const char* code : {"0", "7", "-1", "x", "1x", "''", "99999999999"}) {
         EXPECT_TRUE(fails(tqctl(std::string("status offline ") + code), kUsage, "is not a code"));
@@ -121,6 +126,7 @@ TEST_F(TqctlStatusTest, RunSaysWhyTheCommandCannotRun) {
     const CommandResult missing = tqctl("upgrade run -- no-such-command");
     EXPECT_EQ(missing.status, 127);
     EXPECT_THAT(missing.err, HasSubstr("no-such-command: No such file or directory"));
+    EXPECT_EQ(tqctl("upgrade run -- no-such-command 2>/dev/full").status, 127);
     EXPECT_EQ(tqctl("upgrade run -- /tmp").status, 126);
 }
 

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 
 #include "families.h"
 #include "number.h"
@@ -19,6 +20,8 @@ ExitCode cause(const Context& context, const char* what) {
 ExitCode set_offline(const Context& context, const char* text) {
     const std::optional<int64_t> code = parse_number(text, 1, 6);
     if (!code) return context.misuse("'%s' is not a code from 1 to 6", text);
+    // A device without a time zone's file leaves an errno the first time that it is looked for.
+    tzset();
     errno = 0;
     tq_set_offline_reason(static_cast<int>(*code));
     return errno == 0 ? ExitCode::kDone : cause(context, "offline reason");

@@ -180,8 +180,9 @@ ExitCode run(Context& context, Arguments arguments) {
     const pid_t child = fork();
     if (child == 0) {
         execvp(arguments[0], arguments.data());
-        context.fail(ExitCode::kRefused, "%s: %s", arguments[0], strerror(errno));
-        _exit(errno == ENOENT ? 127 : 126);
+        const int error = errno;
+        context.fail(ExitCode::kRefused, "%s: %s", arguments[0], strerror(error));
+        _exit(error == ENOENT ? 127 : 126);
     }
     int status = 0;
     const bool waited = child > 0 && wait_for(child, &status);
