@@ -25,8 +25,6 @@ using tq::UniqueFd;
 constexpr uint32_t kUnknownProcess = 0;
 constexpr uint32_t kKernelLog = 1;
 
-constexpr char kBlanks[] = " \t\n\v\f\r";
-
 // The processes that /proc lists.
 class ProcessList {
   public:
@@ -74,12 +72,10 @@ int open_entry(int pid, const char* file) {
 // The name in the next line, as fscanf("Name: %1023s") reads it; empty where there is none. Valid
 // until the next line is read.
 std::string_view scan_name(LineReader& lines) {
-    constexpr std::string_view kKey = "Name:";
     const char* line = lines.next();
-    if (!line || strncmp(line, kKey.data(), kKey.size()) != 0) return {};
-    line += kKey.size();
-    line += strspn(line, kBlanks);
-    return {line, strcspn(line, kBlanks)};
+    if (!line) return {};
+    tq::NumberReader reader(line);
+    return reader.literal("Name:") ? reader.word() : std::string_view();
 }
 
 bool is_named(int pid, std::string_view name) {
