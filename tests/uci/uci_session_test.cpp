@@ -17,16 +17,14 @@
 
 #include <array>
 #include <climits>
-#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
 
-#include "support/buffer.h"
 #include "support/device.h"
 #include "support/faults.h"
 #include "support/log_capture.h"
-#include "uci/replaced.h"
+#include "uci/store.h"
 #include "uci/uci_calls.h"
 #include "uci/uci_session_layout.h"
 
@@ -51,6 +49,8 @@ using tq_test::read_file;
 using tq_test::ReadOnly;
 using tq_test::replaced;
 using tq_test::run_command;
+using tq_test::staged;
+using tq_test::stored;
 using tq_test::write_file;
 namespace faults = tq_test::faults;
 
@@ -73,19 +73,6 @@ constexpr std::array<const char*, UCI_CONFIG_ALL> kFiles = {
 
 const char* file_of(int id) {
     return kFiles.at(static_cast<size_t>(id));
-}
-
-std::string path_of(const std::string& file) {
-    return "/etc/config/" + file;
-}
-
-std::string stored(const std::string& file) {
-    return read_file(path_of(file));
-}
-
-std::string staged(const std::string& file) {
-    const std::string path = "/tmp/.uci/" + file;
-    return exists(path) ? read_file(path) : "";
 }
 
 CommandResult uci(const std::string& arguments) {
