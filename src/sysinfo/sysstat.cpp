@@ -267,8 +267,7 @@ int tq_hal_get_processor_type(char* buf, int len) {
     const char* colon = strchr(line, ':');
     if (!colon) return TQ_FAIL("buf = %s\n", line);
     tq::copy_text(buf, static_cast<size_t>(len), colon[1] ? colon + 2 : "");
-    const size_t length = strlen(buf);
-    if (length > 0 && buf[length - 1] == '\n') buf[length - 1] = '\0';
+    if (char* feed = strchr(buf, '\n')) *feed = '\0';
     return 0;
 }
 
