@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "file.h"
 #include "mac_text.h"
 
 namespace tqctl {
@@ -172,13 +173,11 @@ void Examination::check_end(size_t offset) {
 
 // Why the flash cannot be opened or read; otherwise it was the block.
 ExitCode explain_flash(const Context& context) {
-    const int fd = open(kFlash, O_RDWR | O_CLOEXEC);
-    if (fd < 0) return context.fail(exit_code_of(errno), "%s: %s", kFlash, strerror(errno));
+    const UniqueFd fd(open(kFlash, O_RDWR | O_CLOEXEC));
+    if (fd.get() < 0) return context.fail_by_errno(kFlash);
     unsigned char block[kBlockSize];
-    const ssize_t got = read(fd, block, sizeof(block));
-    const int error = errno;
-    close(fd);
-    if (got < 0) return context.fail(exit_code_of(error), "%s: %s", kFlash, strerror(error));
+    const ssize_t got = read(fd.get(), block, sizeof(block));
+    if (got < 0) return context.fail_by_errno(kFlash);
     if (got < ssize_t{kBlockSize}) {
         return context.fail(ExitCode::kDamaged, "%s: %zd bytes, too short for the block's %zu",
                             kFlash, got, kBlockSize);
@@ -187,13 +186,10 @@ ExitCode explain_flash(const Context& context) {
 }
 
 bool read_flash(unsigned char (&block)[kBlockSize]) {
-    const int fd = open(kFlash, O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return false;
+    const UniqueFd fd(open(kFlash, O_RDONLY | O_CLOEXEC));
     // From flash, not from the page that was just written.
-    (void)posix_fadvise(fd, 0, kBlockSize, POSIX_FADV_DONTNEED);
-    const ssize_t got = read(fd, block, sizeof(block));
-    close(fd);
-    return got == ssize_t{kBlockSize};
+    (void)posix_fadvise(fd.get(), 0, kBlockSize, POSIX_FADV_DONTNEED);
+    return read(fd.get(), block, sizeof(block)) == ssize_t{kBlockSize};
 }
 
 }  // namespace
