@@ -2,7 +2,6 @@
 #include <tq/mtd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>

@@ -4,7 +4,6 @@
 #include <cctype>
 #include <cstdio>
 #include <cstring>
-#include <iterator>
 #include <utility>
 
 #include "families.h"

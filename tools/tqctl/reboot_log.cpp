@@ -2,7 +2,6 @@
 #include <tq/reboot_cause.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
