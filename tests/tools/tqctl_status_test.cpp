@@ -44,7 +44,7 @@ TEST_F(TqctlStatusTest, OfflineSaysWhyItCannotRecord) {
 }
 
 // A time zone that is not installed is no failure to record.
-TEST_F(TqctlStatusTest, OfflineIsRecordedInUtcWithoutATimeZone) {
+TEST_F(TqctlStatusTest, OfflineIsRecordedWithoutATimeZone) {
     EXPECT_TRUE(succeeds(run_command("TZ=No/Where tqctl status offline 2"), ""));
     EXPECT_THAT(tqctl("status offline").out, testing::StartsWith("reason=Change AC\n"));
 }
