@@ -2,14 +2,13 @@
 // functions of the interface, without their prefix.
 #pragma once
 
-#include <dirent.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <malloc.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
@@ -299,6 +298,8 @@ TYPED_TEST_P(LoopSuite, CancelsByHandlerAndDataWithWildcards) {
     add_all();
     EXPECT_EQ(this->loop.cancel_timeout(never_due, kAny, kAny), 4);
     EXPECT_EQ(this->loop.cancel_timeout(nullptr, kAny, kAny), 0);
+    const auto any_handler = reinterpret_cast<eloop_timeout_handler>(kAny);
+    EXPECT_EQ(this->loop.cancel_timeout(any_handler, kAny, kAny), 0);
     EXPECT_EQ(this->loop.cancel_timeout(due_too, nullptr, kAny), 0);
     EXPECT_EQ(this->loop.cancel_timeout(due_too, kAny, nullptr), 0);
     EXPECT_EQ(this->loop.cancel_timeout(due_too, kAny, kAny), 2);
