@@ -47,18 +47,6 @@ class AbstractName {
     sockaddr_un address_ = {.sun_family = AF_UNIX, .sun_path = {}};
 };
 
-// errno is the caller's to read, whatever is closed after the failure.
-class KeepErrno {
-  public:
-    KeepErrno() = default;
-    ~KeepErrno() { errno = error_; }
-    KeepErrno(const KeepErrno&) = delete;
-    KeepErrno& operator=(const KeepErrno&) = delete;
-
-  private:
-    int error_ = errno;
-};
-
 int fail_with(int error) {
     errno = error;
     return -1;
@@ -66,7 +54,6 @@ int fail_with(int error) {
 
 bool send_or_close(int sock, const void* req, size_t req_len, int flags) {
     if (send(sock, req, req_len, flags) >= 0) return true;
-    const KeepErrno keep;
     close(sock);
     return false;
 }
@@ -115,9 +102,10 @@ int ipc_exec(const char* server_name, const void* req, size_t req_len, void* res
     const int sock = ipc_connect(server_name);
     if (sock < 0) return -1;
     const int received = ipc_cmd(sock, req, req_len, resp, resp_len, kExecSeconds);
-    const KeepErrno keep;
+    const int error = errno;
     // Closed already where the request could not be sent: known to the callers, and kept.
     close(sock);
+    errno = error;
     return received;
 }
 

@@ -122,7 +122,7 @@ int send_whole(int fd, std::span<const char> bytes) {
         if (sent <= 0) return -1;
         const auto count = static_cast<size_t>(sent);
         if (count >= bytes.size()) return static_cast<int>(sent);
-        bytes = {bytes.data() + count, bytes.size() - count};
+        bytes = bytes.subspan(count);
     }
 }
 
