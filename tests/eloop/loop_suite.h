@@ -271,6 +271,25 @@ TYPED_TEST_P(LoopSuite, CancelsAndAddsInAnyOrder) {
         ASSERT_EQ(ran[i], expected[i].second) << i;
 }
 
+// As daemons have them: each adds itself again while the others wait.
+TYPED_TEST_P(LoopSuite, KeepsTimersThatAddThemselvesAgainInOrder) {
+    const waits::VirtualTime time(50, 0);
+    constexpr std::array<unsigned, 3> kPeriods = {30, 70, 110};
+    std::array<Action, 3> timers;
+    std::array<int, 3> runs = {};
+    int left = 300;
+    for (size_t i = 0; i < timers.size(); i++) {
+        timers[i] = [&, i] {
+            EXPECT_EQ(waits::VirtualTime::now(), 50000000 + ++runs[i] * int64_t{kPeriods[i]});
+            if (left-- > 0) this->add_timeout(0, kPeriods[i], timers[i]);
+        };
+        this->add_timeout(0, kPeriods[i], timers[i]);
+    }
+    this->loop.run();
+    // The last of each has not added itself.
+    EXPECT_EQ(left, -3);
+}
+
 inline void due_too(void* /*eloop_data*/, void* /*user_data*/) {
     ADD_FAILURE() << "a timeout's handler was called";
 }
@@ -671,15 +690,16 @@ REGISTER_TYPED_TEST_SUITE_P(
     RunsATimeoutBeforeTheSocketsAndOneAPass, WaitsUntilTheFirstTimeoutIsDue,
     CarriesAnyNumberOfMicroseconds, NeverWrapsADueTimeThatIsTooFarAway,
     OrdersTimeoutsByDueTimeAndThenByRegistration, CancelsAndAddsInAnyOrder,
-    CancelsByHandlerAndDataWithWildcards, LetsATimeoutAddItselfAgainAndCancelOthers,
-    CallsEveryEntryOfASocketInOrder, UnregistersTheFirstEntryAndKeepsTheOrder,
-    LetsAHandlerUnregisterItsOwnAndOtherSockets, LetsAHandlerRegisterMoreSocketsThanTheTableHeld,
-    TellsThatAPeerHasGone, RefusesWhatSelectCannotHold, RefusesNullHandlers,
-    WatchesUpToTheHighestSocketEverRegistered, WatchesOneDescriptorMoreForTheCmmAgent,
-    GoesOnAfterAnInterruptedWait, StopsWithAMessageWhenASocketWasClosed,
-    IsUnchangedWhenMemoryRunsOut, SaysThatTheClockIsInvalidAndGoesOn,
-    TakesTheLargestValidReadingAsItIs, ReadsTheClockOnceAPassAndTwiceWhereTimeWentBy,
-    ReadsNoClockWithoutATimeout, LooksAtTheClockAgainWhenASocketEndsTheWait,
-    AllocatesOnceForEachRegistration, RunsNoTimeoutBeforeItIsDue);
+    KeepsTimersThatAddThemselvesAgainInOrder, CancelsByHandlerAndDataWithWildcards,
+    LetsATimeoutAddItselfAgainAndCancelOthers, CallsEveryEntryOfASocketInOrder,
+    UnregistersTheFirstEntryAndKeepsTheOrder, LetsAHandlerUnregisterItsOwnAndOtherSockets,
+    LetsAHandlerRegisterMoreSocketsThanTheTableHeld, TellsThatAPeerHasGone,
+    RefusesWhatSelectCannotHold, RefusesNullHandlers, WatchesUpToTheHighestSocketEverRegistered,
+    WatchesOneDescriptorMoreForTheCmmAgent, GoesOnAfterAnInterruptedWait,
+    StopsWithAMessageWhenASocketWasClosed, IsUnchangedWhenMemoryRunsOut,
+    SaysThatTheClockIsInvalidAndGoesOn, TakesTheLargestValidReadingAsItIs,
+    ReadsTheClockOnceAPassAndTwiceWhereTimeWentBy, ReadsNoClockWithoutATimeout,
+    LooksAtTheClockAgainWhenASocketEndsTheWait, AllocatesOnceForEachRegistration,
+    RunsNoTimeoutBeforeItIsDue);
 
 }  // namespace tq_test
