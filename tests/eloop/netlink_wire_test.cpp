@@ -8,7 +8,7 @@
 #include <netlink/socket.h>
 #include <tq/netlink.h>
 
-#include <algorithm>
+#include <memory>
 #include <string>
 #include <vector>
 
