@@ -185,10 +185,11 @@ void handle_event(uloop_fd* sock, unsigned int /*events*/) {
     ubus_context* ctx = container_of(sock, ubus_context, sock);
     // The loop's own sign of the end; what came before it is still to be read.
     sock->eof = false;
-    // A message may have been handled by waiting for others: those are older than the next one.
+    // A message may have been handled by waiting for others: those are older than the next one. A
+    // loop that has been told to end does, however many are still to come.
     do {
         handle_pending(ctx);
-    } while (receive(ctx));
+    } while (receive(ctx) && !uloop_cancelling());
 }
 
 void end_loop(ubus_context* /*ctx*/) {

@@ -359,10 +359,13 @@ class RawPeer {
     void send_bytes(const std::string& bytes) const {
         ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
     }
+    static std::string message(uint8_t type, uint16_t seq, uint32_t peer, const Blob& body) {
+        const std::string whole(reinterpret_cast<const char*>(body.head()),
+                                blob_raw_len(body.head()));
+        return header(type, seq, peer, static_cast<uint32_t>(whole.size())) + whole.substr(4);
+    }
     void send(uint8_t type, uint16_t seq, uint32_t peer, Blob* body) const {
-        const std::string whole(reinterpret_cast<const char*>(body->head()),
-                                blob_raw_len(body->head()));
-        send_bytes(header(type, seq, peer, static_cast<uint32_t>(whole.size())) + whole.substr(4));
+        send_bytes(message(type, seq, peer, *body));
     }
     std::string receive(size_t size) const {
         std::string bytes(size, '\0');
@@ -410,10 +413,11 @@ class RawPeer {
     int fd_;
 };
 
-// A broker for one client: says these bytes once it is connected, and these once it is asked.
+// A broker for one client: says these bytes once it is connected, and these to one request after
+// the other.
 class FakeBroker {
   public:
-    FakeBroker(const std::string& hello, const std::string& answer)
+    explicit FakeBroker(const std::string& hello, const std::vector<std::string>& answers = {})
         : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
         sockaddr_un address = {};
         address.sun_family = AF_UNIX;
@@ -421,12 +425,14 @@ class FakeBroker {
         unlink(kPath);
         EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
         EXPECT_EQ(listen(fd_, 1), 0);
-        thread_ = std::thread([this, hello, answer] {
+        thread_ = std::thread([this, hello, answers] {
             const int client = accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC);
             char request[256];
             ::send(client, hello.data(), hello.size(), MSG_NOSIGNAL);
-            if (recv(client, request, sizeof(request), 0) > 0)
+            for (const std::string& answer : answers) {
+                if (recv(client, request, sizeof(request), 0) <= 0) break;
                 ::send(client, answer.data(), answer.size(), MSG_NOSIGNAL);
+            }
             close(client);
         });
     }
@@ -637,7 +643,7 @@ TEST(Client, ConnectsToNothingThatDoesNotSayHello) {
     for (const std::string& hello :
          {RawPeer::header(UBUS_MSG_STATUS, 0, 7, 4), RawPeer::header(UBUS_MSG_HELLO, 0, 7, 4, 1),
           RawPeer::header(UBUS_MSG_HELLO, 0, 7, 3)}) {
-        const FakeBroker broker(hello, "");
+        const FakeBroker broker(hello);
         EXPECT_EQ(ubus_connect(FakeBroker::kPath), nullptr);
     }
 }
@@ -645,7 +651,7 @@ TEST(Client, ConnectsToNothingThatDoesNotSayHello) {
 TEST(Client, TakesNoAnswerThatLacksWhatItMustHave) {
     const FakeBroker broker(
         RawPeer::header(UBUS_MSG_HELLO, 0, 7, 4),
-        RawPeer::header(UBUS_MSG_DATA, 1, 0, 4) + RawPeer::header(UBUS_MSG_STATUS, 1, 0, 4));
+        {RawPeer::header(UBUS_MSG_DATA, 1, 0, 4) + RawPeer::header(UBUS_MSG_STATUS, 1, 0, 4)});
     const Context ctx{ubus_connect(FakeBroker::kPath), ubus_free};
     ASSERT_NE(ctx, nullptr);
     int found = 0;
@@ -654,6 +660,37 @@ TEST(Client, TakesNoAnswerThatLacksWhatItMustHave) {
     };
     EXPECT_EQ(ubus_lookup(ctx.get(), "test", count, &found), UBUS_STATUS_INVALID_ARGUMENT);
     EXPECT_EQ(found, 0);
+}
+
+// The answer to a request that adds or removes an object.
+std::string object_answer(uint16_t seq, uint32_t object, uint32_t status) {
+    Blob data, end;
+    blob_put_u32(data.buf(), UBUS_ATTR_OBJID, object);
+    blob_put_u32(end.buf(), UBUS_ATTR_STATUS, status);
+    return RawPeer::message(UBUS_MSG_DATA, seq, 0, data) +
+           RawPeer::message(UBUS_MSG_STATUS, seq, 0, end);
+}
+
+TEST(Client, KnowsNoObjectThatIsNotOnTheBusOrHasTheIdOfAnother) {
+    const FakeBroker broker(
+        RawPeer::header(UBUS_MSG_HELLO, 0, 7, 4),
+        {object_answer(1, 2000, UBUS_STATUS_OK), object_answer(2, 2000, UBUS_STATUS_OK),
+         object_answer(3, 2001, UBUS_STATUS_NO_MEMORY), object_answer(4, 0, UBUS_STATUS_OK),
+         object_answer(5, 2000, UBUS_STATUS_OK), object_answer(6, 2000, UBUS_STATUS_OK)});
+    const Context ctx{ubus_connect(FakeBroker::kPath), ubus_free};
+    ASSERT_NE(ctx, nullptr);
+    ubus_object object = {};
+    EXPECT_EQ(ubus_add_object(ctx.get(), &object), UBUS_STATUS_OK);
+    EXPECT_EQ(object.id, 2000U);
+    ubus_object other = {};
+    EXPECT_EQ(ubus_add_object(ctx.get(), &other), UBUS_STATUS_NO_DATA);
+    EXPECT_EQ(ubus_add_object(ctx.get(), &other), UBUS_STATUS_NO_MEMORY);
+    EXPECT_EQ(ubus_add_object(ctx.get(), &other), UBUS_STATUS_NO_DATA);
+    EXPECT_EQ(ubus_remove_object(ctx.get(), &other), UBUS_STATUS_NO_DATA);
+    EXPECT_EQ(other.id, 0U);
+    EXPECT_EQ(ctx->objects.count, 1U);
+    EXPECT_EQ(ubus_remove_object(ctx.get(), &object), UBUS_STATUS_OK);
+    EXPECT_EQ(ctx->objects.count, 0U);
 }
 
 TEST_F(Bus, EndsARequestThatWasSentBeforeTheConnectionWasLost) {
@@ -941,6 +978,22 @@ TEST_F(Bus, TellsNobodyOfWhatItDoesItself) {
     ubus_add_uloop(ctx_.get());
     uloop_run_timeout(kTimeLimit);
     EXPECT_THAT(listener.events, ElementsAre("end"));
+}
+
+TEST_F(Bus, LeavesTheRestForTheNextRunOnceTheLoopIsToEnd) {
+    Listener listener;
+    listener.handler.cb = keep_event;
+    ASSERT_EQ(ubus_register_event_handler(ctx_.get(), &listener.handler, "*"), UBUS_STATUS_OK);
+    const Context sender = connect_bus();
+    Blob message;
+    for (int i = 0; i < 2; i++) {
+        ASSERT_EQ(ubus_send_event(sender.get(), "end", message.head()), UBUS_STATUS_OK);
+    }
+    ubus_add_uloop(ctx_.get());
+    uloop_run_timeout(kTimeLimit);
+    EXPECT_THAT(listener.events, ElementsAre("end"));
+    uloop_run_timeout(kTimeLimit);
+    EXPECT_THAT(listener.events, ElementsAre("end", "end"));
 }
 
 TEST_F(Bus, TakesEventsAndPatternsOnlyAsTheyMustBe) {
