@@ -168,7 +168,7 @@ int set(uci_context* ctx, uci_ptr* ptr, Record record) {
         ptr->last = &ptr->o->e;
         return UCI_OK;
     }
-    if (!is_valid_type(ptr->value)) return UCI_ERR_INVAL;
+    if (!is_graphic(ptr->value)) return UCI_ERR_INVAL;
     if (const int error = set_section(ptr->p, ptr->s, ptr->section, ptr->value, record, &ptr->s))
         return error;
     ptr->last = &ptr->s->e;
