@@ -407,6 +407,14 @@ class RawPeer {
         return object;
     }
 
+    // A request about what the one object is told of the other.
+    void subscribe(uint32_t subscriber, uint32_t target, uint8_t type = UBUS_MSG_SUBSCRIBE) const {
+        Blob pair;
+        blob_put_u32(pair.buf(), UBUS_ATTR_OBJID, subscriber);
+        blob_put_u32(pair.buf(), UBUS_ATTR_TARGET, target);
+        send(type, 2, 0, &pair);
+    }
+
     uint32_t id = 0;
 
   private:
@@ -759,10 +767,7 @@ TEST_F(Bus, KeepsAServiceFromAMessageThatIsTooLong) {
 TEST_F(Bus, KeepsASubscriberFromANoticeThatIsTooLong) {
     RawPeer target, subscriber;
     const uint32_t target_id = target.add_object();
-    Blob pair;
-    blob_put_u32(pair.buf(), UBUS_ATTR_OBJID, subscriber.add_object());
-    blob_put_u32(pair.buf(), UBUS_ATTR_TARGET, target_id);
-    subscriber.send(UBUS_MSG_SUBSCRIBE, 2, 0, &pair);
+    subscriber.subscribe(subscriber.add_object(), target_id);
     ASSERT_EQ(subscriber.status(), UBUS_STATUS_OK);
     for (const size_t size : {size_t{1048548}, size_t{10}}) {
         Blob notice;
@@ -852,10 +857,7 @@ TEST_F(Bus, ServesFiftyClientsAtOnce) {
 TEST_F(Bus, SubscribesNoObjectToItself) {
     RawPeer peer;
     const uint32_t object = peer.add_object();
-    Blob pair;
-    blob_put_u32(pair.buf(), UBUS_ATTR_OBJID, object);
-    blob_put_u32(pair.buf(), UBUS_ATTR_TARGET, object);
-    peer.send(UBUS_MSG_SUBSCRIBE, 2, 0, &pair);
+    peer.subscribe(object, object);
     EXPECT_EQ(peer.status(), UBUS_STATUS_INVALID_ARGUMENT);
 }
 
@@ -864,10 +866,7 @@ TEST_F(Bus, TellsATargetWhenItsLastSubscriberIsGone) {
     const uint32_t target_id = target.add_object();
     {
         RawPeer subscriber;
-        Blob pair;
-        blob_put_u32(pair.buf(), UBUS_ATTR_OBJID, subscriber.add_object());
-        blob_put_u32(pair.buf(), UBUS_ATTR_TARGET, target_id);
-        subscriber.send(UBUS_MSG_SUBSCRIBE, 2, 0, &pair);
+        subscriber.subscribe(subscriber.add_object(), target_id);
         EXPECT_EQ(subscriber.status(), UBUS_STATUS_OK);
     }
     for (const uint32_t active : {1U, 0U}) {
@@ -916,13 +915,11 @@ TEST_F(Bus, TellsAnObjectWhetherItHasSubscribers) {
     ASSERT_EQ(ubus_add_object(ctx_.get(), &object), UBUS_STATUS_OK);
     ubus_add_uloop(ctx_.get());
     RawPeer peer;
-    Blob pair;
-    blob_put_u32(pair.buf(), UBUS_ATTR_OBJID, peer.add_object());
-    blob_put_u32(pair.buf(), UBUS_ATTR_TARGET, object.id);
-    peer.send(UBUS_MSG_SUBSCRIBE, 2, 0, &pair);
+    const uint32_t subscriber = peer.add_object();
+    peer.subscribe(subscriber, object.id);
     uloop_run_timeout(kTimeLimit);
     EXPECT_TRUE(object.has_subscribers);
-    peer.send(UBUS_MSG_UNSUBSCRIBE, 3, 0, &pair);
+    peer.subscribe(subscriber, object.id, UBUS_MSG_UNSUBSCRIBE);
     uloop_run_timeout(kTimeLimit);
     EXPECT_FALSE(object.has_subscribers);
     EXPECT_EQ(ubus_remove_object(ctx_.get(), &object), UBUS_STATUS_OK);
@@ -1092,10 +1089,8 @@ TEST_F(Bus, ForgetsAClientThatIsSubscribedToItself) {
     const Service service;
     {
         RawPeer peer;
-        Blob pair;
-        blob_put_u32(pair.buf(), UBUS_ATTR_OBJID, peer.add_object());
-        blob_put_u32(pair.buf(), UBUS_ATTR_TARGET, peer.add_object());
-        peer.send(UBUS_MSG_SUBSCRIBE, 2, 0, &pair);
+        const uint32_t target = peer.add_object();
+        peer.subscribe(peer.add_object(), target);
         EXPECT_EQ(peer.next().first, UBUS_MSG_NOTIFY);
         EXPECT_EQ(peer.status(), UBUS_STATUS_OK);
     }
@@ -1151,10 +1146,7 @@ TEST_F(Bus, TellsSubscribersAndTheirTargets) {
     RawPeer target, subscriber;
     const uint32_t target_id = target.add_object();
     const uint32_t subscriber_id = subscriber.add_object();
-    Blob pair;
-    blob_put_u32(pair.buf(), UBUS_ATTR_OBJID, subscriber_id);
-    blob_put_u32(pair.buf(), UBUS_ATTR_TARGET, target_id);
-    subscriber.send(UBUS_MSG_SUBSCRIBE, 2, 0, &pair);
+    subscriber.subscribe(subscriber_id, target_id);
     EXPECT_EQ(subscriber.status(), UBUS_STATUS_OK);
     auto message = target.next();
     EXPECT_EQ(message.first, UBUS_MSG_NOTIFY);
@@ -1169,12 +1161,12 @@ TEST_F(Bus, TellsSubscribersAndTheirTargets) {
     EXPECT_EQ(message.first, UBUS_MSG_INVOKE);
     EXPECT_THAT(message.second, HasSubstr("news"));
 
-    subscriber.send(UBUS_MSG_UNSUBSCRIBE, 4, 0, &pair);
+    subscriber.subscribe(subscriber_id, target_id, UBUS_MSG_UNSUBSCRIBE);
     message = target.next();
     EXPECT_EQ(RawPeer::attribute(message.second, UBUS_ATTR_ACTIVE), 0U);
     EXPECT_EQ(subscriber.status(), UBUS_STATUS_OK);
 
-    subscriber.send(UBUS_MSG_SUBSCRIBE, 5, 0, &pair);
+    subscriber.subscribe(subscriber_id, target_id);
     EXPECT_EQ(subscriber.status(), UBUS_STATUS_OK);
     Blob gone;
     blob_put_u32(gone.buf(), UBUS_ATTR_OBJID, target_id);
@@ -1285,10 +1277,7 @@ TEST_F(Bus, TellsOthersThanRootNothing) {
     const uint32_t target = id_of("test");
     EXPECT_EQ(as_nobody([target] {
                   RawPeer peer;
-                  Blob pair;
-                  blob_put_u32(pair.buf(), UBUS_ATTR_OBJID, peer.add_object());
-                  blob_put_u32(pair.buf(), UBUS_ATTR_TARGET, target);
-                  peer.send(UBUS_MSG_SUBSCRIBE, 2, 0, &pair);
+                  peer.subscribe(peer.add_object(), target);
                   return peer.status();
               }),
               UBUS_STATUS_NOT_FOUND);
