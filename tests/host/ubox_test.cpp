@@ -164,6 +164,9 @@ TEST(BlobmsgBuild, WritesAStringInPlace) {
     auto* text = static_cast<char*>(blobmsg_alloc_string_buffer(blob, "s", 100));
     ASSERT_NE(text, nullptr);
     strcpy(text, "abc");
+    constexpr unsigned int kMost = std::numeric_limits<unsigned int>::max();
+    for (const unsigned int size : {kMost, kMost - 99, 0x01000000U})
+        EXPECT_EQ(blobmsg_realloc_string_buffer(blob, size), nullptr);
     text = static_cast<char*>(blobmsg_realloc_string_buffer(blob, 5000));
     ASSERT_NE(text, nullptr);
     EXPECT_STREQ(text, "abc");
