@@ -670,6 +670,7 @@ TEST_F(UciChange, DeletesOptionsSectionsAndItems) {
     EXPECT_EQ(value_at(context_, "x.b.l"), "[1]");
     EXPECT_EQ(stage(uci_delete, "x.b.l=7"), "");
     EXPECT_EQ(stage(uci_delete, "x.b.l=-1"), "");
+    EXPECT_EQ(change(context_, uci_delete, "x.b.l=first"), UCI_ERR_INVAL);
     EXPECT_EQ(stage(uci_delete, "x.b.o=0"), "-x.b.o\n");
     EXPECT_EQ(stage(uci_delete, "x.@a[0]"), "-x.cfg01b606\n");
     EXPECT_EQ(stage(uci_delete, "x.b"), "-x.b\n");

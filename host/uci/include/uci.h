@@ -175,7 +175,8 @@ UCI_EXPORT int uci_reorder_section(struct uci_context* ctx, struct uci_section* 
 
 UCI_EXPORT int uci_rename(struct uci_context* ctx, struct uci_ptr* ptr);
 
-/* Deletes a section, an option or, with a value, the list item of that decimal index. */
+/* Deletes a section, an option or, with a value, the list item of that decimal index, if there is
+ * one. */
 UCI_EXPORT int uci_delete(struct uci_context* ctx, struct uci_ptr* ptr);
 
 /* Forgets the staged changes of a package, section or option and loads the package again. */
