@@ -4,10 +4,10 @@
 #include <tq/oem.h>
 
 #include <cstring>
-#include <optional>
 
 #include "foundation/file.h"
 #include "foundation/log.h"
+#include "foundation/number_reader.h"
 #include "foundation/text.h"
 #include "tq/command.h"
 
@@ -15,6 +15,7 @@ namespace {
 
 using tq::LineReader;
 using tq::log_where;
+using tq::NumberReader;
 using tq::Text;
 using tq::UniqueFd;
 
@@ -25,22 +26,15 @@ int open_for_reading(const char* path) {
     return open(path, O_RDONLY | O_CLOEXEC);
 }
 
-// The number of the partition that the line of /proc/mtd is about.
-std::optional<int> partition_number(const char* line) {
-    if (strncmp(line, "mtd", 3) != 0) return std::nullopt;
-    return tq::leading_int(line + 3);
-}
-
-bool find_partition(int table, const char* name, int index, int& found) {
+// Looks through the lines of /proc/mtd that begin with "mtd" and a partition's number.
+bool find_partition(int table, const char* name, int index, int& number) {
     // One that is cut is as long as a whole piece of a line, and so in none behind its number.
     Text<kQuotedNameSize> quoted;
     quoted.append("\"%s\"", name);
     LineReader lines(table, LineReader::kLongPiece);
     while (const char* line = lines.next()) {
-        const std::optional<int> number = partition_number(line);
-        if (!number || !strstr(line, quoted.c_str()) || index-- != 0) continue;
-        found = *number;
-        return true;
+        if (strncmp(line, "mtd", 3) != 0 || !NumberReader(line + 3).number(number)) continue;
+        if (strstr(line, quoted.c_str()) && index-- == 0) return true;
     }
     return false;
 }

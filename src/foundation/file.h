@@ -94,8 +94,9 @@ int write_file(const char* path, const char* text);
 // there is nothing to read.
 bool read_text(int fd, std::span<char> text);
 
-// The same for its first line, with its line feed.
-bool read_first_line(int fd, std::span<char> line);
+// The same for the first line of the file at this path, with its line feed. 1; 0 where there is
+// nothing to read; -1 where the file cannot be opened, with errno.
+int read_first_line(const char* path, std::span<char> line);
 
 // Hands out the lines of a descriptor as fgets into 1024 bytes does: with their line feed, a longer
 // line in pieces of 1023 bytes, or of another size. The descriptor is lent; no byte is copied.

@@ -38,6 +38,9 @@ class NumberReader {
         return std::ranges::all_of(wanted, [this](char c) { return literal(c); });
     }
 
+    // As "%s": what there is up to the next blank, of no length at the end of the text.
+    std::string_view word();
+
     void skip_blanks() {
         const char* first = next_;
         while (is_blank(*first))

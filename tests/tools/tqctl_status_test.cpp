@@ -38,6 +38,15 @@ TEST_F(TqctlStatusTest, OfflineSaysWhyItCannotRecord) {
     EXPECT_TRUE(succeeds(tqctl("status offline 1"), ""));
     EXPECT_TRUE(
         fails(run_command(kNobody + "tqctl status offline 2"), kNotPermitted, "Permission denied"));
+    unlink("/tmp/.offline.reason");
+    const FullDisk full("/tmp");
+    EXPECT_TRUE(fails(tqctl("status offline 2"), kInputOutput, "it could not be written"));
+}
+
+// A time zone that is not installed is no failure to record.
+TEST_F(TqctlStatusTest, OfflineIsRecordedWithoutATimeZone) {
+    EXPECT_TRUE(succeeds(run_command("TZ=No/Where tqctl status offline 2"), ""));
+    EXPECT_THAT(tqctl("status offline").out, testing::StartsWith("reason=Change AC\n"));
 }
 
 TEST_F(TqctlStatusTest, TrafficIsUpUntilItIsDown) {
@@ -109,6 +118,14 @@ TEST_F(TqctlStatusTest, RunHoldsTheLockAndEndsWithTheCommandsCode) {
     EXPECT_TRUE(succeeds(tqctl("upgrade status"), "lock=free\n"));
 }
 
+TEST_F(TqctlStatusTest, RunHoldsTheLockOverAnInterruptUntilTheCommandEnds) {
+    for (const char* number : {"INT", "QUIT"}) {
+        const std::string interrupt = std::string("kill -") + number;
+        EXPECT_EQ(tqctl("upgrade run -- sh -c '" + interrupt + " $PPID; exit 42'").status, 42);
+        EXPECT_GT(tqctl("upgrade run -- sh -c '" + interrupt + " $$; exit 42'").status, 128);
+    }
+}
+
 TEST_F(TqctlStatusTest, RunRunsNothingWhileTheLockIsHeld) {
     tqctl("upgrade lock");
     EXPECT_TRUE(fails(tqctl("upgrade run -- touch /tmp/ran"), kBusy, "holds the lock"));
@@ -121,6 +138,7 @@ TEST_F(TqctlStatusTest, RunSaysWhyTheCommandCannotRun) {
     const CommandResult missing = tqctl("upgrade run -- no-such-command");
     EXPECT_EQ(missing.status, 127);
     EXPECT_THAT(missing.err, HasSubstr("no-such-command: No such file or directory"));
+    EXPECT_EQ(tqctl("upgrade run -- no-such-command 2>/dev/full").status, 127);
     EXPECT_EQ(tqctl("upgrade run -- /tmp").status, 126);
 }
 
