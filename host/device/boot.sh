@@ -23,6 +23,7 @@ main() {
     mount --make-rprivate /
     lay_overlay
     mount_fresh
+    open_ways "$see$keep$bin"
     share "$see" ro
     share "$keep" rw
     if [ -n "$bin" ] && [ ! -d "$root$bin" ]; then share "$bin" ro; fi
@@ -70,6 +71,19 @@ mount_fresh() {
     mount -t tmpfs -o mode=0755 tmpfs "$root/var/log"
     mount -t tmpfs -o mode=0755 tmpfs "$root/dev"
     mkdir "$root/run/lock" "$state" "$state/old"
+}
+
+# open_ways PATHS: to what is shared, for the device's other users; a home is often its owner's only.
+open_ways() {
+    old_ifs=$IFS
+    IFS='
+'
+    for path in $1; do
+        while path=${path%/*} && [ -n "$path" ]; do
+            if [ -d "$root$path" ]; then chmod a+x "$root$path"; fi
+        done
+    done
+    IFS=$old_ifs
 }
 
 # share PATHS ro|rw: for reading without what is mounted below, which a remount would leave writable.
