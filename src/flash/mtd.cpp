@@ -4,7 +4,6 @@
 #include <tq/oem.h>
 
 #include <cstring>
-#include <optional>
 
 #include "foundation/file.h"
 #include "foundation/log.h"
@@ -25,10 +24,9 @@ int open_for_reading(const char* path) {
     return open(path, O_RDONLY | O_CLOEXEC);
 }
 
-// The number of the partition that the line of /proc/mtd is about.
-std::optional<int> partition_number(const char* line) {
-    if (strncmp(line, "mtd", 3) != 0) return std::nullopt;
-    return tq::leading_int(line + 3);
+// True for a line of /proc/mtd that is about a partition, whose number is behind "mtd".
+bool is_partition(const char* line) {
+    return strncmp(line, "mtd", 3) == 0 && tq::starts_with_int(line + 3);
 }
 
 bool find_partition(int table, const char* name, int index, int& found) {
@@ -37,9 +35,8 @@ bool find_partition(int table, const char* name, int index, int& found) {
     quoted.append("\"%s\"", name);
     LineReader lines(table, LineReader::kLongPiece);
     while (const char* line = lines.next()) {
-        const std::optional<int> number = partition_number(line);
-        if (!number || !strstr(line, quoted.c_str()) || index-- != 0) continue;
-        found = *number;
+        if (!is_partition(line) || !strstr(line, quoted.c_str()) || index-- != 0) continue;
+        found = tq::leading_int(line + 3);
         return true;
     }
     return false;

@@ -85,9 +85,8 @@ int get_key_vlaue(const char* command, const char* key, int* value) {
     LineReader lines(pipe.fd());
     const char* rest = find_key(lines, key);
     if (!rest) return TQ_FAIL("not find %s\n", key);
-    const std::optional<int> number = *rest == '=' ? tq::leading_int(rest + 1) : std::nullopt;
-    if (!number) return TQ_FAIL("sscanf fail\n");
-    *value = *number;
+    if (*rest != '=' || !tq::starts_with_int(rest + 1)) return TQ_FAIL("sscanf fail\n");
+    *value = tq::leading_int(rest + 1);
     return 0;
 }
 

@@ -1,9 +1,7 @@
 // number_reader.h - reads numbers out of text as sscanf does where a long has 32 bits.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
-#include <string_view>
 
 namespace tq {
 
@@ -34,10 +32,6 @@ class NumberReader {
         return true;
     }
 
-    bool literal(std::string_view wanted) {
-        return std::ranges::all_of(wanted, [this](char c) { return literal(c); });
-    }
-
     void skip_blanks() {
         const char* first = next_;
         while (is_blank(*first))
@@ -47,6 +41,7 @@ class NumberReader {
 
     [[nodiscard]] const char* rest() const { return next_; }
 
+    static bool is_digit(char c) { return c >= '0' && c <= '9'; }
     static bool is_blank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
   private:
@@ -57,6 +52,8 @@ class NumberReader {
         uint64_t magnitude;
     };
 
+    // Steps over blanks and a sign; true for a minus.
+    bool minus();
     bool read(Written& written);
     bool number(uint64_t& value, uint64_t most);
 

@@ -74,8 +74,7 @@ int tq_get_offline_reason(offline_reason_info* out) {
     const HeapText time(code ? tq_hal_get_file_line(file.get()) : nullptr);
     if (!time) return -1;
     out->time_length = store(out->time, time.get());
-    out->reason_length =
-        store(out->reason, reason_text(tq::leading_int(code.get()).value_or(kSystemReboot)));
+    out->reason_length = store(out->reason, reason_text(tq::leading_int(code.get())));
     return 0;
 }
 
