@@ -94,8 +94,9 @@ int write_file(const char* path, const char* text);
 // there is nothing to read.
 bool read_text(int fd, std::span<char> text);
 
-// The same for its first line, with its line feed.
-bool read_first_line(int fd, std::span<char> line);
+// The first line of a small text file, with its line feed. 1; 0, with an empty line, where there is
+// nothing to read; -1 where it cannot be opened, with errno.
+int read_first_line(const char* path, std::span<char> line);
 
 // Hands out the lines of a descriptor as fgets into 1024 bytes does: with their line feed, a longer
 // line in pieces of 1023 bytes, or of another size. The descriptor is lent; no byte is copied.
@@ -120,15 +121,13 @@ class LineReader {
   private:
     static constexpr size_t kReadSize = 8192;
 
-    void step_over_piece();
-    [[nodiscard]] size_t complete_piece() const;
     bool refill();
 
     int fd_;
     size_t piece_limit_;
     size_t begin_ = 0;
     size_t end_ = 0;
-    size_t piece_ = 0;
+    size_t piece_ = 0;  // what was handed out, and the byte in the place of its terminator
     char after_piece_ = '\0';
     bool failed_ = false;
     char buffer_[kPiece + kReadSize + 1];

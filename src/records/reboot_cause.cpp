@@ -10,7 +10,6 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
-#include <span>
 
 #include "foundation/file.h"
 #include "foundation/text.h"
@@ -139,18 +138,13 @@ int newest_slot(const reboot_cause_header& header) {
     return older_slot(header, ring_position(header));
 }
 
-bool read_first_line(const char* path, std::span<char> line) {
-    const UniqueFd file(open(path, O_RDONLY | O_CLOEXEC));
-    return file && tq::read_first_line(file.get(), line);
-}
-
 // The words of a command line end in zero bytes, so that its first line is the first word. What of
 // its last component fits, over zeros.
 void get_self_process_name(char (&name)[16]) {
     tq::Text<24> path;
     path.append("/proc/%d/cmdline", getpid());
     char line[24];
-    if (!read_first_line(path.c_str(), line)) return;
+    if (tq::read_first_line(path.c_str(), line) <= 0) return;
     const char* program = line;
     for (const char* c = line; *c; c++) {
         if (*c == '/') program = c + 1;
@@ -284,7 +278,7 @@ FILE* rb_open_reboot_cause_file(reboot_cause_header* header) {
 
 int get_system_uptime(void) {
     char line[128];
-    if (!read_first_line("/proc/uptime", line)) return 0;
+    if (tq::read_first_line("/proc/uptime", line) <= 0) return 0;
     return tq::leading_int(line);
 }
 

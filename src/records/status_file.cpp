@@ -87,10 +87,8 @@ int set_traffic_upload_status(const void* up) {
 }
 
 int get_traffic_upload_status() {
-    const UniqueFd file(open(kTrafficUpload, O_RDONLY | O_CLOEXEC));
-    if (!file) return 0;
     char line[32];
-    if (!tq::read_first_line(file.get(), line)) return 0;
+    if (tq::read_first_line(kTrafficUpload, line) <= 0) return 0;
     TQ_LOG_AT(611, LOG_DEBUG, "%s\n", line);
     return strstr(line, "down") ? 1 : 0;
 }

@@ -43,16 +43,9 @@ UniqueFd open_to_read(const char* path) {
     return UniqueFd(open(path, O_RDONLY | O_CLOEXEC));
 }
 
-// 1; 0 where the file has none, -1 where it cannot be opened.
-int read_first_line(const char* path, char (&line)[kLineSize]) {
-    const UniqueFd file = open_to_read(path);
-    if (!file) return -1;
-    return tq::read_first_line(file.get(), line);
-}
-
-// The same with a log line for what is not 1.
+// The first line of a file that is known to have one, which is logged where it has not.
 int read_known_line(const char* function, const char* path, char (&line)[kLineSize]) {
-    const int result = read_first_line(path, line);
+    const int result = tq::read_first_line(path, line);
     if (result == 1) return 0;
     return TQ_FAIL_IN(function, "%s fail\n", result < 0 ? "fopen" : "fgets");
 }
@@ -298,7 +291,7 @@ int tq_get_eth_stats(int port, if_stats* rec) {
     tq::Text<128> path;
     path.append("/proc/net/eth/eth%d/stats", port);
     char line[kLineSize];
-    if (read_first_line(path.c_str(), line) < 0) {
+    if (tq::read_first_line(path.c_str(), line) < 0) {
         TQ_LOG(LOG_WARNING, "fopen %s failed: %s\n", path.c_str(), strerror(errno));
         return -1;
     }
