@@ -25,6 +25,7 @@ using tq_test::LogCapture;
 using tq_test::LogLine;
 using tq_test::read_file;
 using tq_test::RefusedOptions;
+using tq_test::Rejected;
 using tq_test::run_command;
 using tq_test::write_file;
 
@@ -42,10 +43,6 @@ std::string stored(const std::string& file) {
 
 auto Error(const std::string& function, const std::string& text) {
     return Line(LOG_ERR, function, text);
-}
-
-auto Rejected(const std::string& function) {
-    return ElementsAre(Error(function, "invalid parameters\n"));
 }
 
 // ---- shortcuts ----
