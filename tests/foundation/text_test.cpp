@@ -334,6 +334,9 @@ TEST(LineReader, EndsWhereReadingFails) {
     EXPECT_STREQ(lines.next(), "one\n");
     EXPECT_STREQ(lines.next(), "two");
     EXPECT_TRUE(fail.fired());
+    pipe.send("three\n");
+    EXPECT_EQ(lines.next(), nullptr);
+    EXPECT_TRUE(lines.failed());
 }
 
 TEST(LineReader, GivesNothingOfADescriptorThatIsNone) {
