@@ -68,8 +68,13 @@ int tq_list_rmv_node(tq_list* list, tq_list_node* node) {
 
 int tq_list_deinit(tq_list* list) {
     if (!list) return -1;
-    while (list->head)
-        tq_list_rmv_node(list, list->head);
+    tq_list_node* node = list->head;
+    while (node) {
+        tq_list_node* next = node->next;
+        free(node);
+        node = next;
+    }
+    *list = {};
     return 0;
 }
 
