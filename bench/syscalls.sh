@@ -6,7 +6,6 @@ set -eu
 
 one_call=$1
 trace=/tmp/one_call.trace
-if command -v device_services >/dev/null; then device_services; fi
 
 # count CALL TIMES: prints "NAME N" lines of the calls made by the process itself.
 count() {

@@ -17,8 +17,10 @@
  * or committed is not lost: it is part of the next attempt.
  *
  * A session outlives a save and finds its section again by its name. It ends when its file is freed
- * or its section is deleted: it is then a session without a section. What it lends (option values,
- * item lists, and the section in its ptr) is good until the next change, save or free of the file.
+ * or its section is deleted, or with the save where the caller has pointed it to another section
+ * than was selected: it is then a session without a section. What it lends (option values, item
+ * lists, and the section in its ptr) is good until the next change, save or free of the file; the
+ * change itself may be given it.
  *
  * The files and sessions belong to one thread of the process; nothing here is locked. What the load
  * functions reject is said with each. The others log at LOG_ERR, in their own name, and return -1
@@ -99,7 +101,7 @@ typedef struct uci_config_ptr {
 
 /* A session, the caller's own; no need to initialise it, every load does. What it points to is the
  * library's. ptr holds the package and its name, and the selected section and its name; a caller
- * may point ptr.s to another section of ptr.p. */
+ * may point ptr.s to another section of ptr.p, until the next save. */
 typedef struct uci_config_ctx {
     struct uci_context *ctx; /* of the file */
     struct uci_package *pkg; /* of the file */

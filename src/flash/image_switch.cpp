@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "foundation/guard.h"
 #include "foundation/log.h"
 #include "tq/redboot.h"
 
@@ -61,11 +62,10 @@ int add_text(const char* key, const char* title, const char* text) {
     return redboot_add_config(&option);
 }
 
-// Turns an alias from one image's part to the other's; false where that is missing. One that is
-// added counts as a change even where there was no room for it.
-// Prints "Primary image doesn't exist" and its like where that is so.
-bool turn(const char* alias, const char* primary, const char* backup, const char* part,
-          bool& changed) {
+// Turns an alias from one image to the other; false, with the text printed, where that is missing.
+// One that is added counts as a change even where there was no room for it.
+bool turn(const char* alias, const char* primary, const char* backup, const char* no_primary,
+          const char* no_backup, bool& changed) {
     const char* current = "";
     if (redboot_get_config(alias, &current, REDBOOT_CONFIG_STRING) != 1) {
         add_text(alias, alias, redboot_image_exists(false) ? backup : primary);
@@ -74,7 +74,7 @@ bool turn(const char* alias, const char* primary, const char* backup, const char
     }
     const bool to_primary = !equals(current, primary);
     if (!redboot_image_exists(to_primary)) {
-        printf("%s %s doesn't exist", to_primary ? "Primary" : "Backup", part);
+        printf("%s", to_primary ? no_primary : no_backup);
         return false;
     }
     const char* value = to_primary ? primary : backup;
@@ -101,8 +101,10 @@ int sys_image_switch(void) {
     if (!script) return 1;
     changed |= set_standard_script(script);
     const bool turned =
-        turn(redboot_kernel_alias, redboot_pri_kernel, redboot_bak_kernel, "kernel", changed) &&
-        turn(redboot_rootdev_alias, redboot_pri_rootdev, redboot_bak_rootdev, "image", changed);
+        turn(redboot_kernel_alias, redboot_pri_kernel, redboot_bak_kernel,
+             "Primary kernel doesn't exist", "Backup kernel doesn't exist", changed) &&
+        turn(redboot_rootdev_alias, redboot_pri_rootdev, redboot_bak_rootdev,
+             "Primary image doesn't exist", "Backup image doesn't exist", changed);
     if (!turned) return 1;
     return changed ? save() : 0;
 }
@@ -125,7 +127,7 @@ int sys_sn_set(const char* serial) {
 }
 
 int sys_sn_get(char* out, uint32_t length) {
-    if (!out || static_cast<int32_t>(length) <= 0) return tq::reject(__func__);
+    if (!out || !tq::is_size(length)) return tq::reject(__func__);
     *out = '\0';
     if (redboot_load_config() != 1) return -1;
     const char* serial = stored_text(redboot_sn_data_key, REDBOOT_CONFIG_STRING);

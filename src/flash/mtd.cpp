@@ -7,6 +7,7 @@
 
 #include "foundation/file.h"
 #include "foundation/log.h"
+#include "foundation/number_reader.h"
 #include "foundation/text.h"
 #include "tq/command.h"
 
@@ -14,6 +15,7 @@ namespace {
 
 using tq::LineReader;
 using tq::log_where;
+using tq::NumberReader;
 using tq::Text;
 using tq::UniqueFd;
 
@@ -24,20 +26,15 @@ int open_for_reading(const char* path) {
     return open(path, O_RDONLY | O_CLOEXEC);
 }
 
-// True for a line of /proc/mtd that is about a partition, whose number is behind "mtd".
-bool is_partition(const char* line) {
-    return strncmp(line, "mtd", 3) == 0 && tq::starts_with_int(line + 3);
-}
-
-bool find_partition(int table, const char* name, int index, int& found) {
+// Looks through the lines of /proc/mtd that begin with "mtd" and a partition's number.
+bool find_partition(int table, const char* name, int index, int& number) {
     // One that is cut is as long as a whole piece of a line, and so in none behind its number.
     Text<kQuotedNameSize> quoted;
     quoted.append("\"%s\"", name);
     LineReader lines(table, LineReader::kLongPiece);
     while (const char* line = lines.next()) {
-        if (!is_partition(line) || !strstr(line, quoted.c_str()) || index-- != 0) continue;
-        found = tq::leading_int(line + 3);
-        return true;
+        if (strncmp(line, "mtd", 3) != 0 || !NumberReader(line + 3).number(number)) continue;
+        if (strstr(line, quoted.c_str()) && index-- == 0) return true;
     }
     return false;
 }

@@ -297,36 +297,6 @@ unsigned char* config;
     TQ_CRC_16(byte), TQ_CRC_16((byte) + 16), TQ_CRC_16((byte) + 32), TQ_CRC_16((byte) + 48)
 constexpr uint32_t crc32_table[256] = {TQ_CRC_64(0), TQ_CRC_64(64), TQ_CRC_64(128), TQ_CRC_64(192)};
 
-namespace {
-
-// The proof of the table: the polynomial as it is written, x^32 first, divides the byte with its
-// bits in the other order.
-consteval uint32_t reflected(uint32_t value, int bits) {
-    uint32_t result = 0;
-    for (int bit = 0; bit < bits; bit++) {
-        if (value >> bit & 1) result |= uint32_t{1} << (bits - 1 - bit);
-    }
-    return result;
-}
-
-consteval uint32_t remainder_of(uint32_t byte) {
-    uint32_t rest = reflected(byte, 8) << 24;
-    for (int bit = 0; bit < 8; bit++) {
-        rest = (rest & 0x80000000) ? rest << 1 ^ 0x04C11DB7 : rest << 1;
-    }
-    return reflected(rest, 32);
-}
-
-consteval bool is_table_of_polynomial() {
-    for (uint32_t byte = 0; byte < 256; byte++) {
-        if (crc32_table[byte] != remainder_of(byte)) return false;
-    }
-    return true;
-}
-static_assert(is_table_of_polynomial());
-
-}  // namespace
-
 redboot_config_option CYG_HAL_TABLE_TYPE;
 
 const char redboot_script_en_key[] = "boot_script";

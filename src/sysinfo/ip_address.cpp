@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
-#include <span>
 
 #include "foundation/number_reader.h"
 #include "foundation/text.h"
@@ -117,8 +116,11 @@ int initialize(ip_address* address, int version) {
     return 0;
 }
 
-bool all_zero(std::span<const uint8_t> bytes) {
-    return std::ranges::all_of(bytes, [](uint8_t byte) { return byte == 0; });
+bool all_zero(const uint8_t* bytes, size_t size) {
+    uint32_t bits = 0;
+    for (size_t i = 0; i < size; i++)
+        bits |= bytes[i];
+    return bits == 0;
 }
 
 }  // namespace
@@ -164,9 +166,8 @@ int ip_get_v4_byte_mask(const ip_address* address, uint8_t out[4]) {
 }
 
 int ip_get_v4_byte_broadcast(const ip_address* address, uint8_t out[4]) {
-    if (!out || !has_v4_mask(address)) return -1;
     V4Bytes mask;
-    put_mask(mask.data(), mask.size(), address->form.v4.prefix_length);
+    if (!out || ip_get_v4_byte_mask(address, mask.data()) != 0) return -1;
     for (size_t i = 0; i < mask.size(); i++)
         out[i] = static_cast<uint8_t>(address->form.v4.address[i] | ~mask[i]);
     return 0;
@@ -358,11 +359,11 @@ int ip_address_to_v6_str_addr_mask(const ip_address* address, char* buf, uint32_
 }
 
 int ipv4_is_empty(const ip_address* address) {
-    return !is_v4(address) || all_zero(address->form.v4.address) ? 1 : 0;
+    return !is_v4(address) || all_zero(address->form.v4.address, 4) ? 1 : 0;
 }
 
 int ipv6_is_empty(const ip_address* address) {
-    return !is_v6(address) || all_zero(address->form.v6.address) ? 1 : 0;
+    return !is_v6(address) || all_zero(address->form.v6.address, 16) ? 1 : 0;
 }
 
 int ip_is_empty(const ip_address* address) {
@@ -370,7 +371,6 @@ int ip_is_empty(const ip_address* address) {
 }
 
 int ip_to_str_addr(const ip_address* address, char* buf, uint32_t size) {
-    if (is_v4(address)) return ip_get_v4_str_addr(address, buf, size);
-    if (is_v6(address)) return ip_address_to_v6_str_addr(address, buf, size);
-    return -1;
+    return is_v6(address) ? ip_address_to_v6_str_addr(address, buf, size)
+                          : ip_get_v4_str_addr(address, buf, size);
 }

@@ -19,7 +19,7 @@ namespace {
 
 using tq::UniqueFd;
 
-constexpr uint32_t kMacSize = 6;
+constexpr int kMacSize = 6;
 constexpr uint32_t kLastOctet = kMacSize - 1;
 
 constexpr uint32_t kLanOffset = 1;
@@ -37,7 +37,7 @@ struct DriverRequest {
 static_assert(sizeof(void*) != 4 || sizeof(DriverRequest) == 12);
 
 bool is_room(const uint8_t* mac, uint32_t len) {
-    return mac && static_cast<int32_t>(len) >= static_cast<int32_t>(kMacSize);
+    return mac && static_cast<int>(len) >= kMacSize;
 }
 
 int add_to_base(uint8_t* mac, uint32_t len, uint32_t add) {

@@ -8,7 +8,6 @@
 #include <tq/bwctl.h>
 #include <tq/command.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
@@ -47,28 +46,24 @@ UniqueFd open_to_read(const char* path) {
 int read_known_line(const char* function, const char* path, char (&line)[kLineSize]) {
     const int result = tq::read_first_line(path, line);
     if (result == 1) return 0;
-    return TQ_FAIL_IN(function, "%s fail\n", result < 0 ? "fopen" : "fgets");
+    return TQ_FAIL_IN(function, result < 0 ? "fopen fail\n" : "fgets fail\n");
+}
+
+// True where the text starts with so many numbers.
+template <typename Number>
+bool read_numbers(const char* text, Number* numbers, size_t count) {
+    NumberReader reader(text);
+    while (count > 0 && reader.number(*numbers)) {
+        numbers++;
+        count--;
+    }
+    return count == 0;
 }
 
 // True where "cpu" has so many numbers behind it.
 bool read_ticks(const char* text, uint32_t* ticks, size_t count) {
-    NumberReader reader(text + strlen("cpu"));
-    if (strncmp(text, "cpu", strlen("cpu")) != 0) return false;
-    while (count > 0 && reader.number(*ticks)) {
-        ticks++;
-        count--;
-    }
-    return count == 0;
-}
-
-// True where the text starts with so many numbers.
-bool read_counters(const char* text, uint64_t* counters, size_t count) {
-    NumberReader reader(text);
-    while (count > 0 && reader.number(*counters)) {
-        counters++;
-        count--;
-    }
-    return count == 0;
+    constexpr size_t kNameSize = 3;
+    return strncmp(text, "cpu", kNameSize) == 0 && read_numbers(text + kNameSize, ticks, count);
 }
 
 struct MemoryName {
@@ -140,8 +135,7 @@ int tq_get_cpu_ticks(uint32_t* total, uint32_t* busy) {
     const UniqueFd file = open_to_read(kStat);
     if (!file) return TQ_FAIL("Cannot open %s\n", kStat);
     char text[kLineSize];
-    const ssize_t got = tq::read_some(file.get(), text, sizeof(text) - 1);
-    text[std::max<ssize_t>(got, 0)] = '\0';
+    tq::read_text(file.get(), text);
     enum { kUser, kNice, kSystem, kIdle, kIoWait, kIrq, kSoftIrq, kCount };
     uint32_t ticks[kCount];
     if (!read_ticks(text, ticks, kCount)) {
@@ -266,8 +260,7 @@ int tq_hal_get_processor_type(char* buf, int len) {
     const char* colon = strchr(line, ':');
     if (!colon) return TQ_FAIL("buf = %s\n", line);
     tq::copy_text(buf, static_cast<size_t>(len), colon[1] ? colon + 2 : "");
-    const size_t length = strlen(buf);
-    if (length > 0 && buf[length - 1] == '\n') buf[length - 1] = '\0';
+    if (char* feed = strchr(buf, '\n')) *feed = '\0';
     return 0;
 }
 
@@ -296,7 +289,7 @@ int tq_get_eth_stats(int port, if_stats* rec) {
         return -1;
     }
     uint64_t numbers[6];
-    const bool known = read_counters(line, numbers, std::size(numbers));
+    const bool known = read_numbers(line, numbers, std::size(numbers));
     if (known) {
         rec->in_octets = numbers[0];
         rec->out_octets = numbers[3];
@@ -321,7 +314,7 @@ int tq_get_if_statistics(int port, if_stats* rec) {
         return TQ_FAIL("read_line fail\n");
     // Behind the interface's name, eight columns of what was received and eight of what was sent.
     uint64_t columns[16];
-    if (!read_counters(line + strlen(key.c_str()), columns, std::size(columns)))
+    if (!read_numbers(line + strlen(key.c_str()), columns, std::size(columns)))
         return TQ_FAIL("sscanf fail\n");
     // Of both the first four are the record's, in its order.
     memcpy(rec, &columns[0], 4 * sizeof(*columns));

@@ -1,6 +1,5 @@
 #include "uci/uci_apply.h"
 
-#include <cstdlib>
 #include <cstring>
 
 #include "foundation/file.h"

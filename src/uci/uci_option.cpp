@@ -68,7 +68,7 @@ class ModuleName : public Text<kModuleNameSize> {
 int get_module_option(int module, const char* option, int* value, const char* caller) {
     if (!value) return tq::reject(caller);
     const ModuleName name(module);
-    char text[kNumberSize] = "";
+    char text[kNumberSize];
     if (uci_get_str_option_by_name(kFaultFile, name.c_str(), option, text, sizeof(text)) != 0) {
         return -1;
     }

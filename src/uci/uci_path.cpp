@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "foundation/guard.h"
 #include "foundation/log.h"
 #include "foundation/text.h"
 #include "uci/uci_apply.h"
@@ -143,23 +144,20 @@ int make_change(Place place, Change change, const char* caller) {
     return complete ? apply(caller, change, place) : reject_change(caller, change, place);
 }
 
-// Goes by the text's function, and then commits once more.
+// Goes by the text's setter, in its name, and then commits once more. Behind a failure of that:
+//   "uci_set_str_option_by_id(filename, config_type, id, option, buf) fail\n"
+//   "uci_set_str_option_by_name(filename, config_name, option, buf) fail\n"
 int set_number(Place place, unsigned value, const char* caller) {
     const bool complete = has_section(place) && place.option;
     Text<kNumberSize> text;
     text.append(complete ? "%u" : "%d", value);
     place.value = text.c_str();
     if (!complete) return reject_change(caller, Change::kSet, place);
-    const int result =
-        place.by == By::kName
-            ? uci_set_str_option_by_name(place.file, place.section, place.option, place.value)
-            : uci_set_str_option_by_id(place.file, place.section, place.index, place.option,
-                                       place.value);
-    if (result == 0) return finish(caller, place.file);
-    return TQ_FAIL_IN(caller, "%s fail\n",
-                      place.by == By::kName
-                          ? "uci_set_str_option_by_name(filename, config_name, option, buf)"
-                          : "uci_set_str_option_by_id(filename, config_type, id, option, buf)");
+    const bool named = place.by == By::kName;
+    const char* setter = named ? "uci_set_str_option_by_name" : "uci_set_str_option_by_id";
+    if (apply(setter, Change::kSet, place) == 0) return finish(caller, place.file);
+    return TQ_FAIL_IN(caller, "%s(filename, %s, option, buf) fail\n", setter,
+                      named ? "config_name" : "config_type, id");
 }
 
 // ---- reading ----
@@ -253,7 +251,7 @@ int save(const char* caller, uci_context* context, const char* path, const Targe
 
 int uci_cmd_format(char* buf, size_t size, const char* file, const char* type, const char* name,
                    int index, const char* option, const char* value) {
-    if (!buf || static_cast<ptrdiff_t>(size) <= 0 || !file || (!name && !type)) {
+    if (!buf || !tq::is_size(size) || !file || (!name && !type)) {
         return tq::reject(__func__);
     }
     TextWriter path({buf, size});
@@ -355,8 +353,7 @@ int add_uci_section(const char* filename, const char* config_type) {
         return TQ_FAIL("uci_load %s fail\n", filename);
     }
     const int index = tq::stage_section(__func__, context.get(), package, config_type);
-    if (index < 0) return -1;
-    if (uci_commit(context.get(), &package, true) != UCI_OK) {
+    if (index >= 0 && uci_commit(context.get(), &package, true) != UCI_OK) {
         return TQ_FAIL("uci_commit %s fail\n", filename);
     }
     return index;
@@ -397,9 +394,9 @@ int del_uci_element(struct uci_context* ctx, const char* path, int strict) {
         return TQ_FAIL("invalid: %s\n", path);
     }
     const int result = uci_delete(ctx, &target.ptr);
-    if (result == UCI_ERR_NOTFOUND && strict) return result;
-    if (result == UCI_OK || result == UCI_ERR_NOTFOUND) return save(__func__, ctx, path, target);
-    TQ_LOG(LOG_ERR, "uci del %s fail\n", path);
+    const bool missing = result == UCI_ERR_NOTFOUND;
+    if (result == UCI_OK || (missing && !strict)) return save(__func__, ctx, path, target);
+    if (!missing) TQ_LOG(LOG_ERR, "uci del %s fail\n", path);
     return result;
 }
 

@@ -4,10 +4,10 @@
 #include <uci.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "foundation/file.h"
 #include "foundation/log.h"
@@ -16,6 +16,7 @@
 
 namespace {
 
+using tq::HeapText;
 using tq::Text;
 using tq::UniqueFd;
 
@@ -117,7 +118,7 @@ const char* keep_name(const char* text) {
 }
 
 // ptr.last is where the selection was made: a caller that points the session to another section
-// moves ptr.s alone.
+// moves ptr.s alone, and ptr.section is not that one's name.
 void select_section(uci_config_ctx* session, uci_section* section) {
     session->ptr.s = section;
     session->ptr.last = &section->e;
@@ -148,11 +149,25 @@ bool matches(uci_context* context, uci_section* section, const char* const* matc
     return true;
 }
 
+// The first section of the type that matches; a null match takes them all.
+bool select_first(uci_config_ctx* session, const char* type, const char* const* match) {
+    uci_element* element = nullptr;
+    uci_foreach_element(&session->pkg->sections, element) {
+        uci_section* section = uci_to_section(element);
+        if (strcmp(section->type, type) != 0) continue;
+        if (match && !matches(session->ctx, section, match)) continue;
+        select_section(session, section);
+        return true;
+    }
+    return false;
+}
+
 // ---- sessions ----
 
 const uci_entry* row_of(const uci_config_ctx& session) {
     for (const uci_entry& row : registry) {
-        if (row.pkg && row.ctx == session.ctx && session.ptr.package == row.file) return &row;
+        if (session.ptr.package != row.file) continue;
+        return row.pkg && row.ctx == session.ctx ? &row : nullptr;
     }
     return nullptr;
 }
@@ -165,23 +180,19 @@ bool is_section_of(uci_package* package, const uci_section* section) {
     return false;
 }
 
-// Whether the section is still where it was selected. A new package can be at the old one's
-// address, with another section at the old section's: it is the name that tells.
-bool is_current(const uci_entry& row, const uci_ptr& ptr) {
-    if (!is_section_of(row.pkg, ptr.s)) return false;
-    return ptr.last != &ptr.s->e || !ptr.section || strcmp(ptr.section, ptr.s->e.name) == 0;
-}
-
-// Whether the session has a section; the one that it had before a save is found again.
+// Whether the session has a section; the one that was selected before a save is found again. A new
+// package can be at the old one's address, with another section at the old section's: it is the
+// name that tells. What a caller has pointed the session to has no name of its own.
 bool has_section(uci_config_ctx* session) {
     const uci_entry* row = row_of(*session);
-    if (!row || !session->ptr.s) return false;
-    const bool current = is_current(*row, session->ptr);
+    uci_ptr& ptr = session->ptr;
+    if (!row || !ptr.s) return false;
+    const char* name = ptr.last == &ptr.s->e ? ptr.section : nullptr;
     use_package(session, *row);
-    if (current) return true;
-    const char* name = session->ptr.section;
-    uci_element* found = name ? uci_find_element(row->ctx, &row->pkg->sections, name) : nullptr;
-    session->ptr.s = nullptr;
+    if (is_section_of(row->pkg, ptr.s) && (!name || strcmp(name, ptr.s->e.name) == 0)) return true;
+    ptr.s = nullptr;
+    if (!name) return false;
+    uci_element* found = uci_find_element(row->ctx, &row->pkg->sections, name);
     if (found) select_section(session, uci_to_section(found));
     return found != nullptr;
 }
@@ -286,7 +297,7 @@ int commit(const char* caller, uci_entry& row) {
 
 void run_commit2(const char* caller, const uci_entry& row) {
     Text<kCommandSize> command;
-    command.append("%s %s", "uci commit2", row.file);
+    command.append("uci commit2 %s", row.file);
     TQ_LOG_IN(caller, LOG_INFO, "execute '%s'\n", command.c_str());
     (void)!system(command.c_str());
 }
@@ -297,29 +308,6 @@ int free_row(const char* caller, uci_entry& row) {
     }
     if (row.ctx) clear(row);
     return 0;
-}
-
-// Selects the first section of a type that matches; a null match takes them all.
-constexpr int kNoneFits = 1;
-
-int load_first(int id, uci_config_ctx* session, const char* type, const char* const* match,
-               const char* caller) {
-    if (!type || !*type) return TQ_FAIL_IN(caller, "no section type\n");
-    if (load_uci_config(id, session) != 0) return -1;
-    if (!session) {
-        return TQ_FAIL_IN("find_uci_section",
-                          "incomplete param, section_type: %s, uctx->ptr.p: %p\n", type,
-                          static_cast<void*>(nullptr));
-    }
-    uci_element* element = nullptr;
-    uci_foreach_element(&session->pkg->sections, element) {
-        uci_section* section = uci_to_section(element);
-        if (strcmp(section->type, type) != 0) continue;
-        if (match && !matches(session->ctx, section, match)) continue;
-        select_section(session, section);
-        return 0;
-    }
-    return kNoneFits;
 }
 
 }  // namespace
@@ -363,9 +351,10 @@ int load_named_section(int id, uci_config_ctx* session, const char* name) {
 }
 
 int load_unnamed_section(int id, uci_config_ctx* session, const char* type) {
-    if (!session && type && *type) return tq::reject(__func__);
-    const int result = load_first(id, session, type, nullptr, __func__);
-    if (!session || result != kNoneFits) return result;
+    if (!type || !*type) return TQ_FAIL("no section type\n");
+    if (!session) return tq::reject(__func__);
+    if (load_uci_config(id, session) != 0) return -1;
+    if (select_first(session, type, nullptr)) return 0;
     uci_list* sections = &session->pkg->sections;
     if (!uci_list_empty(sections)) {
         session->ptr.s = uci_to_section(list_to_element(sections->prev));
@@ -375,7 +364,14 @@ int load_unnamed_section(int id, uci_config_ctx* session, const char* type) {
 }
 
 int load_specific_section(int id, uci_config_ctx* session, const char* type, const char** match) {
-    return load_first(id, session, type, match, __func__) == 0 ? 0 : -1;
+    if (!type || !*type) return TQ_FAIL("no section type\n");
+    if (load_uci_config(id, session) != 0) return -1;
+    if (!session) {
+        return TQ_FAIL_IN("find_uci_section",
+                          "incomplete param, section_type: %s, uctx->ptr.p: %p\n", type,
+                          static_cast<void*>(nullptr));
+    }
+    return select_first(session, type, match) ? 0 : -1;
 }
 
 const char* get_uci_config(uci_config_ctx* session, const char* option) {
@@ -408,7 +404,9 @@ int set_uci_config(uci_config_ctx* session, const char* option, const char* valu
     if (!write_and_stage(session, target, change)) {
         return TQ_FAIL("%s uci value '%s' for option '%s' failed\n", attempt, value, option);
     }
-    TQ_LOG(LOG_DEBUG, "%s uci value '%s' for option '%s' success\n", success, value, option);
+    // The option's own texts: the caller's may have been those that were replaced.
+    TQ_LOG(LOG_DEBUG, "%s uci value '%s' for option '%s' success\n", success,
+           is_list(target) ? value : target.o->v.string, target.o->e.name);
     return 0;
 }
 
@@ -419,10 +417,12 @@ int del_uci_config(uci_config_ctx* session, const char* option) {
         TQ_LOG(LOG_DEBUG, "no such option '%s'\n", option);
         return 1;
     }
-    const int error = uci_delete(session->ctx, &target);
+    // The caller's may be the option's own name, which goes with it.
+    const HeapText name(strdup(option));
+    const int error = name ? uci_delete(session->ctx, &target) : UCI_ERR_MEM;
     if (error != UCI_OK) TQ_LOG(LOG_ERR, "uci del '%s' fail\n", option);
     // Also behind a failure: the attempt is what is traced.
-    TQ_LOG(LOG_DEBUG, "uci del '%s' success\n", option);
+    TQ_LOG(LOG_DEBUG, "uci del '%s' success\n", name ? name.get() : option);
     return error;
 }
 
@@ -447,7 +447,10 @@ int del_uci_list(uci_config_ctx* session, const char* option, const char* value)
     uci_ptr target;
     if (!address_value(session, option, value, target, __func__)) return -1;
     if (!is_listed(target)) return 1;
-    const int error = uci_del_list(session->ctx, &target);
+    // The caller's may be an item's own text, which goes with it before libuci is through the list.
+    const HeapText copy(strdup(value));
+    target.value = copy.get();
+    const int error = copy ? uci_del_list(session->ctx, &target) : UCI_ERR_MEM;
     if (error != UCI_OK) TQ_LOG(LOG_ERR, "uci del '%s' fail\n", option);
     return error;
 }
@@ -472,13 +475,11 @@ int free_uci_config(int id) {
         return row ? free_row(__func__, *row) : TQ_FAIL("unspport uci entry %d\n", id);
     }
     int result = 0;
-    for (uci_entry& row : registry) {
-        if (free_row(__func__, row) != 0) result = -1;
-    }
+    for (uci_entry& row : registry)
+        result |= free_row(__func__, row);
     return result;
 }
 
 int add_section(struct uci_context* ctx, struct uci_package* pkg, const char* type) {
-    if (!ctx || !pkg || !type) return tq::reject(__func__);
     return tq::stage_section(__func__, ctx, pkg, type);
 }

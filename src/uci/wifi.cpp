@@ -93,6 +93,10 @@ static_assert(std::size(kCountries) == 26);
 
 constexpr int kChina = 156;
 
+// Of a RADIUS server and the access point's own side, in the order in which they are deleted.
+constexpr char kRadiusOptions[][14] = {"auth_server", "auth_secret",   "auth_port",
+                                       "eapifname",   "preauthifname", "ownip"};
+
 // The first row that fits, or null.
 template <typename Row, size_t N, typename Fits>
 constexpr const Row* find_row(const Row (&rows)[N], Fits fits) {
@@ -127,6 +131,12 @@ bool read_number(uci_config_ctx* session, const char* option, int& value) {
     if (!text) return false;
     value = tq::leading_int(text);
     return true;
+}
+
+int write_address(uci_config_ctx* session, const char* option, const in_addr_t* address) {
+    char text[INET_ADDRSTRLEN];
+    inet_ntop(AF_INET, address, text, sizeof(text));
+    return set_uci_config(session, option, text);
 }
 
 // A setter and a getter of one number; a rejected argument is logged in their caller's name.
@@ -321,15 +331,11 @@ int wifi_set_auth_radius_server(uci_config_ctx* session, const struct wifi_radiu
     const char* network = get_uci_config(session, "network");
     if (network) bridge.append("br-%s", network);
     if (!network || bridge.cut()) return TQ_FAIL("get vap network failed!\n");
-    const in_addr_t server_address = htonl(server->addr);
-    char address[INET_ADDRSTRLEN];
-    inet_ntop(AF_INET, &server_address, address, sizeof(address));
-    char own_address[INET_ADDRSTRLEN];
-    inet_ntop(AF_INET, &wan, own_address, sizeof(own_address));
-    int result = set_uci_config(session, "auth_server", address);
+    const in_addr_t address = htonl(server->addr);
+    int result = write_address(session, "auth_server", &address);
     result &= set_uci_config(session, "auth_secret", server->secret);
     result &= write_number(session, "auth_port", server->port);
-    result &= set_uci_config(session, "ownip", own_address);
+    result &= write_address(session, "ownip", &wan);
     result &= set_uci_config(session, "eapifname", bridge.c_str());
     result &= set_uci_config(session, "preauthifname", bridge.c_str());
     return result;
@@ -357,12 +363,9 @@ int wifi_get_auth_radius_server(uci_config_ctx* session, struct wifi_radius_serv
 
 int wifi_del_auth_radius_server(uci_config_ctx* session) {
     if (!session) return tq::reject(__func__);
-    int result = del_uci_config(session, "auth_server");
-    result &= del_uci_config(session, "auth_secret");
-    result &= del_uci_config(session, "auth_port");
-    result &= del_uci_config(session, "eapifname");
-    result &= del_uci_config(session, "preauthifname");
-    result &= del_uci_config(session, "ownip");
+    int result = -1;
+    for (const char* option : kRadiusOptions)
+        result &= del_uci_config(session, option);
     return result;
 }
 

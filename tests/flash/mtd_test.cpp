@@ -6,7 +6,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,6 +13,7 @@
 #include <filesystem>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "support/boot_block.h"
 #include "support/buffer.h"
@@ -236,8 +236,7 @@ TEST_F(Mtd, OpensForReadingAndClosedByExec) {
 
 TEST_F(Mtd, ReadsTheTableOnceAndLeavesNothingOpen) {
     const MtdTable table(kTable);
-    const int before = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    close(before);
+    const std::vector<int> before = open_descriptors();
     faults::reset();
     const int fd = mtd_open("boot2", 0);
     EXPECT_EQ(faults::count("open"), 3U);
@@ -245,9 +244,7 @@ TEST_F(Mtd, ReadsTheTableOnceAndLeavesNothingOpen) {
     EXPECT_EQ(faults::count("close"), 1U);
     close(fd);
     EXPECT_EQ(mtd_open("absent", 0), -1);
-    const int after = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    EXPECT_EQ(after, before);
-    close(after);
+    EXPECT_EQ(open_descriptors(), before);
 }
 
 TEST_F(Mtd, RejectsAMissingNameAndANegativeIndex) {
@@ -358,20 +355,10 @@ TEST_P(StableMark, CannotBeReadWithoutAShell) {
     expect_unreadable("popen fail, cmd = fw_printenv\n\n");
 }
 
-uint32_t inverted_checksum(const std::string& bytes) {
-    uint32_t rest = 0xFFFFFFFF;
-    for (const char byte : bytes) {
-        rest ^= static_cast<unsigned char>(byte);
-        for (int bit = 0; bit < 8; bit++)
-            rest = (rest & 1) ? rest >> 1 ^ 0xEDB88320U : rest >> 1;
-    }
-    return ~rest;
-}
-
 // The boot loader's environment as the real command finds it.
 void write_environment(const std::string& variables) {
     const std::string data = padded(variables, 0x2000 - 4);
-    write_file("/tmp/environment", word(inverted_checksum(data)) + data);
+    write_file("/tmp/environment", word(~boot_checksum(data, 0xFFFFFFFF)) + data);
     write_file("/etc/fw_env.config", "/tmp/environment 0x0 0x2000\n");
 }
 
@@ -603,8 +590,7 @@ TEST_P(ImageInfo, LeavesNothingOpen) {
     name_partition("rootfs_data");
     EXPECT_EQ(GetParam().read(nullptr), -1) << "opens the log";
     log_.take();
-    const int before = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    close(before);
+    const std::vector<int> before = open_descriptors();
     expect_version(image(k24));
     expect_failure("", 100, "read fail\n");
     expect_failure("x", 108, "not ascii string, fail\n");
@@ -612,9 +598,7 @@ TEST_P(ImageInfo, LeavesNothingOpen) {
         const Fail fail("lseek", 1, EIO);
         expect_failure(image(k24), 94, "lseek fail\n");
     }
-    const int after = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    EXPECT_EQ(after, before);
-    close(after);
+    EXPECT_EQ(open_descriptors(), before);
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -63,8 +63,7 @@ inline std::string script_entry(const std::string& key, const std::string& value
 }
 
 // By long division, one bit after the other.
-inline uint32_t boot_checksum(std::string_view bytes) {
-    uint32_t rest = 0;
+inline uint32_t boot_checksum(std::string_view bytes, uint32_t rest = 0) {
     for (const char byte : bytes) {
         rest ^= static_cast<unsigned char>(byte);
         for (int bit = 0; bit < 8; bit++)

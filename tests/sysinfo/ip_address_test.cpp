@@ -5,11 +5,9 @@
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
 
-#include <algorithm>
 #include <array>
 #include <climits>
 #include <cstddef>
-#include <cstdio>
 #include <cstring>
 #include <functional>
 #include <random>

@@ -5,10 +5,8 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <net/if.h>
-#include <sys/resource.h>
 #include <tq/board.h>
 #include <tq/oem.h>
-#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -524,14 +522,12 @@ TEST_F(RadioStats, SaysThatThereIsNoMemory) {
 }
 
 TEST_F(RadioStats, LeavesNoDescriptorOpen) {
-    const int next = dup(0);
-    close(next);
+    EXPECT_EQ(get(0), -1) << "opens the log";
+    const std::vector<int> before = tq_test::open_descriptors();
     get(0);
     const AnswerIoctl driver([](unsigned long, void*) -> std::optional<int> { return 0; });
     get(0);
-    const int after = dup(0);
-    close(after);
-    EXPECT_EQ(after, next);
+    EXPECT_EQ(tq_test::open_descriptors(), before);
 }
 
 }  // namespace

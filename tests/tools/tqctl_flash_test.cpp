@@ -1,6 +1,5 @@
 // tqctl_flash_test.cpp - tqctl flash, image, redboot and sn as a script meets them.
 #include <gmock/gmock.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -491,7 +490,8 @@ TEST_F(TqctlRedboot, AddRefusesFreeSpaceThatWouldChangeTheKey) {
     const std::string block = boot_block(area);
     put_block(block);
     EXPECT_TRUE(fails(tqctl("redboot add int key 1"), kDamaged,
-                      "tqctl: redboot add: key: the free space is not as it should be"));
+                      "tqctl: redboot add: key: the free space is not as it should be; see redboot "
+                      "verify\n"));
     EXPECT_EQ(block_in_flash(), block);
 }
 
@@ -746,6 +746,9 @@ TEST_F(TqctlImage, SwitchRefusesWhatCannotBeSwitched) {
              script_entry("2", "") + script_entry("3", "") + script_entry("4", "") +
              script_entry("5", "") + script_entry("6", ""),
          "there is no room for an alias"},
+        {script + string_entry("alias/kernel", "kernel") + string_entry("qak_pelkin_ver", "1") +
+             '\0' + std::string(1000, '\x01'),
+         "the block's free space is not as it should be; see redboot verify"},
     };
     for (const auto& [entries, why] : refused) {
         const std::string block = boot_block(entries);
@@ -802,6 +805,13 @@ TEST_F(TqctlSerial, SaysThatThereIsNoRoomAndThatTheBlockCannotBeWritten) {
     put_block(boot_block(std::string(4080, '\x01')));
     EXPECT_TRUE(
         fails(tqctl("sn set 1"), kRefused, "tqctl: sn set: No space to add 'serial_number'\n"));
+    // Added there, its key would become another.
+    const std::string block = boot_block('\0' + std::string(1000, '\x01'));
+    put_block(block);
+    EXPECT_TRUE(fails(tqctl("sn set 1"), kDamaged,
+                      "tqctl: sn set: serial_number: the free space is not as it should be; see "
+                      "redboot verify\n"));
+    EXPECT_EQ(block_in_flash(), block);
     put_block(boot_block(""));
     EXPECT_TRUE(fails(run_command("trap '' XFSZ; ulimit -f 1; tqctl sn set 1"), kInputOutput,
                       "the block could not be written\n"));

@@ -1,8 +1,6 @@
 // tqctl_netif_test.cpp - tqctl if, arp, route and resolve: what they print, what they change, and
 // the exit codes.
 #include <gmock/gmock.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <string>

@@ -12,7 +12,7 @@
 
 #include "support/device.h"
 #include "support/log_capture.h"
-#include "uci/replaced.h"
+#include "uci/store.h"
 
 // Not every libuci looks at the section that it is given.
 extern "C" int uci_reorder_section(uci_context* ctx, uci_section* s, int pos) {
@@ -29,7 +29,6 @@ using testing::IsEmpty;
 using tq::uci_do_section;
 using tq::UciAction;
 using tq_test::DeviceTest;
-using tq_test::exists;
 using tq_test::Line;
 using tq_test::LogCapture;
 using tq_test::read_file;
@@ -37,7 +36,6 @@ using tq_test::replaced;
 using tq_test::write_file;
 
 constexpr const char* kFile = "/etc/config/store";
-constexpr const char* kStaged = "/tmp/.uci/store";
 
 constexpr const char* kOne =
     "config alpha 'one'\n"
@@ -60,7 +58,7 @@ std::string store() {
 }
 
 std::string staged() {
-    return exists(kStaged) ? read_file(kStaged) : "";
+    return tq_test::staged("store");
 }
 
 // What the next commit makes of the file.

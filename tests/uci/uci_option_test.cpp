@@ -8,10 +8,10 @@
 
 #include <climits>
 #include <string>
-#include <vector>
 
 #include "support/device.h"
 #include "support/log_capture.h"
+#include "uci/store.h"
 #include "uci/uci_calls.h"
 
 namespace {
@@ -22,24 +22,15 @@ using tq_test::CallFails;
 using tq_test::exists;
 using tq_test::Line;
 using tq_test::LogCapture;
-using tq_test::LogLine;
-using tq_test::read_file;
 using tq_test::RefusedOptions;
 using tq_test::Rejected;
 using tq_test::run_command;
+using tq_test::staged;
+using tq_test::stored;
 using tq_test::write_file;
 
 // What an output holds that no call has written.
 constexpr int kUnset = 0x5a5a5a5a;
-
-std::string staged(const std::string& file) {
-    const std::string path = "/tmp/.uci/" + file;
-    return exists(path) ? read_file(path) : "";
-}
-
-std::string stored(const std::string& file) {
-    return read_file("/etc/config/" + file);
-}
 
 auto Error(const std::string& function, const std::string& text) {
     return Line(LOG_ERR, function, text);
@@ -125,12 +116,9 @@ TEST_P(ShortcutSetter, NeedsTheSection) {
     EXPECT_EQ(GetParam().set_int(context_, 99, "x", 5), -1);
     EXPECT_EQ(GetParam().set_str(context_, 99, "x", "y"), -1);
     EXPECT_EQ(staged(GetParam().file), "");
-    std::vector<LogLine> lines = log_.take();
-    ASSERT_EQ(lines.size(), 2U);
-    for (const LogLine& line : lines) {
-        EXPECT_EQ(line.function, "set_uci_option");
-        EXPECT_EQ(line.priority, LOG_ERR);
-    }
+    EXPECT_THAT(log_.take(),
+                ElementsAre(Error("set_uci_option", "uci set " + path(99, "x") + "=5 fail\n"),
+                            Error("set_uci_option", "uci set " + path(99, "x") + "=y fail\n")));
 }
 
 TEST_P(ShortcutSetter, RefusesAPathBeyond1023Bytes) {
@@ -328,11 +316,11 @@ TEST_P(FaultModule, IsMissing) {
         int value = kUnset;
         EXPECT_EQ(GetParam().get(module, &value), -1);
         EXPECT_EQ(value, kUnset);
-        const std::vector<LogLine> lines = log_.take();
-        ASSERT_FALSE(lines.empty());
-        EXPECT_THAT(lines.back(), Line(LOG_INFO, "uci_get_str_option_by_name",
-                                       "uci get tqfm." + std::to_string(module) + "." +
-                                           GetParam().name + " fail\n"));
+        EXPECT_THAT(log_.take(), ElementsAre(Line(LOG_INFO, "get_uci_option",
+                                                  "ptr.flags = 1, UCI_LOOKUP_COMPLETE = 2\n"),
+                                             Line(LOG_INFO, "uci_get_str_option_by_name",
+                                                  "uci get tqfm." + std::to_string(module) + "." +
+                                                      GetParam().name + " fail\n")));
     }
 }
 

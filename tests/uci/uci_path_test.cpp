@@ -29,7 +29,7 @@
 #include "support/faults.h"
 #include "support/log_capture.h"
 #include "support/random.h"
-#include "uci/replaced.h"
+#include "uci/store.h"
 #include "uci/uci_calls.h"
 
 namespace {
@@ -92,7 +92,7 @@ std::string stored() {
 }
 
 std::string staged() {
-    return exists(kStaged) ? read_file(kStaged) : "";
+    return tq_test::staged("store");
 }
 
 CommandResult uci(const std::string& arguments) {
@@ -203,7 +203,7 @@ TEST_F(CmdFormat, BuildsThePathOfWhatIsGiven) {
         Path{"wifi-iface", nullptr, 2, "ssid", "x", "wireless.@wifi-iface[2].ssid=x"},
         Path{"wifi-iface", nullptr, 2, "ssid", nullptr, "wireless.@wifi-iface[2].ssid"},
         Path{"wifi-iface", nullptr, 0, nullptr, nullptr, "wireless.@wifi-iface[0]"},
-        Path{"wifi-iface", nullptr, -2, "ssid", "x", "wireless.@wifi-iface[-2].ssid=x"},
+        Path{"wifi-iface", nullptr, -1, "ssid", "x", "wireless.@wifi-iface[-1].ssid=x"},
         Path{"wifi-iface", nullptr, INT_MAX, nullptr, nullptr, "wireless.@wifi-iface[2147483647]"},
         Path{"wifi-iface", nullptr, 2, nullptr, "x", "wireless.@wifi-iface[2]"},
         Path{nullptr, "radio0", 2, "ssid", "x", "wireless.radio0.ssid=x"},

@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/seccomp.h>
+#include <malloc.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -17,16 +18,14 @@
 
 #include <array>
 #include <climits>
-#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
 
-#include "support/buffer.h"
 #include "support/device.h"
 #include "support/faults.h"
 #include "support/log_capture.h"
-#include "uci/replaced.h"
+#include "uci/store.h"
 #include "uci/uci_calls.h"
 #include "uci/uci_session_layout.h"
 
@@ -51,6 +50,8 @@ using tq_test::read_file;
 using tq_test::ReadOnly;
 using tq_test::replaced;
 using tq_test::run_command;
+using tq_test::staged;
+using tq_test::stored;
 using tq_test::write_file;
 namespace faults = tq_test::faults;
 
@@ -73,19 +74,6 @@ constexpr std::array<const char*, UCI_CONFIG_ALL> kFiles = {
 
 const char* file_of(int id) {
     return kFiles.at(static_cast<size_t>(id));
-}
-
-std::string path_of(const std::string& file) {
-    return "/etc/config/" + file;
-}
-
-std::string stored(const std::string& file) {
-    return read_file(path_of(file));
-}
-
-std::string staged(const std::string& file) {
-    const std::string path = "/tmp/.uci/" + file;
-    return exists(path) ? read_file(path) : "";
 }
 
 CommandResult uci(const std::string& arguments) {
@@ -791,6 +779,10 @@ TEST_F(GetUciConfig, FollowsACallerToAnotherSection) {
     EXPECT_EQ(seen_by_uci("wireless.radio0.country"), "US\n");
     EXPECT_EQ(seen_by_uci("wireless.radio1.country"), "");
     EXPECT_EQ(seen_by_uci("wireless.radio1.basic_rate"), "6000 12000 24000 54000\n");
+    // Nobody has kept that section's name, and it was not the one that was selected.
+    EXPECT_EQ(get_uci_config(&session, "channel"), nullptr);
+    EXPECT_EQ(set_uci_config(&session, "channel", "40"), -1);
+    EXPECT_EQ(staged("wireless"), "");
 }
 
 TEST_F(GetUciConfig, AllocatesNothingAndCallsNothing) {
@@ -1200,6 +1192,45 @@ TEST_F(SessionList, RefusesAnItemThatNoFileCanHold) {
     EXPECT_EQ(stored("wireless"), wireless_);
 }
 
+// A caller that goes through a section has names and values at hand that the change itself frees.
+
+TEST_F(UciSessionTest, SetsAnOptionToAPartOfItsOwnValue) {
+    uci_config_ctx session = radio0();
+    EXPECT_EQ(set_uci_config(&session, "RTSThreshold", "2000"), 0);
+    log_.take();
+    const uci_option* option = uci_lookup_option(session.ctx, session.ptr.s, "RTSThreshold");
+    EXPECT_EQ(set_uci_config(&session, option->e.name, option->v.string + 1), 0);
+    EXPECT_EQ(text(get_uci_config(&session, "RTSThreshold")), "000");
+    EXPECT_THAT(log_.take(),
+                ElementsAre(Debug("set_uci_config",
+                                  "change uci value '000' for option 'RTSThreshold' success\n")));
+}
+
+TEST_F(UciSessionTest, DeletesOptionsByTheirOwnNames) {
+    mallopt(M_PERTURB, 0xff);  // what is freed does not stay as it was
+    uci_config_ctx session = radio0();
+    uci_element *option = nullptr, *next = nullptr;
+    uci_foreach_element_safe(&session.ptr.s->options, next, option) {
+        const std::string name = option->name;
+        EXPECT_EQ(del_uci_config(&session, option->name), 0);
+        EXPECT_THAT(log_.take(),
+                    ElementsAre(Debug("del_uci_config", "uci del '" + name + "' success\n")));
+    }
+    EXPECT_TRUE(uci_list_empty(&session.ptr.s->options));
+    mallopt(M_PERTURB, 0);
+}
+
+TEST_F(UciSessionTest, DeletesItemsByTheirOwnTexts) {
+    uci_config_ctx session = radio0();
+    uci_list* rates = uci_lookup_option_list(&session, "basic_rate");
+    uci_element *rate = nullptr, *next = nullptr;
+    uci_foreach_element_safe(rates, next, rate) {
+        EXPECT_EQ(del_uci_list(&session, "basic_rate", rate->name), 0);
+    }
+    EXPECT_THAT(items(rates), IsEmpty());
+    expect_silence();
+}
+
 // save_uci_config
 
 // What stands first on the PATH writes down how it was called, and then is the device's uci.
@@ -1436,9 +1467,12 @@ TEST_F(SaveUciConfig, ReturnsLibucisCodeOnAReadOnlyFileSystemAndLosesNothing) {
         EXPECT_EQ(save_uci_config(UCI_CONFIG_WIRELESS, nullptr, 0), UCI_ERR_IO);
         EXPECT_THAT(log_.take(),
                     ElementsAre(Error("save_uci_config", "uci_commit wireless fail\n")));
-        EXPECT_EQ(save_uci_config(UCI_CONFIG_ALL, nullptr, 0), 16);
-        EXPECT_THAT(log_.take(),
-                    ElementsAre(Error("save_uci_config", "uci_commit wireless fail\n")));
+        const int flags[] = {0, 0, 0, 0, 1};
+        EXPECT_EQ(save_uci_config(UCI_CONFIG_ALL, flags, 5), 16);
+        EXPECT_THAT(log_.take(), ElementsAre(Error("save_uci_config", "uci_commit wireless fail\n"),
+                                             Line(LOG_INFO, "save_uci_config",
+                                                  "execute 'uci commit2 wireless'\n")));
+        EXPECT_EQ(commands(), "uci commit2 wireless\n");
         EXPECT_EQ(text(get_uci_config(&session, "channel")), "11");
         EXPECT_EQ(staged("wireless"),
                   "wireless.radio0.channel='11'\n-wireless.radio0.beacon_int\n");

@@ -17,6 +17,7 @@
 #include "support/faults.h"
 #include "support/log_capture.h"
 #include "tq/uci_session.h"
+#include "uci/store.h"
 #include "uci/uci_calls.h"
 
 namespace {
@@ -24,7 +25,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 using tq_test::Buffer;
-using tq_test::exists;
 using tq_test::Line;
 using tq_test::LogCapture;
 using tq_test::LogLine;
@@ -41,7 +41,7 @@ constexpr int kUnset = 0x5a5a5a5a;
 using Options = std::vector<std::pair<std::string, std::string>>;
 
 std::string staged() {
-    return exists("/tmp/.uci/wireless") ? read_file("/tmp/.uci/wireless") : "";
+    return tq_test::staged("wireless");
 }
 
 // The lines that set these options, in this order.
@@ -323,7 +323,7 @@ TEST_F(WifiCountry, CombinesEachOfThe27CombinationsBitByBit) {
     EXPECT_EQ(combinations, 27);
 }
 
-TEST_F(WifiCountry, IsOneAsSoonAsEachWriteFails) {
+TEST_F(WifiCountry, IsOneWhereEachWriteFails) {
     uci_config_ctx* session = section_with({});
     const RefusedOptions refused({"it.country", "it.CountryRegion", "it.CountryRegionABand"});
     EXPECT_EQ(wifi_set_country_code(session), 1);

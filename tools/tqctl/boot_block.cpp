@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
-#include <tq/redboot.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "file.h"
 #include "mac_text.h"
 
 namespace tqctl {
@@ -172,13 +172,10 @@ void Examination::check_end(size_t offset) {
 
 // Why the flash cannot be opened or read; otherwise it was the block.
 ExitCode explain_flash(const Context& context) {
-    const int fd = open(kFlash, O_RDWR | O_CLOEXEC);
-    if (fd < 0) return context.fail(exit_code_of(errno), "%s: %s", kFlash, strerror(errno));
+    const UniqueFd flash(open(kFlash, O_RDWR | O_CLOEXEC));
     unsigned char block[kBlockSize];
-    const ssize_t got = read(fd, block, sizeof(block));
-    const int error = errno;
-    close(fd);
-    if (got < 0) return context.fail(exit_code_of(error), "%s: %s", kFlash, strerror(error));
+    const ssize_t got = flash.get() < 0 ? -1 : read(flash.get(), block, sizeof(block));
+    if (got < 0) return context.fail(exit_code_of(errno), "%s: %s", kFlash, strerror(errno));
     if (got < ssize_t{kBlockSize}) {
         return context.fail(ExitCode::kDamaged, "%s: %zd bytes, too short for the block's %zu",
                             kFlash, got, kBlockSize);
@@ -187,13 +184,10 @@ ExitCode explain_flash(const Context& context) {
 }
 
 bool read_flash(unsigned char (&block)[kBlockSize]) {
-    const int fd = open(kFlash, O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return false;
+    const UniqueFd flash(open(kFlash, O_RDONLY | O_CLOEXEC));
     // From flash, not from the page that was just written.
-    (void)posix_fadvise(fd, 0, kBlockSize, POSIX_FADV_DONTNEED);
-    const ssize_t got = read(fd, block, sizeof(block));
-    close(fd);
-    return got == ssize_t{kBlockSize};
+    (void)posix_fadvise(flash.get(), 0, kBlockSize, POSIX_FADV_DONTNEED);
+    return read(flash.get(), block, sizeof(block)) == ssize_t{kBlockSize};
 }
 
 }  // namespace
@@ -249,10 +243,6 @@ void ValueText::print_ip(const unsigned char* octets) {
         snprintf(text_, sizeof(text_), "%d.%d.%d.%d", octets[0], octets[1], octets[2], octets[3]));
 }
 
-void ValueText::print_ethernet_address(const unsigned char* octets) {
-    copy(MacText(octets).text);
-}
-
 void ValueText::copy(std::string_view text) {
     memcpy(text_, text.data(), text.size());
     size_ = text.size();
@@ -270,7 +260,7 @@ ValueText::ValueText(const BlockEntry& entry) {
             print_ip(entry.value);
             break;
         case REDBOOT_CONFIG_ESA:
-            print_ethernet_address(entry.value);
+            copy(MacText(entry.value).text);
             break;
         default:
             copy(text_in(entry.value, entry.value_size));
@@ -343,6 +333,20 @@ ExitCode explain_failed_load(const Context& context) {
     const ExitCode block = report_damage(context);
     if (block != ExitCode::kDone) return block;
     return context.fail(ExitCode::kBusy, "%s: changed while it was read", kFlash);
+}
+
+ExitCode add_entry(const Context& context, const redboot_config_option& option) {
+    LibraryOutput output;
+    const bool added = redboot_add_config(&option) == 1;
+    output.stop();
+    if (!added) {
+        return context.fail(ExitCode::kRefused, "%s",
+                            output.is_empty() ? option.key : output.text());
+    }
+    if (find_entry(redboot_config, option.key)) return ExitCode::kDone;
+    return context.fail(ExitCode::kDamaged,
+                        "%s: the free space is not as it should be; see redboot verify",
+                        option.key);
 }
 
 ExitCode save_block(const Context& context) {

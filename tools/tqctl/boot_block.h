@@ -2,6 +2,8 @@
 // entries one by one, what is wrong with it, and whether it reached the flash.
 #pragma once
 
+#include <tq/redboot.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -61,7 +63,6 @@ class ValueText {
   private:
     void print_number(uint32_t number);
     void print_ip(const unsigned char* octets);
-    void print_ethernet_address(const unsigned char* octets);
     void copy(std::string_view text);
 
     char text_[512];
@@ -120,6 +121,10 @@ ExitCode load_block(const Context& context);
 
 // Says why the library could not load the block.
 ExitCode explain_failed_load(const Context& context);
+
+// Adds an entry to the loaded block, in memory. Says why where that fails, or where what stands in
+// the free space would make another key of its own.
+ExitCode add_entry(const Context& context, const redboot_config_option& option);
 
 // Saves the loaded block, reads it back and says where it differs.
 ExitCode save_block(const Context& context);

@@ -97,7 +97,10 @@ const char* turn(const char* key, const char* primary, const char* backup) {
         const char* value = has_backup ? backup : primary;
         const redboot_config_option option = {
             key, key, nullptr, 1, REDBOOT_CONFIG_STRING, reinterpret_cast<uintptr_t>(value)};
-        return redboot_add_config(&option) == 1 ? nullptr : "there is no room for an alias";
+        if (redboot_add_config(&option) != 1) return "there is no room for an alias";
+        return find_entry(redboot_config, key)
+                   ? nullptr
+                   : "the block's free space is not as it should be; see redboot verify";
     }
     const bool to_backup = equals(current, primary);
     if (to_backup && !has_backup) return "there is no backup image";

@@ -11,7 +11,6 @@
 #include <cstring>
 #include <memory>
 #include <string_view>
-#include <utility>
 
 #include "families.h"
 #include "mac_text.h"
@@ -25,12 +24,8 @@ using Ip = std::array<uint8_t, 4>;
 
 // The forms that values have on the command line.
 
-bool parse_address(const char* text, uint32_t& address) {
-    return inet_pton(AF_INET, text, &address) == 1;
-}
-
-bool parse_ip(const char* text, Ip& ip) {
-    return inet_pton(AF_INET, text, ip.data()) == 1;
+bool parse_address(const char* text, void* four_bytes) {
+    return inet_pton(AF_INET, text, four_bytes) == 1;
 }
 
 struct AddressText {
@@ -143,7 +138,7 @@ ExitCode down(Context& context, Arguments arguments) {
 
 bool is_address(const char* text) {
     uint32_t address = 0;
-    return parse_address(text, address);
+    return parse_address(text, &address);
 }
 
 bool is_mac(const char* text) {
@@ -157,7 +152,7 @@ bool is_mtu(const char* text) {
 template <int (*set_address)(const char*, const uint32_t*)>
 int apply_address(const char* ifname, const char* text) {
     uint32_t address = 0;
-    parse_address(text, address);
+    parse_address(text, &address);
     return set_address(ifname, &address);
 }
 
@@ -230,7 +225,7 @@ ExitCode add_neighbour(Context& context, Arguments arguments) {
     const char* address = arguments[1];
     const bool is_permanent = arguments.size() == 4;
     Ip ip{};
-    if (!parse_ip(address, ip)) return refuse_address(context, address);
+    if (!parse_address(address, ip.data())) return refuse_address(context, address);
     const std::optional<Mac> mac = parse_mac(arguments[2]);
     if (!mac) return context.misuse("'%s' is not a hardware address", arguments[2]);
     if (is_permanent && strcmp(arguments[3], "permanent") != 0) {
@@ -247,7 +242,7 @@ ExitCode del_neighbour(Context& context, Arguments arguments) {
     const char* ifname = arguments[0];
     const char* address = arguments[1];
     Ip ip{};
-    if (!parse_ip(address, ip)) return refuse_address(context, address);
+    if (!parse_address(address, ip.data())) return refuse_address(context, address);
     const ExitCode code = find_interface(context, ifname);
     if (code != ExitCode::kDone) return code;
     if (del_arp_by_ip(ifname, ip.data()) == 0) return ExitCode::kDone;

@@ -172,24 +172,6 @@ ExitCode set(Context& context, Arguments arguments) {
     return code == ExitCode::kDone ? save_block(context) : code;
 }
 
-// The library leaves the value of a script that it adds to the setter.
-ExitCode add_entry(const Context& context, const redboot_config_option& option,
-                   const ParsedValue& value) {
-    LibraryOutput output;
-    const bool added = redboot_add_config(&option) == 1;
-    output.stop();
-    if (!added) {
-        return context.fail(ExitCode::kRefused, "%s",
-                            output.is_empty() ? option.key : output.text());
-    }
-    if (!find_entry(redboot_config, option.key)) {
-        return context.fail(ExitCode::kDamaged,
-                            "%s: the free space is not as it should be; see verify", option.key);
-    }
-    if (option.type != REDBOOT_CONFIG_SCRIPT) return ExitCode::kDone;
-    return set_entry(context, option.key, option.type, value);
-}
-
 ExitCode add(Context& context, Arguments arguments) {
     const char* key = arguments[1];
     const uint32_t type = type_of(arguments[0]);
@@ -197,11 +179,10 @@ ExitCode add(Context& context, Arguments arguments) {
     if (!*key || strchr(key, '=')) return context.misuse("'%s' is not a key", key);
     const char* enable_key = arguments.size() > 3 ? arguments[3] : nullptr;
     if (enable_key && !*enable_key) return context.misuse("'' is not a key");
-    const bool unless = arguments.size() > 4;
-    if (unless && strcmp(arguments[4], "false") != 0 && strcmp(arguments[4], "true") != 0) {
-        return context.misuse("'%s' is neither true nor false", arguments[4]);
-    }
-    const bool sense = !unless || strcmp(arguments[4], "true") == 0;
+    const char* sense = arguments.size() > 4 ? arguments[4] : "true";
+    const bool is_true = strcmp(sense, "true") == 0;
+    if (!is_true && strcmp(sense, "false") != 0)
+        return context.misuse("'%s' is neither true nor false", sense);
     ParsedValue value;
     const char* problem = value.parse(type, arguments[2]);
     if (problem) return context.fail(ExitCode::kRefused, "%s: %s", key, problem);
@@ -210,9 +191,11 @@ ExitCode add(Context& context, Arguments arguments) {
     if (find_entry(redboot_config, key)) {
         return context.fail(ExitCode::kRefused, "%s: is there already; see set", key);
     }
-    const redboot_config_option option = {key,   key,  enable_key,
-                                          sense, type, value.as_default(type)};
-    const ExitCode code = add_entry(context, option, value);
+    ExitCode code =
+        add_entry(context, {key, key, enable_key, is_true, type, value.as_default(type)});
+    // The library leaves the value of a script that it adds to the setter.
+    if (code == ExitCode::kDone && type == REDBOOT_CONFIG_SCRIPT)
+        code = set_entry(context, key, type, value);
     return code == ExitCode::kDone ? save_block(context) : code;
 }
 

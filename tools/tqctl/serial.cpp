@@ -34,12 +34,16 @@ ExitCode set(Context& context, Arguments arguments) {
         return context.fail(ExitCode::kRefused, "%s is of another type than string",
                             redboot_sn_data_key);
     }
+    // A rehearsal: the library stores it in the block as it loads it anew.
+    const ExitCode rehearsed =
+        add_entry(context, {redboot_sn_data_key, redboot_sn_title, nullptr, 1,
+                            REDBOOT_CONFIG_STRING, reinterpret_cast<uintptr_t>(arguments[0])});
+    if (rehearsed != ExitCode::kDone) return rehearsed;
     LibraryOutput output;
     const int result = sys_sn_set(arguments[0]);
     output.stop();
     if (result < 0) return explain_failed_load(context);
     if (result == 0) return compare_with_flash(context);
-    if (!output.is_empty()) return context.fail(ExitCode::kRefused, "%s", output.text());
     return context.fail(ExitCode::kInputOutput, "the block could not be written");
 }
 

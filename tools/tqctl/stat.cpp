@@ -3,7 +3,6 @@
 #include <tq/sysstat.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <utility>
 
 #include "bus_connection.h"
@@ -112,7 +111,7 @@ ExitCode read_ports(const Json& figures) {
         if_stats stats;
         const char* name = tq_get_eth_ifname(port);
         if (name && tq_get_if_statistics(port, &stats) == 0) {
-            json_add(figures.get(), tq_get_eth_ifname(port), port_counters(stats));
+            json_add(figures.get(), name, port_counters(stats));
         } else {
             code = ExitCode::kRefused;
         }

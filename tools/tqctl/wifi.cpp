@@ -3,7 +3,6 @@
 #include <tq/uci_session.h>
 #include <tq/wifi.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <utility>
