@@ -77,13 +77,13 @@ TQ_API int v4_byte_addr_to_str(const uint8_t address[4], char *buf, uint32_t siz
 
 /* The address. */
 TQ_API int ip_set_v4_byte_addr(ip_address *address, const uint8_t bytes[4]);
-/* -1 for a length above 32. */
+/* The prefix length; -1 for one above 32. */
 TQ_API int ip_set_v4_masklen(ip_address *address, uint32_t len);
-/* -1 for a mask that is not leading ones followed by zeros. */
+/* The prefix length, by its mask; -1 for one that is not leading ones followed by zeros. */
 TQ_API int ip_set_v4_byte_mask(ip_address *address, const uint8_t mask[4]);
-/* -1 for text that v4_str_to_byte_addr refuses. */
+/* The address; -1 for text that v4_str_to_byte_addr refuses. */
 TQ_API int ip_set_v4_str_addr(ip_address *address, const char *text);
-/* The mask in dotted form; -1 for text that is not one. */
+/* The prefix length, by its mask in dotted form; -1 for text that is not one. */
 TQ_API int ip_set_v4_str_mask(ip_address *address, const char *text);
 /* "192.168.1.10/24" or "192.168.1.10/255.255.255.0". What follows the slash, up to a blank and to
  * 255 characters, is tried as a dotted mask first; the number that it starts with is the prefix
@@ -109,12 +109,13 @@ TQ_API int v4_get_ip_and_mask(const char *text, char *addr_buf, uint32_t addr_si
 
 /* The address. */
 TQ_API int ip_set_v6_byte_addr(ip_address *address, const uint8_t bytes[16]);
-/* -1 for a length above 128. */
+/* The prefix length; -1 for one above 128. */
 TQ_API int ip_set_v6_masklen(ip_address *address, uint32_t len);
+/* The address's 16 bytes. */
 TQ_API int ip_get_v6_byte_addr(const ip_address *address, uint8_t out[16]);
 /* The same by its other name. */
 TQ_API int ip_address_to_v6_byte_addr(const ip_address *address, uint8_t out[16]);
-/* All ones for a length above 128. */
+/* The netmask; all ones for a length above 128. */
 TQ_API int ip_get_v6_byte_mask(const ip_address *address, uint8_t out[16]);
 
 /* The 16 bytes of the text up to its first slash, in any form of inet_pton(3); -2 for text that is

@@ -50,14 +50,16 @@ TQ_API int set_if_addr(const char *ifname, const uint32_t *addr);
  * -1 also when it has no address. */
 TQ_API int get_if_netmask(const char *ifname, uint32_t *mask);
 
-/* -1 also for an interface without an address, and for a mask with a hole. */
+/* Changes that netmask.
+ * -1 also for an interface without an address, and for a mask with a hole. */
 TQ_API int set_if_netmask(const char *ifname, const uint32_t *mask);
 
 /* The broadcast address that belongs to the interface's address; 0.0.0.0 where none is set.
  * -1 also when the interface has no address. */
 TQ_API int get_if_broadcast_addr(const char *ifname, uint32_t *addr);
 
-/* -1 also for an interface without an address. */
+/* Changes that broadcast address.
+ * -1 also for an interface without an address. */
 TQ_API int set_if_broadcast_addr(const char *ifname, const uint32_t *addr);
 
 /* Copies the hardware address into mac, of len bytes: six of them are written.
@@ -79,7 +81,7 @@ TQ_API int get_if_index(const char *ifname, uint32_t *index);
 TQ_API int set_interface(const char *ifname, const uint32_t *addr, const uint32_t *mask,
                          const uint8_t *mac);
 
-/* The MTU is in bytes; the kernel refuses what the interface cannot carry. */
+/* Change and read the MTU, in bytes; the kernel refuses what the interface cannot carry. */
 TQ_API int set_if_mtu(const char *ifname, uint32_t mtu);
 TQ_API int get_if_mtu(const char *ifname, uint32_t *mtu);
 

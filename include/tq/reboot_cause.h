@@ -139,7 +139,8 @@ TQ_API int rb_read_reboot_cause(struct reboot_cause_record *records, int maximum
  * that identifier. */
 TQ_API int rb_read_panic_by_index(struct reboot_panic_buffer *buffer);
 
-/* 0; -1 for null and where the store is not available. */
+/* Copies the counters.
+ * 0; -1 for null and where the store is not available. */
 TQ_API int rb_read_reboot_statistic(struct reboot_cause_statistic *statistic);
 
 /* Gives a time to the records that were written while the clock was not right, now that it is.

@@ -87,7 +87,8 @@ TQ_API int wifi_get_beacon_rate(struct uci_config_ctx *session, int *value);
  * another rate, with "not support mcast rate %d" and nothing written. */
 TQ_API int wifi_set_mcast_rate(struct uci_config_ctx *session, int rate);
 
-/* 0; -1 when an option is missing, or no rate has these values ("not support mcast (mode %d, mcs
+/* The rate in Mbit/s.
+ * 0; -1 when an option is missing, or no rate has these values ("not support mcast (mode %d, mcs
  * %d)"). */
 TQ_API int wifi_get_mcast_rate(struct uci_config_ctx *session, int *rate);
 

@@ -135,6 +135,9 @@ TEST_P(SelftestLackTest, IsReported) {
         "mv /usr/bin/killall.away /usr/bin/killall; ip link set eth1.away name eth1; "
         "ip link set eth1 up");
     EXPECT_EQ(result.status, lack.code) << result.out;
+    std::istringstream lines(result.out);
+    for (std::string line; std::getline(lines, line);)
+        EXPECT_THAT(line, testing::MatchesRegex("(ok|missing|failed) +[a-z]+ .*"));
     EXPECT_THAT(line_of(result, lack.check), AllOf(StartsWith(lack.outcome), HasSubstr(lack.detail),
                                                    Not(HasSubstr("(optional)"))));
     EXPECT_THAT(result.err, AllOf(StartsWith("tqctl: selftest: "),
@@ -155,6 +158,8 @@ INSTANTIATE_TEST_SUITE_P(
              kRefused, " no such interface; its link"},
         Lack{"rm /etc/config/wireless", "config wireless", "missing", kRefused,
              " No such file or directory; radios and VAPs have no settings"},
+        Lack{"rm /etc/config/wtp", "config wtp", "missing", kRefused,
+             " counts as managed, and the state of its controller link is lost"},
         Lack{"echo \"config 'a\" >/etc/config/network", "config network", "failed", kDamaged,
              " the configuration file has a syntax error; the network"},
         Lack{"dd if=/dev/zero of=/dev/mtdblock1 bs=1 count=1 seek=5 conv=notrunc",

@@ -38,6 +38,15 @@ TEST_F(TqctlStatusTest, OfflineSaysWhyItCannotRecord) {
     EXPECT_TRUE(succeeds(tqctl("status offline 1"), ""));
     EXPECT_TRUE(
         fails(run_command(kNobody + "tqctl status offline 2"), kNotPermitted, "Permission denied"));
+    unlink("/tmp/.offline.reason");
+    const FullDisk full("/tmp");
+    EXPECT_TRUE(fails(tqctl("status offline 2"), kInputOutput, "it could not be written"));
+}
+
+// A time zone that is not installed is no failure to record.
+TEST_F(TqctlStatusTest, OfflineIsRecordedWithoutATimeZone) {
+    EXPECT_TRUE(succeeds(run_command("TZ=No/Where tqctl status offline 2"), ""));
+    EXPECT_THAT(tqctl("status offline").out, testing::StartsWith("reason=Change AC\n"));
 }
 
 TEST_F(TqctlStatusTest, TrafficIsUpUntilItIsDown) {

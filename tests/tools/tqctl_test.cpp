@@ -284,17 +284,22 @@ TEST_P(MisuseTest, EndsWithTwoAndTheUsage) {
 
 INSTANTIATE_TEST_SUITE_P(
     CommandLine, MisuseTest,
-    testing::Values(Misuse{"", "a family of commands and a verb are needed"},
-                    Misuse{"nothing", "no family of commands is named 'nothing'"},
-                    Misuse{"uci", "uci needs a verb"},
-                    Misuse{"uci nothing", "uci has no verb 'nothing'"},
-                    Misuse{"-x uci get a.b.c", "unknown option '-x'"},
-                    Misuse{"--nothing", "unknown option '--nothing'"},
-                    Misuse{"help nothing", "no family of commands is named 'nothing'"},
-                    Misuse{"help uci nothing", "uci has no verb 'nothing'"},
-                    Misuse{"help uci get more", "too many arguments"},
-                    Misuse{"man more", "too many arguments"},
-                    Misuse{"completion", "completion needs a verb"}));
+    testing::Values(
+        Misuse{"",
+               "a family of commands and a verb are needed\nusage: tqctl [-j] [-q] FAMILY "
+               "VERB [ARGUMENTS]\n'tqctl help' shows the commands\n"},
+        Misuse{"nothing", "no family of commands is named 'nothing'"},
+        Misuse{"uci",
+               "uci needs a verb\nusage: tqctl [-j] [-q] FAMILY VERB [ARGUMENTS]\n"
+               "'tqctl help uci' shows the commands\n"},
+        Misuse{"uci nothing", "uci has no verb 'nothing'"},
+        Misuse{"-x uci get a.b.c", "unknown option '-x'"},
+        Misuse{"--nothing", "unknown option '--nothing'"},
+        Misuse{"--json=1 help", "unknown option '--json=1'"},
+        Misuse{"help nothing", "no family of commands is named 'nothing'"},
+        Misuse{"help uci nothing", "uci has no verb 'nothing'"},
+        Misuse{"help uci get more", "too many arguments"}, Misuse{"man more", "too many arguments"},
+        Misuse{"completion", "completion needs a verb"}));
 
 INSTANTIATE_TEST_SUITE_P(
     Paths, MisuseTest,

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
@@ -175,7 +174,7 @@ ExitCode explain_flash(const Context& context) {
     const UniqueFd flash(open(kFlash, O_RDWR | O_CLOEXEC));
     unsigned char block[kBlockSize];
     const ssize_t got = flash.get() < 0 ? -1 : read(flash.get(), block, sizeof(block));
-    if (got < 0) return context.fail(exit_code_of(errno), "%s: %s", kFlash, strerror(errno));
+    if (got < 0) return context.fail_by_errno(kFlash);
     if (got < ssize_t{kBlockSize}) {
         return context.fail(ExitCode::kDamaged, "%s: %zd bytes, too short for the block's %zu",
                             kFlash, got, kBlockSize);

@@ -43,10 +43,16 @@ inline ExitCode fail_without_bus(const Context& context) {
     return context.fail(ExitCode::kInputOutput, "there is no connection to the bus");
 }
 
-// What the library's 0 or -1 to a request means; it has logged the reason.
-inline ExitCode done_or_refused(const Context& context, int result) {
-    if (result == 0) return ExitCode::kDone;
+inline ExitCode fail_without_service(const Context& context) {
     return context.fail(ExitCode::kRefused, "the service did not do it");
+}
+
+// Makes a request of the library's, whose -1 has its reason in the log.
+template <typename Request>
+ExitCode send_over_bus(const Context& context, Request request) {
+    const BusConnection bus;
+    if (!bus) return fail_without_bus(context);
+    return request() == 0 ? ExitCode::kDone : fail_without_service(context);
 }
 
 }  // namespace tqctl

@@ -46,9 +46,7 @@ int send(const Request& request) {
 }
 
 ExitCode send_request(Context& context, const Request& request) {
-    const BusConnection bus;
-    if (!bus) return fail_without_bus(context);
-    return done_or_refused(context, send(request));
+    return send_over_bus(context, [&] { return send(request); });
 }
 
 // show-request
@@ -255,13 +253,13 @@ void add_number(Output& output, const char* key, const Number& number) {
 }
 
 ExitCode show_flow(Context& context, Arguments arguments) {
-    const std::optional<uint32_t> index = parse_u32(arguments[0]);
-    if (!index) return context.misuse("%s: not a number", arguments[0]);
+    const std::optional<uint32_t> index = take_u32(context, arguments[0]);
+    if (!index) return ExitCode::kUsage;
     const BusConnection bus;
     if (!bus) return fail_without_bus(context);
     const Number in(tq_get_in_flow_statistics, *index);
     const Number out(tq_get_out_flow_statistics, *index);
-    if (in.failed() || out.failed()) return done_or_refused(context, -1);
+    if (in.failed() || out.failed()) return fail_without_service(context);
     if (in.is_missing() && out.is_missing())
         return context.fail(ExitCode::kRefused, "%s: the service has no such number", arguments[0]);
     add_number(context.output, "in", in);

@@ -5,38 +5,31 @@
 #include <cstdio>
 #include <cstring>
 
+#include "help.h"
+
 namespace tqctl {
 
 namespace {
 
 void print_name(const Context& context) {
     const char* verb = context.command->verb;
-    fprintf(stderr, "%s%s%s", context.family->name, *verb ? " " : "", verb);
+    fprintf(stderr, "%s%s%s: ", context.family->name, blank_before(verb), verb);
 }
 
 __attribute__((format(printf, 2, 0))) void print_complaint(const Context& context,
                                                            const char* format, va_list args) {
     fputs("tqctl: ", stderr);
-    if (context.command) {
-        print_name(context);
-        fputs(": ", stderr);
-    }
+    if (context.command) print_name(context);
     vfprintf(stderr, format, args);
     fputc('\n', stderr);
 }
 
 void print_usage(const Context& context) {
-    if (!context.command) {
-        fputs(
-            "usage: tqctl [-j] [-q] FAMILY VERB [ARGUMENTS]\n"
-            "'tqctl help' shows the commands\n",
-            stderr);
-        return;
-    }
-    const char* arguments = context.command->arguments;
-    fputs("usage: tqctl [-j] [-q] ", stderr);
-    print_name(context);
-    fprintf(stderr, "%s%s\n", *arguments ? " " : "", arguments);
+    fputs("usage: ", stderr);
+    if (context.command) return print_synopsis(stderr, *context.family, *context.command);
+    const char* family = context.family ? context.family->name : "";
+    fprintf(stderr, "%s\n'tqctl help%s%s' shows the commands\n", kSynopsis, blank_before(family),
+            family);
 }
 
 }  // namespace
@@ -89,6 +82,10 @@ ExitCode Context::fail(ExitCode code, const char* format, ...) const {
     }
     va_end(args);
     return code;
+}
+
+ExitCode Context::fail_by_errno(const char* subject) const {
+    return fail(exit_code_of(errno), "%s: %s", subject, strerror(errno));
 }
 
 ExitCode Context::misuse(const char* format, ...) const {

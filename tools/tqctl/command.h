@@ -41,6 +41,9 @@ struct Context {
     __attribute__((format(printf, 3, 4))) ExitCode fail(ExitCode code, const char* format,
                                                         ...) const;
 
+    // Says what errno means for the subject.
+    ExitCode fail_by_errno(const char* subject) const;
+
     // Says what is wrong with the command line, and how the command is used.
     __attribute__((format(printf, 2, 3))) ExitCode misuse(const char* format, ...) const;
 };

@@ -110,11 +110,12 @@ Json describe(const Measurement& measurement) {
 
 ExitCode lag(Context& context, Arguments arguments) {
     const std::optional<int64_t> count =
-        arguments.empty() ? kUsualCount : parse_number(arguments[0], 1, 10000);
-    if (!count) return context.misuse("'%s' is not a number from 1 to 10000", arguments[0]);
+        arguments.empty() ? kUsualCount : take_number(context, arguments[0], "a number", 1, 10000);
+    if (!count) return ExitCode::kUsage;
     const std::optional<int64_t> milliseconds =
-        arguments.size() < 2 ? kUsualMilliseconds : parse_number(arguments[1], 0, 1000);
-    if (!milliseconds) return context.misuse("'%s' is not a number from 0 to 1000", arguments[1]);
+        arguments.size() < 2 ? kUsualMilliseconds
+                             : take_number(context, arguments[1], "a number", 0, 1000);
+    if (!milliseconds) return ExitCode::kUsage;
     const Json figures(json_object_new_object());
     for (const Loop& loop : kLoops) {
         Measurement measurement(loop, *count, *milliseconds * 1000);

@@ -2,7 +2,6 @@
 #include <tq/mtd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
@@ -73,7 +72,7 @@ ExitCode list_table(Context& context, FILE* table) {
 
 ExitCode list(Context& context, Arguments) {
     const File table(fopen(kTable, "re"));
-    if (!table) return context.fail(exit_code_of(errno), "%s: %s", kTable, strerror(errno));
+    if (!table) return context.fail_by_errno(kTable);
     return list_table(context, table.get());
 }
 
@@ -129,11 +128,7 @@ ExitCode print_version(Context& context, const Image& image, bool is_only) {
     ImageVersion version;
     const ExitCode code = read_version(context, image, version);
     if (code != ExitCode::kDone) return code;
-    if (is_only) {
-        context.output.value(image.name, version.text);
-    } else {
-        context.output.member(image.name, version.text);
-    }
+    context.output.entry(is_only, image.name, version.text);
     return ExitCode::kDone;
 }
 

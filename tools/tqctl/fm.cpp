@@ -42,30 +42,24 @@ constexpr Event kEvents[] = {
 
 ExitCode reload_wifi(const Context& context, Arguments words) {
     if (!words.empty()) return context.misuse("reload-wifi takes no arguments");
-    const BusConnection bus;
-    if (!bus) return fail_without_bus(context);
-    return done_or_refused(context, notify_fm_reload_wifi_cfg());
+    return send_over_bus(context, notify_fm_reload_wifi_cfg);
 }
 
 ExitCode send_disconnect(const Context& context, Disconnect disconnect, Arguments words) {
     if (words.size() != 3) return context.misuse("ADDRESS, PORT and a CAUSE are needed");
-    const std::optional<int> port = parse_int(words[1]);
-    if (!port) return context.misuse("%s: not a number", words[1]);
+    const std::optional<int> port = take_int(context, words[1]);
+    if (!port) return ExitCode::kUsage;
     const char* probable = after(kProbable, words[2]);
     const char* specific = after(kSpecific, words[2]);
     if (!probable && !specific) return context.misuse("%s: not a CAUSE", words[2]);
-    const BusConnection bus;
-    if (!bus) return fail_without_bus(context);
-    return done_or_refused(context, disconnect(words[0], *port, probable, specific));
+    return send_over_bus(context, [&] { return disconnect(words[0], *port, probable, specific); });
 }
 
 ExitCode send_connect(const Context& context, Connect connect, Arguments words) {
     if (words.size() != 2) return context.misuse("ADDRESS and PORT are needed");
-    const std::optional<int> port = parse_int(words[1]);
-    if (!port) return context.misuse("%s: not a number", words[1]);
-    const BusConnection bus;
-    if (!bus) return fail_without_bus(context);
-    return done_or_refused(context, connect(words[0], *port));
+    const std::optional<int> port = take_int(context, words[1]);
+    if (!port) return ExitCode::kUsage;
+    return send_over_bus(context, [&] { return connect(words[0], *port); });
 }
 
 ExitCode notify(Context& context, Arguments arguments) {
@@ -106,13 +100,12 @@ ExitCode apply(const Context& context, const Setting& setting, Arguments values)
         return context.misuse("%s takes %zu values", setting.name, setting.values);
     int numbers[2] = {};
     for (size_t i = 0; i < setting.numbers; i++) {
-        const std::optional<int> number = parse_int(values[i]);
-        if (!number) return context.misuse("%s: not a number", values[i]);
+        const std::optional<int> number = take_int(context, values[i]);
+        if (!number) return ExitCode::kUsage;
         numbers[i] = *number;
     }
-    const BusConnection bus;
-    if (!bus) return fail_without_bus(context);
-    return done_or_refused(context, setting.set(numbers, values.data() + setting.numbers));
+    return send_over_bus(context,
+                         [&] { return setting.set(numbers, values.data() + setting.numbers); });
 }
 
 ExitCode set(Context& context, Arguments arguments) {

@@ -24,10 +24,6 @@ struct Value {
 constexpr Value kThreshold = {"threshold", uci_get_threshold, uci_set_threshold};
 constexpr Value kSuppress = {"suppress", uci_get_suppress, uci_set_suppress};
 
-std::optional<int64_t> parse_module(const char* text) {
-    return parse_number(text, 0, INT_MAX);
-}
-
 ExitCode show(Context& context, const Value& value, int module) {
     int number = 0;
     if (value.get(module, &number) != 0)
@@ -45,19 +41,20 @@ ExitCode apply(const Context& context, Change change) {
 }
 
 ExitCode show_or_set(Context& context, const Value& value, Arguments arguments) {
-    const std::optional<int64_t> module = parse_module(arguments[0]);
-    if (!module) return context.misuse("%s: not the number of a module", arguments[0]);
+    const std::optional<int64_t> module =
+        take_number(context, arguments[0], "a module", 0, INT_MAX);
+    if (!module) return ExitCode::kUsage;
     const int number = static_cast<int>(*module);
     if (arguments.size() == 1) return show(context, value, number);
-    const std::optional<uint32_t> wanted = parse_u32(arguments[1]);
-    if (!wanted) return context.misuse("%s: not a number from 0 to 4294967295", arguments[1]);
+    const std::optional<uint32_t> wanted = take_u32(context, arguments[1]);
+    if (!wanted) return ExitCode::kUsage;
     return apply(context, [&] { return value.set(number, *wanted); });
 }
 
 ExitCode set_all(const Context& context, Arguments arguments) {
     if (arguments.size() != 2) return context.misuse("a value is missing");
-    const std::optional<uint32_t> wanted = parse_u32(arguments[1]);
-    if (!wanted) return context.misuse("%s: not a number from 0 to 4294967295", arguments[1]);
+    const std::optional<uint32_t> wanted = take_u32(context, arguments[1]);
+    if (!wanted) return ExitCode::kUsage;
     return apply(context, [&] { return uci_set_suppress_defaults(*wanted); });
 }
 

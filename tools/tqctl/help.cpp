@@ -4,7 +4,6 @@
 #include <cctype>
 #include <cstdio>
 #include <cstring>
-#include <iterator>
 #include <utility>
 
 #include "families.h"
@@ -16,7 +15,7 @@ namespace {
 constexpr OptionText kOptions[] = {
     {"-j", "--json", "print JSON: {} or [] where there is nothing to show"},
     {"-q", "--quiet", "nothing on standard error"},
-    {"-h", "--help", "this map; behind a family or a verb, its help"},
+    {"-h", "--help", "a map of the commands; behind a family or a verb, its help"},
     {"-V", "--version", "the version"},
 };
 
@@ -30,8 +29,6 @@ constexpr ExitText kExitCodes[] = {
     {ExitCode::kInputOutput, "input/output error, such as a full or read-only file system"},
 };
 
-// JSON: an array with an object for each row of the table.
-
 Json describe(const Family& family, const Command& command) {
     Json object(json_object_new_object());
     const bool whole = json_add(object.get(), "family", json_text(family.name)) &&
@@ -42,18 +39,6 @@ Json describe(const Family& family, const Command& command) {
                        json_add(object.get(), "example", json_text(command.example));
     return whole ? std::move(object) : nullptr;
 }
-
-void append_command(Json& array, const Family& family, const Command& command) {
-    json_append(array.get(), describe(family, command));
-}
-
-void append_family(Json& array, const Family& family) {
-    for (const Command& command : family.commands) {
-        append_command(array, family, command);
-    }
-}
-
-// Text for a terminal.
 
 void print_indented(const char* text) {
     for (const char* line = text; *line;) {
@@ -101,11 +86,17 @@ void print_map() {
 }
 
 void print_command(const Family& family, const Command& command) {
-    printf("tqctl [-j] [-q] %s%s%s%s%s\n", family.name, blank_before(command.verb), command.verb,
-           blank_before(command.arguments), command.arguments);
+    print_synopsis(stdout, family, command);
     printf("  %c%s.\n", toupper(*command.summary), command.summary + 1);
     print_indented(command.help);
     printf("  Example: %s\n\n", command.example);
+}
+
+void add_commands(Rows& rows, const Family& family, std::span<const Command> commands) {
+    for (const Command& each : commands)
+        rows.add(
+            each, [&](const Command& command) { return describe(family, command); },
+            [&](const Command& command) { print_command(family, command); });
 }
 
 // What holds for all commands of the family, and for all commands.
@@ -120,10 +111,10 @@ ExitCode help(Context& context, Arguments words) {
     if (words.empty()) return show_map(context);
     const Family* family = find_family(words[0]);
     if (!family) return context.misuse("no family of commands is named '%s'", words[0]);
-    if (words.size() == 1) return show_family(context, *family);
+    if (words.size() == 1) return show_commands(context, *family, family->commands);
     const Command* command = find_command(*family, words[1]);
     if (!command) return context.misuse("%s has no verb '%s'", words[0], words[1]);
-    return show_command(context, *family, *command);
+    return show_commands(context, *family, {command, 1});
 }
 
 constexpr Command kHelpCommands[] = {
@@ -150,6 +141,11 @@ const char* blank_before(const char* text) {
     return *text ? " " : "";
 }
 
+void print_synopsis(FILE* stream, const Family& family, const Command& command) {
+    fprintf(stream, "tqctl [-j] [-q] %s%s%s%s%s\n", family.name, blank_before(command.verb),
+            command.verb, blank_before(command.arguments), command.arguments);
+}
+
 ExitCode show_version(Context& context) {
     context.output.value("version", std::string_view(TQ_VERSION));
     return ExitCode::kDone;
@@ -160,37 +156,16 @@ ExitCode show_map(Context& context) {
         print_map();
         return ExitCode::kDone;
     }
-    Json array(json_object_new_array());
-    for (const Family* family : families()) {
-        append_family(array, *family);
-    }
-    context.output.document(array);
+    Rows rows(context.output);
+    for (const Family* family : families())
+        add_commands(rows, *family, family->commands);
     return ExitCode::kDone;
 }
 
-ExitCode show_family(Context& context, const Family& family) {
-    if (context.output.is_json()) {
-        Json array(json_object_new_array());
-        append_family(array, family);
-        context.output.document(array);
-        return ExitCode::kDone;
-    }
-    for (const Command& command : family.commands) {
-        print_command(family, command);
-    }
-    print_common(family);
-    return ExitCode::kDone;
-}
-
-ExitCode show_command(Context& context, const Family& family, const Command& command) {
-    if (context.output.is_json()) {
-        Json array(json_object_new_array());
-        append_command(array, family, command);
-        context.output.document(array);
-        return ExitCode::kDone;
-    }
-    print_command(family, command);
-    print_common(family);
+ExitCode show_commands(Context& context, const Family& family, std::span<const Command> commands) {
+    Rows rows(context.output);
+    add_commands(rows, family, commands);
+    if (!context.output.is_json()) print_common(family);
     return ExitCode::kDone;
 }
 

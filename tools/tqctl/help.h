@@ -1,6 +1,8 @@
 // help.h - what the table says about itself, and the words that help and the man page share.
 #pragma once
 
+#include <cstdio>
+
 #include "command.h"
 
 namespace tqctl {
@@ -27,13 +29,15 @@ std::span<const ExitText> exit_texts();
 // A blank for what has one in front where it is not empty.
 const char* blank_before(const char* text);
 
+// A line with all that a command takes.
+void print_synopsis(FILE* stream, const Family& family, const Command& command);
+
 ExitCode show_version(Context& context);
 
 // Every family with its verbs and a line of summary.
 ExitCode show_map(Context& context);
 
-// The commands of a family, or one of them, in full.
-ExitCode show_family(Context& context, const Family& family);
-ExitCode show_command(Context& context, const Family& family, const Command& command);
+// Commands of a family in full.
+ExitCode show_commands(Context& context, const Family& family, std::span<const Command> commands);
 
 }  // namespace tqctl

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -25,13 +24,9 @@ struct FreeDictionary {
 };
 using Ini = std::unique_ptr<dictionary, FreeDictionary>;
 
-ExitCode fail_by_errno(const Context& context, const char* path) {
-    return context.fail(exit_code_of(errno), "%s: %s", path, strerror(errno));
-}
-
 // The library says what is wrong with the lines.
 ExitCode load(const Context& context, const char* path, Ini& ini) {
-    if (access(path, R_OK) != 0) return fail_by_errno(context, path);
+    if (access(path, R_OK) != 0) return context.fail_by_errno(path);
     ini.reset(iniparser_load(path));
     if (!ini) return context.fail(ExitCode::kDamaged, "%s: not a valid INI file", path);
     return ExitCode::kDone;
@@ -94,10 +89,8 @@ ExitCode get(Context& context, Arguments arguments) {
         if (!value) {
             code = context.fail(ExitCode::kRefused, "%s: %s", name,
                                 is_there(ini, name) ? "a section, not an entry" : "not found");
-        } else if (names.size() == 1) {
-            context.output.value(name, value);
         } else {
-            context.output.member(name, value);
+            context.output.entry(names.size() == 1, name, value);
         }
     }
     return code;
@@ -245,13 +238,13 @@ class Replacement {
 // Nothing takes the file's place but what reads back as the same.
 ExitCode store(const Context& context, const char* path, const Ini& ini) {
     Replacement file(path);
-    if (!file.stream()) return fail_by_errno(context, path);
+    if (!file.stream()) return context.fail_by_errno(path);
     write_ini(file.stream(), ini);
-    if (!file.finish()) return fail_by_errno(context, path);
+    if (!file.finish()) return context.fail_by_errno(path);
     if (!are_equal(ini, Ini(iniparser_load(file.name())))) {
         return context.fail(ExitCode::kRefused, "no INI file can hold this name and value");
     }
-    return file.commit() ? ExitCode::kDone : fail_by_errno(context, path);
+    return file.commit() ? ExitCode::kDone : context.fail_by_errno(path);
 }
 
 // Makes the section of an entry that is new.

@@ -22,7 +22,7 @@ constexpr size_t kMaxSize = 262144;
 
 ExitCode cause(const Context& context, const char* what) {
     if (errno == ECONNREFUSED) return context.fail(ExitCode::kRefused, "%s: nobody is there", what);
-    return context.fail(exit_code_of(errno), "%s: %s", what, strerror(errno));
+    return context.fail_by_errno(what);
 }
 
 // All of standard input; none where it is longer than a request may be, or cannot be read.

@@ -62,8 +62,7 @@ bool is_meant(const syslog_process& process, uint32_t id) {
 ExitCode prepare_config_file(const Context& context) {
     const bool can_write =
         access(kConfigFile, W_OK) == 0 || (errno == ENOENT && access("/etc", W_OK) == 0);
-    if (!can_write)
-        return context.fail(exit_code_of(errno), "%s: %s", kConfigFile, strerror(errno));
+    if (!can_write) return context.fail_by_errno(kConfigFile);
     openlog("tqctl", 0, LOG_USER);
     return ExitCode::kDone;
 }
@@ -150,9 +149,9 @@ ExitCode size(Context& context, Arguments arguments) {
         context.output.value("size", get_syslog_file_size());
         return ExitCode::kDone;
     }
-    const std::optional<int64_t> wanted = parse_number(arguments[0], kMinSize, kMaxSize);
-    if (!wanted)
-        return context.misuse("'%s' is not a size from %u to %u", arguments[0], kMinSize, kMaxSize);
+    const std::optional<int64_t> wanted =
+        take_number(context, arguments[0], "a size", kMinSize, kMaxSize);
+    if (!wanted) return ExitCode::kUsage;
     const ExitCode code = prepare_config_file(context);
     if (code == ExitCode::kDone) set_log_file_size_scfg(static_cast<uint32_t>(*wanted));
     return code;
@@ -182,8 +181,8 @@ ExitCode start_trace(const Context& context, Arguments arguments) {
     wcd_trace_settings trace{};
     trace.enable = 1;
     trace.host_name = arguments[0];
-    const std::optional<int64_t> port = parse_number(arguments[1], 1, UINT16_MAX);
-    if (!port) return context.misuse("'%s' is not a port from 1 to 65535", arguments[1]);
+    const std::optional<int64_t> port = take_number(context, arguments[1], "a port", 1, UINT16_MAX);
+    if (!port) return ExitCode::kUsage;
     if (!parse_level(arguments[2], level))
         return context.misuse("'%s' is not a level from 0 (emerg) to 7 (debug)", arguments[2]);
     trace.port = static_cast<uint16_t>(*port);

@@ -60,8 +60,8 @@ ExitCode show(Context& context, Arguments) {
 }
 
 ExitCode ssid(Context& context, Arguments arguments) {
-    const std::optional<int64_t> number = parse_number(arguments[0], 0, 999);
-    if (!number) return context.misuse("'%s' is not a number from 0 to 999", arguments[0]);
+    const std::optional<int64_t> number = take_number(context, arguments[0], "a number", 0, 999);
+    if (!number) return ExitCode::kUsage;
     char name[33];
     get_default_ssid(name, sizeof(name), 0, static_cast<int>(*number));
     context.output.value("ssid", name);

@@ -19,6 +19,7 @@ using tqctl::Context;
 using tqctl::ExitCode;
 using tqctl::Family;
 
+constexpr char kLetters[] = "+jqhV";
 constexpr option kOptions[] = {
     {"json", no_argument, nullptr, 'j'},   {"quiet", no_argument, nullptr, 'q'},
     {"help", no_argument, nullptr, 'h'},   {"version", no_argument, nullptr, 'V'},
@@ -54,7 +55,8 @@ bool asks_for_help(Arguments arguments) {
 
 ExitCode run_command(Context& context, const Command& command, Arguments arguments) {
     context.command = &command;
-    if (asks_for_help(arguments)) return tqctl::show_command(context, *context.family, command);
+    if (asks_for_help(arguments))
+        return tqctl::show_commands(context, *context.family, {&command, 1});
     if (arguments.size() < command.min_arguments) return context.misuse("an argument is missing");
     if (arguments.size() > command.max_arguments) return context.misuse("too many arguments");
     return command.run(context, arguments);
@@ -66,7 +68,7 @@ ExitCode run_family(Context& context, Arguments words) {
     context.family = family;
     const Arguments rest = words.subspan(1);
     if (tqctl::is_single(*family)) return run_command(context, family->commands.front(), rest);
-    if (asks_for_help(rest)) return tqctl::show_family(context, *family);
+    if (asks_for_help(rest)) return tqctl::show_commands(context, *family, family->commands);
     if (rest.empty()) return context.misuse("%s needs a verb", family->name);
     const Command* command = tqctl::find_command(*family, rest[0]);
     if (!command) return context.misuse("%s has no verb '%s'", family->name, rest[0]);
@@ -75,7 +77,7 @@ ExitCode run_family(Context& context, Arguments words) {
 
 ExitCode run(Context& context, int argc, char** argv) {
     opterr = 0;
-    for (int option = 0; (option = getopt_long(argc, argv, "+jqhV", kOptions, nullptr)) != -1;) {
+    for (int option = 0; (option = getopt_long(argc, argv, kLetters, kOptions, nullptr)) != -1;) {
         switch (option) {
             case 'j':
                 context.output.use_json();
@@ -88,8 +90,10 @@ ExitCode run(Context& context, int argc, char** argv) {
             case 'V':
                 return tqctl::show_version(context);
             default:
-                return optopt ? context.misuse("unknown option '-%c'", optopt)
-                              : context.misuse("unknown option '%s'", argv[optind - 1]);
+                // A known letter is that of a long option with a value, which none takes.
+                return optopt && !strchr(kLetters, optopt)
+                           ? context.misuse("unknown option '-%c'", optopt)
+                           : context.misuse("unknown option '%s'", argv[optind - 1]);
         }
     }
     if (optind == argc) return context.misuse("a family of commands and a verb are needed");

@@ -55,20 +55,29 @@ void print_roff_lines(const char* text, const char* paragraph) {
     }
 }
 
-void print_bold(const char* text) {
-    printf("\\fB");
+void print_font(char font, const char* text) {
+    printf("\\f%c", font);
     print_roff(text);
     printf("\\fR");
+}
+
+void print_bold(const char* text) {
+    print_font('B', text);
+}
+
+// A word behind others, where there is one.
+void print_next(char font, const char* text) {
+    if (!*text) return;
+    printf(" ");
+    print_font(font, text);
 }
 
 void print_man_command(const Family& family, const Command& command) {
     printf(".TP\n");
     print_bold(family.name);
-    printf("%s", blank_before(command.verb));
-    print_bold(command.verb);
-    printf("%s\\fI", blank_before(command.arguments));
-    print_roff(command.arguments);
-    printf("\\fR\n%c", toupper(*command.summary));
+    print_next('B', command.verb);
+    print_next('I', command.arguments);
+    printf("\n%c", toupper(*command.summary));
     print_roff(command.summary + 1);
     printf(".\n");
     print_roff_lines(command.help, ".IP\n");

@@ -96,8 +96,8 @@ ExitCode misuse_count(const Context& context, const char* text) {
     return context.misuse("'%s' is not a number of messages", text);
 }
 
-ExitCode misuse_protocol(const Context& context, const char* text) {
-    return context.misuse("'%s' is not a protocol from 0 to 31", text);
+std::optional<int64_t> take_protocol(const Context& context, const char* text) {
+    return take_number(context, text, "a protocol", 0, kMaxProtocol);
 }
 
 ExitCode refuse_protocol(const Context& context, const char* text) {
@@ -105,10 +105,11 @@ ExitCode refuse_protocol(const Context& context, const char* text) {
 }
 
 ExitCode listen(Context& context, Arguments arguments) {
-    const std::optional<int64_t> protocol = parse_number(arguments[0], 0, kMaxProtocol);
-    if (!protocol) return misuse_protocol(context, arguments[0]);
-    const std::optional<int64_t> group = parse_number(arguments[1], 1, kMaxGroup);
-    if (!group) return context.misuse("'%s' is not a group from 1 to 32", arguments[1]);
+    const std::optional<int64_t> protocol = take_protocol(context, arguments[0]);
+    if (!protocol) return ExitCode::kUsage;
+    const std::optional<int64_t> group =
+        take_number(context, arguments[1], "a group", 1, kMaxGroup);
+    if (!group) return ExitCode::kUsage;
     const std::optional<int64_t> count = parse_count(arguments);
     if (!count) return misuse_count(context, arguments[2]);
     const NetlinkSocket sock(*protocol, *group);
@@ -119,8 +120,8 @@ ExitCode listen(Context& context, Arguments arguments) {
 }
 
 ExitCode send(Context& context, Arguments arguments) {
-    const std::optional<int64_t> protocol = parse_number(arguments[0], 0, kMaxProtocol);
-    if (!protocol) return misuse_protocol(context, arguments[0]);
+    const std::optional<int64_t> protocol = take_protocol(context, arguments[0]);
+    if (!protocol) return ExitCode::kUsage;
     const size_t size = strlen(arguments[1]);
     if (size == 0 || size > TQ_NETLINK_PAYLOAD_MAX)
         return context.misuse("a payload has 1 to %d bytes", TQ_NETLINK_PAYLOAD_MAX);

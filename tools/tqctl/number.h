@@ -1,33 +1,21 @@
 // number.h - numbers on the command line.
 #pragma once
 
-#include <cerrno>
 #include <cstdint>
-#include <cstdlib>
 #include <optional>
+
+#include "command.h"
 
 namespace tqctl {
 
 // The decimal number that the whole text is, where it lies within these.
-inline std::optional<int64_t> parse_number(const char* text, int64_t least, int64_t most) {
-    if ((*text < '0' || *text > '9') && *text != '-') return std::nullopt;
-    char* end = nullptr;
-    errno = 0;
-    const long long number = strtoll(text, &end, 10);
-    if (end == text || *end || errno != 0 || number < least || number > most) return std::nullopt;
-    return number;
-}
+std::optional<int64_t> parse_number(const char* text, int64_t least, int64_t most);
+std::optional<uint32_t> parse_u32(const char* text);
 
-inline std::optional<uint32_t> parse_u32(const char* text) {
-    const std::optional<int64_t> number = parse_number(text, 0, UINT32_MAX);
-    if (!number) return std::nullopt;
-    return static_cast<uint32_t>(*number);
-}
-
-inline std::optional<int> parse_int(const char* text) {
-    const std::optional<int64_t> number = parse_number(text, INT32_MIN, INT32_MAX);
-    if (!number) return std::nullopt;
-    return static_cast<int>(*number);
-}
+// The same of an argument; where it is none, that is said, as "'x' is not a port from 1 to 65535".
+std::optional<int64_t> take_number(const Context& context, const char* argument, const char* what,
+                                   int64_t least, int64_t most);
+std::optional<uint32_t> take_u32(const Context& context, const char* argument);
+std::optional<int> take_int(const Context& context, const char* argument);
 
 }  // namespace tqctl

@@ -49,6 +49,11 @@ class Output {
     void member(std::string_view key, std::string_view text);
     void member(std::string_view key, int64_t number);
 
+    // One of the values that were asked for: a value where it is the only one, else a member.
+    void entry(bool is_only, std::string_view key, std::string_view text) {
+        is_only ? value(key, text) : member(key, text);
+    }
+
     // An object: its members a line each, those of an object in it with its key and a dot in front.
     void members(const Json& object);
 

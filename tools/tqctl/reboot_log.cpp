@@ -2,7 +2,6 @@
 #include <tq/reboot_cause.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -26,7 +25,7 @@ ExitCode explain(const Context& context) {
     const File store(fopen(path, "r+e"));
     if (store)
         return context.fail(ExitCode::kInputOutput, "%s: does not take what is written", path);
-    return context.fail(exit_code_of(errno), "%s: %s", path, strerror(errno));
+    return context.fail_by_errno(path);
 }
 
 // list
@@ -80,8 +79,8 @@ Json describe(const reboot_cause_record& record) {
 ExitCode list(Context& context, Arguments arguments) {
     const std::optional<int64_t> maximum =
         arguments.empty() ? REBOOT_CAUSE_RECORDS
-                          : parse_number(arguments[0], 1, REBOOT_CAUSE_RECORDS);
-    if (!maximum) return context.misuse("'%s' is not a number from 1 to 20", arguments[0]);
+                          : take_number(context, arguments[0], "a number", 1, REBOOT_CAUSE_RECORDS);
+    if (!maximum) return ExitCode::kUsage;
     reboot_cause_record records[REBOOT_CAUSE_RECORDS];
     const int count = rb_read_reboot_cause(records, static_cast<int>(*maximum));
     if (count < 0) return explain(context);
@@ -109,8 +108,9 @@ ExitCode stats(Context& context, Arguments) {
 // add
 
 ExitCode add(Context& context, Arguments arguments) {
-    const std::optional<int64_t> cause = parse_number(arguments[0], 0, UINT8_MAX);
-    if (!cause) return context.misuse("'%s' is not a number from 0 to 255", arguments[0]);
+    const std::optional<int64_t> cause =
+        take_number(context, arguments[0], "a number", 0, UINT8_MAX);
+    if (!cause) return ExitCode::kUsage;
     constexpr size_t kLongest = sizeof(reboot_cause_record::message) - 1;
     if (strlen(arguments[1]) > kLongest)
         return context.fail(ExitCode::kRefused, "a message is at most %zu bytes long", kLongest);
@@ -123,8 +123,9 @@ ExitCode add(Context& context, Arguments arguments) {
 // panic
 
 ExitCode panic(Context& context, Arguments arguments) {
-    const std::optional<int64_t> identifier = parse_number(arguments[0], 0, UINT16_MAX);
-    if (!identifier) return context.misuse("'%s' is not a number from 0 to 65535", arguments[0]);
+    const std::optional<int64_t> identifier =
+        take_number(context, arguments[0], "a number", 0, UINT16_MAX);
+    if (!identifier) return ExitCode::kUsage;
     reboot_cause_statistic statistic;
     if (rb_read_reboot_statistic(&statistic) != 0) return explain(context);
     reboot_panic_buffer buffer{};

@@ -169,7 +169,7 @@ ExitCode reboot_log(const Context& context, const Check&, Found& found) {
     if (!path) return context.fail(ExitCode::kRefused, "the board names no file");
     found.say("%s", path);
     if (access(path, R_OK | W_OK) == 0) return ExitCode::kDone;
-    return context.fail(exit_code_of(errno), "%s: %s", path, strerror(errno));
+    return context.fail_by_errno(path);
 }
 
 ExitCode log_socket(const Context& context, const Check& check, Found&) {
@@ -224,8 +224,7 @@ constexpr Check kChecks[] = {
     {"config", "wireless", true, config_file, "radios and VAPs have no settings"},
     {"config", "system", false, config_file, kNoSettings},
     {"config", "wtp", true, config_file,
-     "the access point counts as managed, and the state of its controller link is\n"
-     "lost"},
+     "the access point counts as managed, and the state of its controller link is lost"},
     {"config", "board", true, config_file, "the model's name is not known"},
     {"config", "forward", true, config_file, "the forwarding mode is not known"},
     {"config", "dhcp", false, config_file, kNoSettings},
@@ -289,21 +288,48 @@ const char* outcome_of(ExitCode code) {
     return code == ExitCode::kRefused ? "missing" : "failed";
 }
 
+// A check that was made: what was found, or else why there is nothing.
+class Result {
+  public:
+    explicit Result(const Check& check) {
+        Context context;
+        context.complaint = &complaint_;
+        code_ = check.probe(context, check, found_);
+    }
+
+    [[nodiscard]] ExitCode code() const { return code_; }
+    [[nodiscard]] bool is_there() const { return code_ == ExitCode::kDone; }
+    [[nodiscard]] const char* detail() const { return is_there() ? found_.text : complaint_.text; }
+
+  private:
+    Found found_;
+    Complaint complaint_;
+    ExitCode code_;
+};
+
+Json found_by(Probe probe) {
+    const Result result({"", "", false, probe, ""});
+    return result.is_there() ? json_text(result.detail()) : nullptr;
+}
+
+// The board's facts, and what tells one unit from another.
+Json describe_unit() {
+    Json unit = describe_board();
+    json_add(unit.get(), "base_mac", found_by(base_address));
+    json_add(unit.get(), "serial_number", found_by(serial_number));
+    return unit;
+}
+
 class Report {
   public:
     explicit Report(Output& output) : output_(output) {}
 
     void run(const Check& check) {
-        Complaint complaint;
-        Found found;
-        Context context;
-        context.complaint = &complaint;
-        const ExitCode code = check.probe(context, check, found);
-        const bool is_there = code == ExitCode::kDone;
-        add(check, code, is_there ? found.text : complaint.text);
-        if (is_there || !check.required) return;
+        const Result result(check);
+        add(check, result.code(), result.detail());
+        if (result.is_there() || !check.required) return;
         lacking_++;
-        if (code_ == ExitCode::kDone) code_ = code;
+        if (code_ == ExitCode::kDone) code_ = result.code();
     }
 
     // The ports must be there; a radio's device comes and goes with its driver.
@@ -354,21 +380,6 @@ class Report {
             printf("%-8s %-38s %s%s; %s\n", outcome_of(code), name,
                    check.required ? "" : "(optional) ", detail, check.meaning);
         }
-    }
-
-    // The board's facts, and what tells one unit from another.
-    static Json describe_unit() {
-        Json unit = describe_board();
-        const Check none{};
-        Complaint complaint;
-        Context context;
-        context.complaint = &complaint;
-        Found found;
-        if (base_address(context, none, found) == ExitCode::kDone)
-            json_add(unit.get(), "base_mac", json_text(found.text));
-        if (serial_number(context, none, found) == ExitCode::kDone)
-            json_add(unit.get(), "serial_number", json_text(found.text));
-        return unit;
     }
 
     Output& output_;

@@ -2,26 +2,27 @@
 #include <tq/status_file.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 #include "families.h"
+#include "file.h"
 #include "number.h"
 
 namespace tqctl {
 
 namespace {
 
-// The result of a call that leaves its cause in errno.
-ExitCode cause(const Context& context, const char* what) {
-    return context.fail(exit_code_of(errno), "%s: %s", what, strerror(errno));
-}
-
 ExitCode set_offline(const Context& context, const char* text) {
-    const std::optional<int64_t> code = parse_number(text, 1, 6);
-    if (!code) return context.misuse("'%s' is not a code from 1 to 6", text);
-    errno = 0;
+    const std::optional<int64_t> code = take_number(context, text, "a code", 1, 6);
+    if (!code) return ExitCode::kUsage;
+    // The library tells its log alone that it cannot.
+    const File record(fopen("/tmp/.offline.reason", "ae"));
+    if (!record) return context.fail_by_errno("offline reason");
     tq_set_offline_reason(static_cast<int>(*code));
-    return errno == 0 ? ExitCode::kDone : cause(context, "offline reason");
+    offline_reason_info info{};
+    if (tq_get_offline_reason(&info) == 0) return ExitCode::kDone;
+    return context.fail(ExitCode::kInputOutput, "offline reason: it could not be written");
 }
 
 ExitCode offline(Context& context, Arguments arguments) {
@@ -39,7 +40,7 @@ ExitCode set_traffic(const Context& context, const char* word) {
     if (!up && strcmp(word, "down") != 0)
         return context.misuse("'%s' is neither up nor down", word);
     if (set_traffic_upload_status(up ? word : nullptr) != 0)
-        return cause(context, "traffic upload");
+        return context.fail_by_errno("traffic upload");
     return ExitCode::kDone;
 }
 
@@ -50,8 +51,8 @@ ExitCode traffic(Context& context, Arguments arguments) {
 }
 
 ExitCode set_capwap(const Context& context, const char* text) {
-    const std::optional<int> status = parse_int(text);
-    if (!status) return context.misuse("'%s' is not a number", text);
+    const std::optional<int> status = take_int(context, text);
+    if (!status) return ExitCode::kUsage;
     if (set_capwap_status_file(*status) == 0) return ExitCode::kDone;
     return context.fail(ExitCode::kInputOutput, "the status cannot be stored");
 }
@@ -69,11 +70,12 @@ constexpr size_t kServerSize = 16;
 ExitCode set_coredump(const Context& context, const char* server) {
     if (!*server) {
         if (delete_coredump_server() == 0 || errno == ENOENT) return ExitCode::kDone;
-        return cause(context, "core-dump server");
+        return context.fail_by_errno("core-dump server");
     }
     if (strlen(server) > kServerSize)
         return context.fail(ExitCode::kRefused, "a server is at most %zu bytes long", kServerSize);
-    return save_coredump_server(server) == 0 ? ExitCode::kDone : cause(context, "core-dump server");
+    return save_coredump_server(server) == 0 ? ExitCode::kDone
+                                             : context.fail_by_errno("core-dump server");
 }
 
 ExitCode coredump(Context& context, Arguments arguments) {

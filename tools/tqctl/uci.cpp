@@ -155,11 +155,7 @@ ExitCode print_value(Context& context, const char* spelling, bool is_only) {
     if (read_value(path, buffer.get(), static_cast<int>(room)) != 0) {
         return explain(context, spelling, cause_of_failure(path.file(), "not found"));
     }
-    if (is_only) {
-        context.output.value(spelling, buffer.get());
-    } else {
-        context.output.member(spelling, buffer.get());
-    }
+    context.output.entry(is_only, spelling, buffer.get());
     return ExitCode::kDone;
 }
 

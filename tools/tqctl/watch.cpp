@@ -339,8 +339,8 @@ void run(View& view) {
 
 ExitCode watch_figures(Context& context, Arguments arguments) {
     const std::optional<int64_t> seconds =
-        arguments.empty() ? 1 : parse_number(arguments[0], 1, 60);
-    if (!seconds) return context.misuse("%s: not a number from 1 to 60", arguments[0]);
+        arguments.empty() ? 1 : take_number(context, arguments[0], "a number", 1, 60);
+    if (!seconds) return ExitCode::kUsage;
     if (context.output.is_json()) return context.misuse("a view is no JSON; stat all is");
     if (!isatty(STDIN_FILENO) || !isatty(STDOUT_FILENO))
         return context.fail(ExitCode::kRefused, "a view needs a terminal");

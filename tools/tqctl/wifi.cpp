@@ -124,8 +124,8 @@ using Write = ExitCode (*)(const Context&, uci_config_ctx* session, Arguments va
 template <int (*Set)(uci_config_ctx*, int)>
 ExitCode write_number(const Context& context, uci_config_ctx* session, Arguments values,
                       int& result) {
-    const std::optional<int> number = parse_int(values[0]);
-    if (!number) return context.misuse("%s: not a number", values[0]);
+    const std::optional<int> number = take_int(context, values[0]);
+    if (!number) return ExitCode::kUsage;
     result = Set(session, *number);
     return ExitCode::kDone;
 }
@@ -137,8 +137,8 @@ int without_second(uci_config_ctx* session, int value) {
 
 ExitCode write_mode(const Context& context, uci_config_ctx* session, Arguments values,
                     int& result) {
-    const std::optional<int64_t> mode = parse_number(values[0], 1, 30);
-    if (!mode) return context.misuse("%s: not a mode from 1 to 30", values[0]);
+    const std::optional<int64_t> mode = take_number(context, values[0], "a mode", 1, 30);
+    if (!mode) return ExitCode::kUsage;
     result = wifi_set_wireless_mode(session, static_cast<int>(*mode));
     return ExitCode::kDone;
 }
@@ -218,8 +218,8 @@ ExitCode write_radius(const Context& context, uci_config_ctx* session, Arguments
     in_addr address{};
     if (inet_pton(AF_INET, values[0], &address) != 1)
         return context.misuse("%s: not an IPv4 address", values[0]);
-    const std::optional<int64_t> port = parse_number(values[1], 1, 65535);
-    if (!port) return context.misuse("%s: not a port from 1 to 65535", values[1]);
+    const std::optional<int64_t> port = take_number(context, values[1], "a port", 1, UINT16_MAX);
+    if (!port) return ExitCode::kUsage;
     const Secret secret(values[2]);
     if (secret.problem()) return context.misuse("the secret is %s", secret.problem());
     HeapText copy(strdup(secret.c_str()));
