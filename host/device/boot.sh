@@ -186,15 +186,22 @@ start_bus() {
     bus=/run/ubus/ubus.sock
     command -v ubusd >/dev/null || { bus=''; return 0; }
     ubusd </dev/null &
+    broker=$!
 }
 
-await_bus() {
-    until [ -z "$bus" ] || [ -S "$bus" ]; do sleep 0.005; done
-}
+await_bus() { [ -z "$bus" ] || await "$bus" "$broker"; }
 
 start_log() {
     socat -u UNIX-RECV:/dev/log,mode=0666 OPEN:/var/log/messages,creat,append &
-    until [ -S /dev/log ]; do sleep 0.005; done
+    await /dev/log $!
+}
+
+# await SOCKET PROCESS: until it is there, or who is to make it has died.
+await() {
+    until [ -S "$1" ]; do
+        kill -0 "$2" 2>/dev/null || { echo "tqdevice: nobody is there to make $1" >&2; exit 125; }
+        sleep 0.005
+    done
 }
 
 main

@@ -250,30 +250,32 @@ bool Description::parse_line(std::string_view line) {
 bool Description::begin_section(std::string_view heading) {
     if (!end_section()) return false;
     if (heading.back() != ']') return wrong("%s: the ']' is missing", Excerpt(heading).c_str());
-    std::string_view rest(heading.data() + 1, heading.size() - 2);
-    rest = trim(rest);
-    const std::string_view name = take_until(rest, ' ');
-    for (size_t i = 0; i < kSections; i++) {
-        if (kSectionRows[i].name != name) continue;
-        section_ = static_cast<Section>(i);
-        char expected[24];
-        write_heading(expected, sizeof(expected), section_, counts_[i]);
-        if (kSectionRows[i].numbered && parse_number(trim(rest)) != counts_[i]) {
-            return wrong("%s where [%s] is due", Excerpt(heading).c_str(), expected);
-        }
-        if (!kSectionRows[i].numbered && !rest.empty()) {
-            return wrong("%s: there is one [%s], without a number", Excerpt(heading).c_str(),
-                         expected);
-        }
-        if (!kSectionRows[i].numbered && counts_[i] > 0) {
-            return wrong("[%s] for the second time", expected);
-        }
-        counts_[i]++;
-        in_section_ = true;
-        section_line_ = line_;
-        return true;
+    std::string_view rest = trim({heading.data() + 1, heading.size() - 2});
+    const SectionRow* row =
+        std::ranges::find(kSectionRows, take_until(rest, ' '), &SectionRow::name);
+    if (row == std::end(kSectionRows))
+        return wrong("%s is no section of a board", Excerpt(heading).c_str());
+    section_ = static_cast<Section>(row - kSectionRows);
+    if (!check_number(heading, trim(rest))) return false;
+    counts_[static_cast<size_t>(section_)]++;
+    in_section_ = true;
+    section_line_ = line_;
+    return true;
+}
+
+// Of a section that begins: they are counted from 0, or there is one, without a number.
+bool Description::check_number(std::string_view heading, std::string_view number) {
+    const int before = count(section_);
+    char expected[24];
+    write_heading(expected, sizeof(expected), section_, before);
+    if (row_of(section_).numbered) {
+        if (parse_number(number) == before) return true;
+        return wrong("%s where [%s] is due", Excerpt(heading).c_str(), expected);
     }
-    return wrong("%s is no section of a board", Excerpt(heading).c_str());
+    if (!number.empty()) {
+        return wrong("%s: there is one [%s], without a number", Excerpt(heading).c_str(), expected);
+    }
+    return before == 0 || wrong("[%s] for the second time", expected);
 }
 
 // What is wrong with a port as a whole, or null. Everything counts by which ports are gigabit ones.

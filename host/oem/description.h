@@ -86,6 +86,7 @@ class Description {
 
     bool parse_line(std::string_view line);
     bool begin_section(std::string_view heading);
+    bool check_number(std::string_view heading, std::string_view number);
     bool end_section();
     [[nodiscard]] const char* flaw_of_port(int port) const;
     bool add(std::string_view assignment);

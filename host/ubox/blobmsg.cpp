@@ -180,7 +180,7 @@ void* blobmsg_realloc_string_buffer(blob_buf* buf, unsigned int maxlen) {
     blob_attr* attr = pending_string(buf);
     char* text = static_cast<char*>(blobmsg_data(attr));
     const auto needed = static_cast<size_t>(text - static_cast<char*>(buf->buf)) + maxlen + 1;
-    if (needed > BLOB_ATTR_LEN_MASK) return nullptr;
+    if (maxlen > BLOB_ATTR_LEN_MASK || needed > BLOB_ATTR_LEN_MASK) return nullptr;
     const auto missing = static_cast<int>(needed) - buf->buflen;
     // Room for what fills up behind it, too.
     if (missing > 0 && !blob_buf_grow(buf, missing + BLOB_ATTR_ALIGN)) return nullptr;

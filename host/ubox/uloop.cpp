@@ -25,9 +25,11 @@ volatile sig_atomic_t ended_by = 0;
 int run_depth = 0;
 list_head timeouts = LIST_HEAD_INIT(timeouts);
 
-// The events being handled: a handler may remove a descriptor whose turn has not come.
-epoll_event* events = nullptr;
-int event_count = 0;
+// What has happened and not had its turn yet. A handler may remove a descriptor of these, and a
+// loop inside a handler goes on with them.
+epoll_event ready[kMaxEvents];
+int next_ready = 0;
+int ready_end = 0;
 
 uloop_timeout* timeout_at(list_head* entry) {
     return container_of(entry, uloop_timeout, list);
@@ -47,8 +49,7 @@ int64_t milliseconds_until(const timeval& time) {
     return microseconds > 0 ? (microseconds + 999) / 1000 : microseconds / 1000;
 }
 
-bool is_due(const timeval& time) {
-    const timeval current = now();
+bool is_due(const timeval& time, const timeval& current = now()) {
     return !timercmp(&current, &time, <);
 }
 
@@ -74,8 +75,8 @@ bool set_nonblocking(int fd) {
 }
 
 void forget_events_of(const uloop_fd* sock) {
-    for (int i = 0; i < event_count; i++) {
-        if (events[i].data.ptr == sock) events[i].data.ptr = nullptr;
+    for (int i = next_ready; i < ready_end; i++) {
+        if (ready[i].data.ptr == sock) ready[i].data.ptr = nullptr;
     }
 }
 
@@ -98,25 +99,21 @@ void handle_event(const epoll_event& event) {
     sock->cb(sock, happened);
 }
 
-void handle_events(int timeout) {
-    epoll_event ready[kMaxEvents];
-    const int count = epoll_wait(poll_fd, ready, kMaxEvents, timeout);
-    // A loop inside a handler has events of its own.
-    epoll_event* const outer_events = events;
-    const int outer_count = event_count;
-    events = ready;
-    event_count = std::max(count, 0);
-    for (int i = 0; i < event_count; i++) {
-        handle_event(ready[i]);
+// One at a time: after each the loop may be told to end, and timeouts have their turn.
+void handle_next_event(int timeout) {
+    if (next_ready == ready_end) {
+        next_ready = 0;
+        ready_end = std::max(epoll_wait(poll_fd, ready, kMaxEvents, timeout), 0);
     }
-    events = outer_events;
-    event_count = outer_count;
+    if (next_ready < ready_end) handle_event(ready[next_ready++]);
 }
 
+// What is due by now: one that its handler sets anew has its turn behind the descriptors.
 void handle_timeouts() {
+    const timeval current = now();
     while (!list_empty(&timeouts)) {
         uloop_timeout* first = timeout_at(timeouts.next);
-        if (!is_due(first->time)) return;
+        if (!is_due(first->time, current)) return;
         uloop_timeout_cancel(first);
         if (first->cb) first->cb(first);
     }
@@ -185,7 +182,7 @@ void run_until_cancelled(int timeout) {
         if (uloop_cancelled) return;
         const int left =
             timeout < 0 ? -1 : static_cast<int>(std::max<int64_t>(milliseconds_until(end), 0));
-        handle_events(earlier(uloop_get_next_timeout(), left));
+        handle_next_event(earlier(uloop_get_next_timeout(), left));
         if (timeout >= 0 && is_due(end)) return;
     }
 }
@@ -203,6 +200,7 @@ int uloop_init() {
 void uloop_done() {
     close_fd(&poll_fd);
     close_fd(&wake_fd);
+    next_ready = ready_end = 0;
     while (!list_empty(&timeouts)) {
         uloop_timeout_cancel(timeout_at(timeouts.next));
     }

@@ -170,12 +170,6 @@ uint32_t new_id(const avl_tree* tree) {
     return id;
 }
 
-int compare_ids(const void* k1, const void* k2, void* /*ptr*/) {
-    const uint32_t first = *static_cast<const uint32_t*>(k1);
-    const uint32_t second = *static_cast<const uint32_t*>(k2);
-    return (first > second) - (first < second);
-}
-
 bool start() {
     // Before the first client, so that there is always a message to build.
     return uloop_init() == 0 && blob_buf_init(&out, 0) == 0;

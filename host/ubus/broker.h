@@ -95,7 +95,6 @@ blob_attr* message();
 
 // A new random id that the tree has not; system objects' ids are never given.
 uint32_t new_id(const avl_tree* tree);
-int compare_ids(const void* k1, const void* k2, void* ptr);
 
 // broker_client.cpp - connections.
 

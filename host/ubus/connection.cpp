@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <iterator>
 
 #include "internal.h"
@@ -185,10 +184,11 @@ void handle_event(uloop_fd* sock, unsigned int /*events*/) {
     ubus_context* ctx = container_of(sock, ubus_context, sock);
     // The loop's own sign of the end; what came before it is still to be read.
     sock->eof = false;
-    // A message may have been handled by waiting for others: those are older than the next one.
+    // A message may have been handled by waiting for others: those are older than the next one. A
+    // loop that has been told to end does, however many are still to come.
     do {
         handle_pending(ctx);
-    } while (receive(ctx));
+    } while (receive(ctx) && !uloop_cancelling());
 }
 
 void end_loop(ubus_context* /*ctx*/) {
@@ -196,13 +196,8 @@ void end_loop(ubus_context* /*ctx*/) {
 }
 
 int open_socket(const char* path) {
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    if (strlen(path) >= sizeof(address.sun_path)) {
-        errno = ENAMETOOLONG;
-        return -1;
-    }
-    memcpy(address.sun_path, path, strlen(path));
+    sockaddr_un address;
+    if (!socket_address(path, &address)) return -1;
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 0) return -1;
     if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) return fd;
@@ -239,12 +234,6 @@ void close_connection(ubus_context* ctx) {
     if (ctx->sock.fd >= 0) close(ctx->sock.fd);
     ctx->sock.fd = -1;
     ctx->sock.eof = true;
-}
-
-int compare_ids(const void* k1, const void* k2, void* /*ptr*/) {
-    const uint32_t first = *static_cast<const uint32_t*>(k1);
-    const uint32_t second = *static_cast<const uint32_t*>(k2);
-    return (first > second) - (first < second);
 }
 
 void pending_is_due(uloop_timeout* timeout) {

@@ -115,25 +115,16 @@ void put_type(blob_buf* buf, const ubus_object_type& type) {
     blob_nest_end(buf, signature);
 }
 
-void take_ids(ubus_request* req, int /*type*/, blob_attr* msg) {
-    auto* object = static_cast<ubus_object*>(req->priv);
-    const Attributes attributes(msg, blob_raw_len(msg));
-    if (!attributes[UBUS_ATTR_OBJID]) return;
-    object->id = attributes.number(UBUS_ATTR_OBJID);
-    if (object->type && attributes[UBUS_ATTR_OBJTYPE])
-        object->type->id = attributes.number(UBUS_ATTR_OBJTYPE);
-    object->avl.key = &object->id;
-    avl_insert(&req->ctx->objects, &object->avl);
-}
+// What the broker says of an object that is added or removed; 0 for what it does not say.
+struct Ids {
+    uint32_t object;
+    uint32_t type;
+};
 
-void drop_ids(ubus_request* req, int /*type*/, blob_attr* msg) {
-    auto* object = static_cast<ubus_object*>(req->priv);
+void take_ids(ubus_request* req, int /*type*/, blob_attr* msg) {
     const Attributes attributes(msg, blob_raw_len(msg));
-    if (!attributes[UBUS_ATTR_OBJID]) return;
-    avl_delete(&req->ctx->objects, &object->avl);
-    object->id = 0;
-    // The last object of its type.
-    if (object->type && attributes[UBUS_ATTR_OBJTYPE]) object->type->id = 0;
+    *static_cast<Ids*>(req->priv) = {attributes.number(UBUS_ATTR_OBJID),
+                                     attributes.number(UBUS_ATTR_OBJTYPE)};
 }
 
 int deliver_event(ubus_context* ctx, ubus_object* object, ubus_request_data* /*req*/,
@@ -194,19 +185,31 @@ int ubus_add_object(ubus_context* ctx, ubus_object* obj) {
     if (obj->name && !blob_put_string(blob.buf(), UBUS_ATTR_OBJPATH, obj->name))
         return UBUS_STATUS_NO_MEMORY;
     if (obj->type) ubus::put_type(blob.buf(), *obj->type);
+    ubus::Ids ids = {};
     const int status =
-        ubus::perform_request(ctx, UBUS_MSG_ADD_OBJECT, 0, blob.message(), ubus::take_ids, obj);
+        ubus::perform_request(ctx, UBUS_MSG_ADD_OBJECT, 0, blob.message(), ubus::take_ids, &ids);
     if (status != UBUS_STATUS_OK) return status;
-    return obj->id ? UBUS_STATUS_OK : UBUS_STATUS_NO_DATA;
+    if (!ids.object || avl_find(&ctx->objects, &ids.object)) return UBUS_STATUS_NO_DATA;
+    obj->id = ids.object;
+    if (obj->type && ids.type) obj->type->id = ids.type;
+    obj->avl.key = &obj->id;
+    avl_insert(&ctx->objects, &obj->avl);
+    return UBUS_STATUS_OK;
 }
 
 int ubus_remove_object(ubus_context* ctx, ubus_object* obj) {
     ubus::Blob blob;
     blob_put_u32(blob.buf(), UBUS_ATTR_OBJID, obj->id);
+    ubus::Ids ids = {};
     const int status =
-        ubus::perform_request(ctx, UBUS_MSG_REMOVE_OBJECT, 0, blob.message(), ubus::drop_ids, obj);
+        ubus::perform_request(ctx, UBUS_MSG_REMOVE_OBJECT, 0, blob.message(), ubus::take_ids, &ids);
     if (status != UBUS_STATUS_OK) return status;
-    return obj->id ? UBUS_STATUS_NO_DATA : UBUS_STATUS_OK;
+    if (!ids.object || !obj->id) return UBUS_STATUS_NO_DATA;
+    avl_delete(&ctx->objects, &obj->avl);
+    obj->id = 0;
+    // The last object of its type.
+    if (obj->type && ids.type) obj->type->id = 0;
+    return UBUS_STATUS_OK;
 }
 
 int ubus_send_reply(ubus_context* ctx, ubus_request_data* req, blob_attr* msg) {

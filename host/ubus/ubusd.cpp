@@ -35,13 +35,8 @@ void make_directory(const char* path) {
 }
 
 int listen_on(const char* path) {
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    if (strlen(path) >= sizeof(address.sun_path)) {
-        errno = ENAMETOOLONG;
-        return -1;
-    }
-    memcpy(address.sun_path, path, strlen(path));
+    sockaddr_un address;
+    if (!ubus::socket_address(path, &address)) return -1;
     make_directory(path);
     // What an earlier broker has left.
     unlink(path);

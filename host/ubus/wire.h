@@ -1,14 +1,38 @@
 // wire.h - what travels on the bus's socket, for both of its ends.
 #pragma once
 
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <ubusmsg.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace ubus {
 
 constexpr const char* kSocketPath = "/var/run/ubus/ubus.sock";
+
+// False, with errno, for a path that is too long.
+inline bool socket_address(const char* path, sockaddr_un* address) {
+    *address = {};
+    address->sun_family = AF_UNIX;
+    const size_t length = strlen(path);
+    if (length >= sizeof(address->sun_path)) {
+        errno = ENAMETOOLONG;
+        return false;
+    }
+    memcpy(address->sun_path, path, length);
+    return true;
+}
+
+// For trees by ids.
+inline int compare_ids(const void* k1, const void* k2, void* /*ptr*/) {
+    const uint32_t first = *static_cast<const uint32_t*>(k1);
+    const uint32_t second = *static_cast<const uint32_t*>(k2);
+    return (first > second) - (first < second);
+}
 
 // A message on the wire: the header, then one attribute of this size at most, its own header
 // included.

@@ -295,7 +295,8 @@ int StagedChanges::clear() {
 }
 
 int save(uci_context* ctx, uci_package* package) {
-    if (!package->has_delta || uci_list_empty(&package->delta)) return UCI_OK;
+    if (!package->has_delta) return commit(ctx, &package, false);
+    if (uci_list_empty(&package->delta)) return UCI_OK;
     const OwnedText path = join_path(ctx->savedir, package->e.name);
     if (!path) return UCI_ERR_MEM;
     if (const int error = ensure_savedir(ctx)) return error;

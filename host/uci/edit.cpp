@@ -65,7 +65,8 @@ uci_element* nth_item(uci_option* option, long index) {
 int remove_item(uci_ptr* ptr, Record record) {
     char* end = nullptr;
     const long index = strtol(ptr->value, &end, 10);
-    uci_element* item = end == ptr->value || index < 0 ? nullptr : nth_item(ptr->o, index);
+    if (end == ptr->value) return UCI_ERR_INVAL;
+    uci_element* item = index < 0 ? nullptr : nth_item(ptr->o, index);
     if (!item) return UCI_OK;
     Pending pending;
     if (const int error = pending.prepare(ptr->p, record, UCI_CMD_REMOVE, ptr->section, ptr->option,
@@ -168,7 +169,7 @@ int set(uci_context* ctx, uci_ptr* ptr, Record record) {
         ptr->last = &ptr->o->e;
         return UCI_OK;
     }
-    if (!is_valid_type(ptr->value)) return UCI_ERR_INVAL;
+    if (!is_graphic(ptr->value)) return UCI_ERR_INVAL;
     if (const int error = set_section(ptr->p, ptr->s, ptr->section, ptr->value, record, &ptr->s))
         return error;
     ptr->last = &ptr->s->e;

@@ -10,10 +10,6 @@ bool is_name_character(unsigned char c) {
     return c == '_' || (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 
-bool is_graphic(unsigned char c) {
-    return c > ' ' && c < 0x7f;
-}
-
 template <typename Accept>
 bool is_text_of(const char* text, Accept accept) {
     if (!*text) return false;
@@ -120,8 +116,8 @@ bool is_valid_name(const char* text) {
     return is_text_of(text, is_name_character);
 }
 
-bool is_valid_type(const char* text) {
-    return is_text_of(text, is_graphic);
+bool is_graphic(const char* text) {
+    return is_text_of(text, [](unsigned char c) { return c > ' ' && c < 0x7f; });
 }
 
 bool is_valid_package(const char* text) {

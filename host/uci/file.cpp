@@ -61,6 +61,8 @@ struct Source {
 };
 
 int find_source(const uci_context* ctx, const char* name, Source* source) {
+    if (!is_graphic(name)) return UCI_ERR_INVAL;
+    if (*name == '.') return UCI_ERR_NOTFOUND;
     const char* slash = strrchr(name, '/');
     if (slash) {
         // A file by its path stands alone: nothing is staged for it.
@@ -201,14 +203,15 @@ int Replacement::take_place() {
     return fsync(directory.get()) == 0 ? UCI_OK : UCI_ERR_IO;
 }
 
-// Removes a file that did not exist before and was not replaced, so that a failed commit leaves
-// nothing behind. It is still locked, so nobody else has written it.
+// Removes a file that did not exist before and is still empty, so that a failed commit leaves
+// nothing behind. It is still locked; before it was, somebody else may have made and written it.
 class CreatedFile {
   public:
     explicit CreatedFile(const char* path)
         : path_(access(path, F_OK) < 0 && errno == ENOENT ? path : nullptr) {}
     ~CreatedFile() {
-        if (path_) unlink(path_);
+        struct stat status;
+        if (path_ && stat(path_, &status) == 0 && status.st_size == 0) unlink(path_);
     }
     CreatedFile(const CreatedFile&) = delete;
     CreatedFile& operator=(const CreatedFile&) = delete;
@@ -260,28 +263,10 @@ int ensure_path(uci_context* ctx, uci_package* package) {
     return package->path ? UCI_OK : UCI_ERR_MEM;
 }
 
-int commit(uci_context* ctx, uci_package** package, bool overwrite) {
-    if (!(*package)->path && !overwrite) return UCI_ERR_INVAL;
-    if (const int error = ensure_path(ctx, *package)) return error;
-
-    const OwnedText path(strdup((*package)->path));
-    if (!path) return UCI_ERR_MEM;
-    CreatedFile created(path.get());
-    OwnedFile stream;
-    if (const int error = open_locked(path.get(), Lock::kExclusive, UCI_FILEMODE, &stream)) {
-        return error;
-    }
-    const bool from_memory = overwrite || !(*package)->has_delta;
-    const int error = from_memory ? commit_memory(ctx, *package, stream.get())
-                                  : commit_staged(ctx, package, stream.get());
-    if (!error) created.keep();
-    return error;
-}
-
 // ---- listing ----
 
 bool is_config_name(const char* name) {
-    return is_valid_type(name) && !strchr(name, '.');
+    return is_graphic(name) && !strchr(name, '.');
 }
 
 // Names, collected one behind the other.
@@ -390,6 +375,24 @@ int load(uci_context* ctx, const char* name, uci_package** package) {
     return UCI_OK;
 }
 
+int commit(uci_context* ctx, uci_package** package, bool overwrite) {
+    if (!(*package)->path && !overwrite) return UCI_ERR_INVAL;
+    if (const int error = ensure_path(ctx, *package)) return error;
+
+    const OwnedText path(strdup((*package)->path));
+    if (!path) return UCI_ERR_MEM;
+    OwnedFile stream;
+    CreatedFile created(path.get());
+    if (const int error = open_locked(path.get(), Lock::kExclusive, UCI_FILEMODE, &stream)) {
+        return error;
+    }
+    const bool from_memory = overwrite || !(*package)->has_delta;
+    const int error = from_memory ? commit_memory(ctx, *package, stream.get())
+                                  : commit_staged(ctx, package, stream.get());
+    if (!error) created.keep();
+    return error;
+}
+
 }  // namespace uci
 
 int uci_load(uci_context* ctx, const char* name, uci_package** package) {
@@ -397,7 +400,7 @@ int uci_load(uci_context* ctx, const char* name, uci_package** package) {
     uci::begin(ctx);
     uci_package* loaded = nullptr;
     const int error = uci::load(ctx, name, &loaded);
-    if (package) *package = loaded;
+    if (!error && package) *package = loaded;
     return uci::finish(ctx, error);
 }
 

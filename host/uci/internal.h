@@ -86,8 +86,10 @@ void free_option(uci_option* option);
 void free_section(uci_section* section);
 void free_package(uci_package* package);
 
+// Whether a text is not empty, and of what is allowed: a type, and a file's name or path, of
+// visible ASCII.
+bool is_graphic(const char* text);
 bool is_valid_name(const char* text);
-bool is_valid_type(const char* text);
 bool is_valid_package(const char* text);
 
 constexpr uint32_t kHashSeed = 5381;
@@ -155,6 +157,8 @@ OwnedText join_path(const char* directory, const char* name);
 int find_regular(const char* path);
 
 int load(uci_context* ctx, const char* name, uci_package** package);
+
+int commit(uci_context* ctx, uci_package** package, bool overwrite);
 
 int import(uci_context* ctx, FILE* stream, const char* name, uci_package** package, bool single);
 

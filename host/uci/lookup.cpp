@@ -26,7 +26,7 @@ int split(uci_ptr* ptr, char* text) {
     if (text) return UCI_ERR_PARSE;
     if (value && !uci_validate_text(value)) return UCI_ERR_PARSE;
 
-    if (!is_valid_package(ptr->package)) return UCI_ERR_PARSE;
+    if (!is_graphic(ptr->package)) return UCI_ERR_PARSE;
     if (ptr->section && !is_valid_name(ptr->section)) add_flag(ptr, uci_ptr::UCI_LOOKUP_EXTENDED);
     if (ptr->option && !is_valid_name(ptr->option)) return UCI_ERR_PARSE;
     return UCI_OK;

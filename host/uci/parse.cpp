@@ -183,7 +183,7 @@ int Parser::open_named_section(const char* type, const char* name) {
 
 int Parser::config_statement() {
     size_t type = 0, name = 0;
-    if (const int error = required_argument(is_valid_type, kBadType, &type)) return error;
+    if (const int error = required_argument(is_graphic, kBadType, &type)) return error;
     if (const int error = lexer_.argument(&name)) return error;
     if (*lexer_.text(name) && !is_valid_name(lexer_.text(name))) return lexer_.fail(kBadName);
     if (const int error = no_more_arguments()) return error;

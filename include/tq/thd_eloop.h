@@ -9,8 +9,8 @@
  * longer than a second: a timeout that another thread added is noticed within that second. To stop
  * a loop from elsewhere, add a timeout of 0 whose handler calls thd_eloop_terminate.
  *
- * A timeout that was cancelled never runs after thd_eloop_cancel_timeout has returned, unless its
- * handler had begun before: then it is not among the number cancelled.
+ * A timeout that thd_eloop_cancel_timeout counts never runs. One that its loop has taken up already
+ * is not counted, and its handler may be about to begin when that call returns.
  *
  * A null loop is a rejected argument, too.
  */

@@ -120,7 +120,11 @@ void get_log_data(ubus_request* req, int, blob_attr* msg) {
     if (!req->priv) return;
     uint32_t number = 0;
     const bool failed = read_number(msg, "errorcode", number) && number != 0;
-    if (!failed && read_log_number(msg, *static_cast<uint32_t*>(req->priv))) return;
+    // The bytes: who expects a text may have given a place that is not aligned for a number.
+    if (!failed && read_log_number(msg, number)) {
+        memcpy(req->priv, &number, sizeof(number));
+        return;
+    }
     blob_attr* ip = failed ? nullptr : find_value(msg, "ip", BLOBMSG_TYPE_STRING);
     if (!ip) {
         req->priv = nullptr;

@@ -120,10 +120,7 @@ int eloop_register_signal(int sig, eloop_signal_handler handler, void* user_data
 void eloop_run() {
     while (!tq::look_at(state.terminate)) {
         tq::Pass pass;
-        tq_timeval due = {};
-        const bool has_timeout = tq::next_due(state, due);
-        if (!has_timeout && !has_work()) return;
-        if (has_timeout) pass.limit_until(due);
+        if (!pass.limit_to_timeout(state) && !has_work()) return;
         const int ready = wait(pass);
         if (ready < 0 && errno != EINTR) return perror("select");
         call_signal_handlers();

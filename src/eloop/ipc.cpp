@@ -7,13 +7,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdarg>
+#include <cstdio>
 #include <cstring>
-#include <span>
 
 #include "eloop/socket_number.h"
 #include "foundation/file.h"
 #include "foundation/guard.h"
-#include "foundation/text.h"
 
 namespace {
 
@@ -30,33 +30,21 @@ constinit tq::SocketNumber socket_number;
 // A name in the abstract namespace. The zeros behind it, up to the end of the path, are part of it.
 class AbstractName {
   public:
-    AbstractName() : text(std::span(address_.sun_path).subspan<1>()) {
-        static_assert(sizeof(address_) == 110);
-        address_.sun_family = AF_UNIX;
+    __attribute__((format(printf, 2, 3))) explicit AbstractName(const char* format, ...) {
+        va_list args;
+        va_start(args, format);
+        vsnprintf(&address_.sun_path[1], sizeof(address_.sun_path) - 1, format, args);
+        va_end(args);
     }
 
     [[nodiscard]] const sockaddr* address() const {
         return reinterpret_cast<const sockaddr*>(&address_);
     }
     static constexpr socklen_t kSize = sizeof(sockaddr_un);
+    static_assert(kSize == 110);
 
   private:
-    sockaddr_un address_ = {};
-
-  public:
-    tq::TextWriter text;
-};
-
-// errno is the caller's to read, whatever is closed after the failure.
-class KeepErrno {
-  public:
-    KeepErrno() = default;
-    ~KeepErrno() { errno = error_; }
-    KeepErrno(const KeepErrno&) = delete;
-    KeepErrno& operator=(const KeepErrno&) = delete;
-
-  private:
-    int error_ = errno;
+    sockaddr_un address_ = {.sun_family = AF_UNIX, .sun_path = {}};
 };
 
 int fail_with(int error) {
@@ -66,7 +54,6 @@ int fail_with(int error) {
 
 bool send_or_close(int sock, const void* req, size_t req_len, int flags) {
     if (send(sock, req, req_len, flags) >= 0) return true;
-    const KeepErrno keep;
     close(sock);
     return false;
 }
@@ -78,12 +65,10 @@ int ipc_connect(const char* server_name) {
     UniqueFd sock(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (!sock) return -1;
     const auto [high, low] = socket_number.next();
-    AbstractName client;
-    client.text.append("%s-ipc-%d-%d-%d", server_name, getpid(), static_cast<int>(high),
-                       static_cast<int>(low));
+    const AbstractName client("%s-ipc-%d-%d-%d", server_name, getpid(), static_cast<int>(high),
+                              static_cast<int>(low));
     if (bind(sock.get(), client.address(), AbstractName::kSize) < 0) return -1;
-    AbstractName server;
-    server.text.append("%s", server_name);
+    const AbstractName server("%s", server_name);
     if (connect(sock.get(), server.address(), AbstractName::kSize) < 0) return -1;
     return sock.release();
 }
@@ -117,9 +102,10 @@ int ipc_exec(const char* server_name, const void* req, size_t req_len, void* res
     const int sock = ipc_connect(server_name);
     if (sock < 0) return -1;
     const int received = ipc_cmd(sock, req, req_len, resp, resp_len, kExecSeconds);
-    const KeepErrno keep;
+    const int error = errno;
     // Closed already where the request could not be sent: known to the callers, and kept.
     close(sock);
+    errno = error;
     return received;
 }
 

@@ -1,8 +1,8 @@
 #include "eloop/loop.h"
 
 #include <algorithm>
-#include <climits>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
@@ -35,7 +35,7 @@ bool earlier(const A& a, const B& b) {
 tq_timeval after(const tq_timeval& instant, uint32_t secs, uint32_t usecs) {
     int64_t sec = int64_t{instant.tv_sec} + secs + usecs / kMicrosecondsInSecond;
     auto usec = instant.tv_usec + static_cast<int32_t>(usecs % kMicrosecondsInSecond);
-    if (usec >= kMicrosecondsInSecond) {
+    while (usec >= kMicrosecondsInSecond) {
         usec -= kMicrosecondsInSecond;
         sec++;
     }
@@ -160,14 +160,18 @@ void free_loop(const eloop_state& loop) {
     free(loop.signals);
 }
 
-void Pass::limit_until(const tq_timeval& due) {
+bool Pass::limit_to_timeout(const eloop_state& loop) {
+    const eloop_timeout* first = loop.timeout;
+    if (!first) return false;
     now_ = read_clock();
     limited_ = true;
-    if (!earlier(now_, due)) return;
-    limit_ = {.tv_sec = due.tv_sec - now_.tv_sec, .tv_usec = due.tv_usec - now_.tv_usec};
-    if (limit_.tv_usec >= 0) return;
-    limit_.tv_sec--;
-    limit_.tv_usec += kMicrosecondsInSecond;
+    if (!earlier(now_, *first)) return true;
+    limit_ = {.tv_sec = first->tv_sec - now_.tv_sec, .tv_usec = first->tv_usec - now_.tv_usec};
+    if (limit_.tv_usec < 0) {
+        limit_.tv_sec--;
+        limit_.tv_usec += kMicrosecondsInSecond;
+    }
+    return true;
 }
 
 int Pass::wait_in_select() {
@@ -182,7 +186,7 @@ int Pass::wait_in_pselect(const sigset_t* mask) {
 }
 
 int Pass::wait(const eloop_state& loop, const sigset_t* mask) {
-    count_ = std::clamp(loop.max_sock + (loop.cmm_agent_connected ? 2 : 1), 0, FD_SETSIZE);
+    count_ = std::min(loop.max_sock + (loop.cmm_agent_connected ? 2 : 1), FD_SETSIZE);
     // No more of the set than select looks at.
     memset(&readable_, 0, static_cast<size_t>(count_ + NFDBITS - 1) / NFDBITS * sizeof(fd_mask));
     for (int i = 0; i < loop.reader_count; i++)

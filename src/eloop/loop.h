@@ -65,18 +65,11 @@ int free_timeouts(eloop_timeout* first);
 // Frees all that the loop holds; its fields stay as they are.
 void free_loop(const eloop_state& loop);
 
-// When the next timeout is due; false where there is none.
-inline bool next_due(const eloop_state& loop, tq_timeval& due) {
-    if (!loop.timeout) return false;
-    due = {.tv_sec = loop.timeout->tv_sec, .tv_usec = loop.timeout->tv_usec};
-    return true;
-}
-
 // One pass: how long to wait, the wait, and what is to be done after it.
 class Pass {
   public:
-    // Waits no longer than up to this instant.
-    void limit_until(const tq_timeval& due);
+    // Waits no longer than until the first timeout is due; false where there is none.
+    bool limit_to_timeout(const eloop_state& loop);
     void limit_to_a_second() {
         if (limited_ && limit_.tv_sec < 1) return;
         limited_ = true;

@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstddef>
 #include <cstring>
 #include <memory>
@@ -39,11 +38,10 @@ struct GenlMessage {
     char payload[TQ_GENL_PAYLOAD_MAX];  // 24
     char padding[4];
 };
-constexpr size_t kCommandAt = offsetof(GenlMessage, command);
 constexpr size_t kAttributeAt = offsetof(GenlMessage, attribute);
 constexpr size_t kPayloadAt = offsetof(GenlMessage, payload);
 constexpr size_t kGenlReceiveSize = offsetof(GenlMessage, padding);
-static_assert(kCommandAt == 16 && kAttributeAt == 20 && kPayloadAt == 24);
+static_assert(offsetof(GenlMessage, command) == 16 && kAttributeAt == 20 && kPayloadAt == 24);
 static_assert(kGenlReceiveSize == 5020 && sizeof(GenlMessage) == 5024);
 
 struct RawMessage {
@@ -75,27 +73,27 @@ constexpr char kFumac[] = "fuMAC";
 nl_sock* connect(const char* function, bool to_fumac, const char* family_name, int* family_id) {
     UniqueSocket sock(nl_socket_alloc());
     if (!sock) {
-        TQ_LOG_IN(function, LOG_ERR,
-                  to_fumac ? "failed to allocate genetlink socket\n"
-                           : "failed to allocate netlink socket\n\n");
+        TQ_FAIL_IN(function, to_fumac ? "failed to allocate genetlink socket\n"
+                                      : "failed to allocate netlink socket\n\n");
         return nullptr;
     }
     const int error = genl_connect(sock.get());
-    const int id = error < 0 ? 0 : genl_ctrl_resolve(sock.get(), family_name);
     if (error < 0) {
-        TQ_LOG_IN(function, LOG_ERR,
-                  to_fumac ? "failed to connect genetlink: %d\n"
-                           : "failed to connect generic netlink: %d\n\n",
-                  error);
-    } else if (id > 0) {
-        *family_id = id;
-        return sock.release();
-    } else if (to_fumac) {
-        TQ_LOG_IN(function, LOG_ERR, "con't find genetlink family %s\n", family_name);
-    } else {
-        TQ_LOG_IN(function, LOG_ERR, "not find family:%s id:%d \n\n", family_name, id);
+        TQ_FAIL_IN(function,
+                   to_fumac ? "failed to connect genetlink: %d\n"
+                            : "failed to connect generic netlink: %d\n\n",
+                   error);
+        return nullptr;
     }
-    return nullptr;
+    const int id = genl_ctrl_resolve(sock.get(), family_name);
+    if (id <= 0) {
+        TQ_FAIL_IN(function,
+                   to_fumac ? "con't find genetlink family %s\n" : "not find family:%s id:%d \n\n",
+                   family_name, id);
+        return nullptr;
+    }
+    *family_id = id;
+    return sock.release();
 }
 
 // An operation of libnl-tiny's on a group of the family "fuMAC".
@@ -124,7 +122,7 @@ int send_whole(int fd, std::span<const char> bytes) {
         if (sent <= 0) return -1;
         const auto count = static_cast<size_t>(sent);
         if (count >= bytes.size()) return static_cast<int>(sent);
-        bytes = {bytes.data() + count, bytes.size() - count};
+        bytes = bytes.subspan(count);
     }
 }
 

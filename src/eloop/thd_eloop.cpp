@@ -23,12 +23,12 @@ bool make_mutex_once() {
     return mutex_is_ready;
 }
 
-bool next_due(const eloop_state& loop, tq_timeval& due) {
+bool limit_to_timeout(tq::Pass& pass, const eloop_state& loop) {
     const Lock lock(g_eloop_mutex);
-    return tq::next_due(loop, due);
+    return pass.limit_to_timeout(loop);
 }
 
-eloop_timeout* take_due(eloop_state& loop, tq::Pass& pass) {
+eloop_timeout* take_due(tq::Pass& pass, eloop_state& loop) {
     const Lock lock(g_eloop_mutex);
     return pass.take_due(loop);
 }
@@ -81,10 +81,7 @@ int thd_eloop_run(eloop_state* loop) {
     if (!loop) return tq::reject(__func__);
     while (!tq::look_at(loop->terminate)) {
         tq::Pass pass;
-        tq_timeval due = {};
-        const bool has_timeout = next_due(*loop, due);
-        if (!has_timeout && loop->reader_count <= 0) return 0;
-        if (has_timeout) pass.limit_until(due);
+        if (!limit_to_timeout(pass, *loop) && loop->reader_count <= 0) return 0;
         pass.limit_to_a_second();
         const int ready = pass.wait(*loop);
         if (ready < 0 && errno != EINTR) {
@@ -92,7 +89,7 @@ int thd_eloop_run(eloop_state* loop) {
             return -1;
         }
         // Without the lock: the handler may add and cancel timeouts.
-        tq::call_timeout(take_due(*loop, pass));
+        tq::call_timeout(take_due(pass, *loop));
         if (ready > 0) pass.call_readers(*loop);
     }
     return 0;

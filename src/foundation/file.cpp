@@ -44,9 +44,9 @@ bool read_text(int fd, std::span<char> text) {
 int read_first_line(const char* path, std::span<char> line) {
     const UniqueFd file(open(path, O_RDONLY | O_CLOEXEC));
     if (!file) return -1;
-    const int got = read_text(file.get(), line);
+    const bool got = read_text(file.get(), line);
     if (char* feed = strchr(line.data(), '\n')) feed[1] = '\0';
-    return got;
+    return got ? 1 : 0;
 }
 
 // Moves what is left, less than a piece, to the front and reads behind it; false at the end of the

@@ -94,8 +94,8 @@ int write_file(const char* path, const char* text);
 // there is nothing to read.
 bool read_text(int fd, std::span<char> text);
 
-// The first line of a small text file, with its line feed. 1; 0, with an empty line, where there is
-// nothing to read; -1 where it cannot be opened, with errno.
+// The same for the first line of the file at this path, with its line feed. 1; 0 where there is
+// nothing to read; -1 where the file cannot be opened, with errno.
 int read_first_line(const char* path, std::span<char> line);
 
 // Hands out the lines of a descriptor as fgets into 1024 bytes does: with their line feed, a longer

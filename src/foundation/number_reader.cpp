@@ -80,6 +80,14 @@ bool NumberReader::hex(uint32_t& value) {
     return true;
 }
 
+std::string_view NumberReader::word() {
+    skip_blanks();
+    const char* first = next_;
+    while (*next_ != '\0' && !is_blank(*next_))
+        next_++;
+    return {first, static_cast<size_t>(next_ - first)};
+}
+
 bool NumberReader::number_up_to(uint32_t most, uint32_t& value) {
     Written written;
     if (!read(written) || !written.fits || written.magnitude > (written.negative ? 0 : most))

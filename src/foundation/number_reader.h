@@ -1,7 +1,9 @@
 // number_reader.h - reads numbers out of text as sscanf does where a long has 32 bits.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <string_view>
 
 namespace tq {
 
@@ -31,6 +33,13 @@ class NumberReader {
         next_++;
         return true;
     }
+
+    bool literal(std::string_view wanted) {
+        return std::ranges::all_of(wanted, [this](char c) { return literal(c); });
+    }
+
+    // As "%s": what there is up to the next blank, of no length at the end of the text.
+    std::string_view word();
 
     void skip_blanks() {
         const char* first = next_;

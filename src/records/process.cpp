@@ -24,9 +24,6 @@ using tq::UniqueFd;
 
 constexpr uint32_t kUnknownProcess = 0;
 constexpr uint32_t kKernelLog = 1;
-constexpr int kReloadSignal = 49;
-
-constexpr char kBlanks[] = " \t\n\v\f\r";
 
 // The processes that /proc lists.
 class ProcessList {
@@ -75,12 +72,10 @@ int open_entry(int pid, const char* file) {
 // The name in the next line, as fscanf("Name: %1023s") reads it; empty where there is none. Valid
 // until the next line is read.
 std::string_view scan_name(LineReader& lines) {
-    constexpr std::string_view kKey = "Name:";
     const char* line = lines.next();
-    if (!line || strncmp(line, kKey.data(), kKey.size()) != 0) return {};
-    line += kKey.size();
-    line += strspn(line, kBlanks);
-    return {line, strcspn(line, kBlanks)};
+    if (!line) return {};
+    tq::NumberReader reader(line);
+    return reader.literal("Name:") ? reader.word() : std::string_view();
 }
 
 bool is_named(int pid, std::string_view name) {
@@ -144,16 +139,12 @@ int get_process_count() {
 }
 
 int get_process_id(const char* name) {
-    if (!name) {
-        TQ_LOG_AT(91, LOG_ERR, "process name is NULL\n\n");
-        return -1;
-    }
+    if (!name) return TQ_LOG_AT(91, LOG_ERR, "process name is NULL\n\n");
     const syslog_process* row = tq::process_table();
     for (size_t i = 0; i < tq::kProcessCount; i++, row++) {
         if (row->name && strcmp(row->name, name) == 0) return static_cast<int>(row->id);
     }
-    TQ_LOG_AT(103, LOG_ERR, "process %s not found\n\n", name);
-    return -1;
+    return TQ_LOG_AT(103, LOG_ERR, "process %s not found\n\n", name);
 }
 
 const char* get_process_name(int id) {
@@ -205,7 +196,7 @@ int tq::notice_apps(const char* list) {
         const char* caught = find_caught_signals(lines);
         if (!caught) continue;
         if (catches_reload_signal(caught)) {
-            kill(pid, kReloadSignal);
+            kill(pid, tq::kReloadSignal);
             continue;
         }
         TQ_LOG_AT(152, LOG_ERR, "find pidname:%s pid%d \n", processes.entry_name(), pid);

@@ -12,6 +12,7 @@
 
 #include "foundation/file.h"
 #include "foundation/log.h"
+#include "foundation/number_reader.h"
 #include "foundation/text.h"
 #include "tq/command.h"
 #include "tq/uci_path.h"
@@ -31,15 +32,16 @@ constexpr char kBackupScript[] = "/usr/bin/backup_log.sh";
 constexpr size_t kCoredumpServerSize = 16;
 
 // By code; what is not among them is shown as the first.
-constexpr int kSystemReboot = 1;
+constexpr uint32_t kSystemReboot = 1;
 constexpr char kReasons[][sizeof("Change Configuration")] = {
     "",          "System Reboot", "Change AC",       "Change Configuration",
     "WTP Crash", "WTP Lock",      "Network Timeout",
 };
 
-const char* reason_text(int code) {
-    const bool known = code >= kSystemReboot && code < static_cast<int>(std::size(kReasons));
-    return kReasons[known ? code : kSystemReboot];
+const char* reason_text(const char* code) {
+    uint32_t number = 0;
+    const bool known = tq::NumberReader(code).number_up_to(std::size(kReasons) - 1, number);
+    return kReasons[known && number > 0 ? number : kSystemReboot];
 }
 
 template <size_t N>
@@ -74,7 +76,7 @@ int tq_get_offline_reason(offline_reason_info* out) {
     const HeapText time(code ? tq_hal_get_file_line(file.get()) : nullptr);
     if (!time) return -1;
     out->time_length = store(out->time, time.get());
-    out->reason_length = store(out->reason, reason_text(tq::leading_int(code.get())));
+    out->reason_length = store(out->reason, reason_text(code.get()));
     return 0;
 }
 

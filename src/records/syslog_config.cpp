@@ -39,6 +39,7 @@ static_assert(sizeof(void*) != 4 || sizeof(syslog_process) == 24);
 
 namespace {
 
+using tq::kReloadSignal;
 using tq::Text;
 using tq::UniqueFd;
 using tq::UniqueFile;
@@ -46,7 +47,6 @@ using tq::UniqueFile;
 constexpr char kConfigFile[] = "/etc/syslogd.conf";
 constexpr char kReportFile[] = "/tmp/syslogserver";
 
-constexpr int kReloadSignal = 49;
 constexpr uint32_t kMinFileSize = 10;
 constexpr uint32_t kMaxFileSize = 10240;
 
@@ -205,9 +205,9 @@ constinit bool handler_installed = false;
 // The number behind the first word, as sscanf("%*s %d") reads it; none where it takes more than 32
 // bits.
 bool second_word_number(const char* text, int& number) {
-    constexpr char kBlanks[] = " \t\n\v\f\r";
-    text += strspn(text, kBlanks);
-    return tq::NumberReader(text + strcspn(text, kBlanks)).number(number);
+    tq::NumberReader reader(text);
+    reader.word();
+    return reader.number(number);
 }
 
 // "%s_r %d\n", put together from its end: no formatter is safe in a signal handler.

@@ -42,7 +42,6 @@ UniqueFd open_to_read(const char* path) {
     return UniqueFd(open(path, O_RDONLY | O_CLOEXEC));
 }
 
-// The first line of a file that is known to have one, which is logged where it has not.
 int read_known_line(const char* function, const char* path, char (&line)[kLineSize]) {
     const int result = tq::read_first_line(path, line);
     if (result == 1) return 0;

@@ -2,7 +2,6 @@
 // that this program starts on the device.
 #include "tq/bus.h"
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <libubus.h>
@@ -12,6 +11,7 @@
 
 #include <climits>
 #include <csignal>
+#include <cstring>
 #include <ctime>
 #include <optional>
 #include <string>
@@ -54,6 +54,10 @@ std::vector<int> open_descriptors() {
 
 auto Failed(const std::string& text) {
     return ElementsAre(Line(LOG_ERR, "notify_ubus_server", text));
+}
+
+auto NotConnected() {
+    return ElementsAre(Line(LOG_ERR, "init_ubus_client", "Failed to connect to ubus\n\n"));
 }
 
 int request(const char* object, const char* method, const notify_param* params = nullptr) {
@@ -149,8 +153,7 @@ TEST_F(Connection, FailsWhereThereIsNoBus) {
     const std::vector<int> before = open_descriptors();
     const BusCalls watch;
     EXPECT_EQ(init_ubus_client(), -1);
-    EXPECT_THAT(log_.take(),
-                ElementsAre(Line(LOG_ERR, "init_ubus_client", "Failed to connect to ubus\n\n")));
+    EXPECT_THAT(log_.take(), NotConnected());
     EXPECT_EQ(open_descriptors(), before);
     EXPECT_EQ(request("object", "get"), -1);
     EXPECT_THAT(log_.take(), Failed("ubus client should be initialized\n"));
@@ -160,8 +163,7 @@ TEST_F(Connection, IsGoneAfterAnAttemptThatFailed) {
     ASSERT_EQ(init_ubus_client(), 0);
     broker_.reset();
     EXPECT_EQ(init_ubus_client(), -1);
-    EXPECT_THAT(log_.take(),
-                ElementsAre(Line(LOG_ERR, "init_ubus_client", "Failed to connect to ubus\n\n")));
+    EXPECT_THAT(log_.take(), NotConnected());
     broker_.emplace();
     EXPECT_EQ(request("object", "get"), -1);
     EXPECT_THAT(log_.take(), Failed("ubus client should be initialized\n"));
@@ -176,8 +178,7 @@ TEST_F(Connection, FailsWithoutASocket) {
         EXPECT_EQ(init_ubus_client(), -1);
         EXPECT_TRUE(fail.fired());
         EXPECT_EQ(open_descriptors(), before);
-        EXPECT_THAT(log_.take(), ElementsAre(Line(LOG_ERR, "init_ubus_client",
-                                                  "Failed to connect to ubus\n\n")));
+        EXPECT_THAT(log_.take(), NotConnected());
     }
 }
 
@@ -186,8 +187,7 @@ TEST_F(Connection, FailsWithoutMemory) {
     const Fail fail("calloc", 1, ENOMEM);
     EXPECT_EQ(init_ubus_client(), -1);
     EXPECT_TRUE(fail.fired());
-    EXPECT_THAT(log_.take(),
-                ElementsAre(Line(LOG_ERR, "init_ubus_client", "Failed to connect to ubus\n\n")));
+    EXPECT_THAT(log_.take(), NotConnected());
 }
 
 // A program with a uloop of its own.
@@ -636,7 +636,7 @@ class LogData : public BusTest {
     }
 
     uint32_t number_ = 0;
-    char text_[64] = {};
+    alignas(uint32_t) char text_[64] = {};
 };
 
 TEST_F(LogData, StoresTheFirstNumberThatIsThere) {
@@ -663,6 +663,19 @@ TEST_F(LogData, CopiesTheAddressWhereThereIsNoNumber) {
     empty.text("ip", "");
     EXPECT_TRUE(handle_text(empty.get()));
     EXPECT_EQ(std::string(text_, 2), std::string("\0z", 2));
+}
+
+// A place for an address lies anywhere.
+TEST_F(LogData, StoresANumberInPlaceOfAnAddress) {
+    Message message;
+    message.number("level", 0x01020304);
+    ubus_request req{};
+    req.priv = &text_[1];
+    get_log_data(&req, UBUS_MSG_DATA, message.get());
+    uint32_t stored = 0;
+    memcpy(&stored, &text_[1], sizeof(stored));
+    EXPECT_EQ(stored, 0x01020304U);
+    EXPECT_EQ(text_[5], '\0');
 }
 
 TEST_F(LogData, StoresNothingOfAnError) {

@@ -227,6 +227,13 @@ TEST_F(Statistics, AreNotTakenAfterAReplyWithoutTheKey) {
     EXPECT_EQ(value, 1234U);
 }
 
+TEST_F(Statistics, AreTakenFromAServiceThatFailsBehindThem) {
+    BusService service({"statistics=int:cpuUsage:7,status:2"});
+    uint32_t value = 1234;
+    EXPECT_EQ(tq_get_cpu_usage(&value), -1);
+    EXPECT_EQ(value, 7U);
+}
+
 TEST_F(Statistics, NeedAPlaceForTheNumber) {
     BusService service({"statistics=int:cpuUsage:7"});
     const auto rejected = [this](const char* function) {

@@ -328,6 +328,19 @@ TEST_F(ByCommand, TheShellIsGivenTheseTexts) {
     EXPECT_THAT(log_.take(), IsEmpty());
 }
 
+TEST_F(ByCommand, TheFailureNoticeIsLoggedBeforeItIsRun) {
+    const pid_t child = fork();
+    if (child == 0) {
+        tq_test::faults::kill_at("system", 1);
+        notify_fm_ism_upload_fail("192.0.2.4", 69, "refused", nullptr);
+        _exit(0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFSIGNALED(status));
+    EXPECT_THAT(log_.take(), testing::SizeIs(1));
+}
+
 TEST_F(ByCommand, TheCommandIsGivenTheseArguments) {
     const UbusRecorder ubus;
     EXPECT_EQ(set_fm_action(5), 0);

@@ -104,6 +104,12 @@ class Signals : public DeviceTest {
     Action note(const std::string& text) {
         return [this, text] { events.push_back(text); };
     }
+    Action note_and_stop(const std::string& text) {
+        return [this, text] {
+            events.push_back(text);
+            eloop_terminate();
+        };
+    }
 
     int loop_data = 0;
     std::vector<std::string> events;
@@ -137,10 +143,7 @@ TEST_F(Signals, GoBeforeTheTimeoutAndTheSocketsOfAPass) {
     pair.send();
     Action signalled = note("signal");
     Action due = note("timeout");
-    Action readable = [&] {
-        events.emplace_back("readable");
-        eloop_terminate();
-    };
+    Action readable = note_and_stop("readable");
     eloop_register_read_sock(pair.one(), on_readable, &readable, nullptr);
     eloop_register_timeout(0, 0, on_timeout, &due, nullptr);
     eloop_register_signal(SIGUSR1, on_signal, &signalled);
@@ -151,10 +154,7 @@ TEST_F(Signals, GoBeforeTheTimeoutAndTheSocketsOfAPass) {
 
 TEST_F(Signals, AreHandledInTheOrderOfRegistration) {
     Action first = note("first");
-    Action second = [&] {
-        events.emplace_back("second");
-        eloop_terminate();
-    };
+    Action second = note_and_stop("second");
     eloop_register_signal(SIGUSR2, on_signal, &first);
     eloop_register_signal(SIGUSR1, on_signal, &second);
     eloop_connect_cmm_agent(1);
@@ -189,10 +189,7 @@ TEST_F(Signals, AreHandledAgainWhenTheyComeAgain) {
 }
 
 TEST_F(Signals, CallTheFirstOfTwoRegistrations) {
-    Action first = [&] {
-        events.emplace_back("first");
-        eloop_terminate();
-    };
+    Action first = note_and_stop("first");
     Action second = note("second");
     eloop_register_signal(SIGUSR1, on_signal, &first);
     eloop_register_signal(SIGUSR1, on_signal, &second);
@@ -204,10 +201,7 @@ TEST_F(Signals, CallTheFirstOfTwoRegistrations) {
 
 // In the moment between the last look at the counters and the wait.
 TEST_F(Signals, EndAWaitThatIsJustAboutToBegin) {
-    Action signalled = [&] {
-        events.emplace_back("signal");
-        eloop_terminate();
-    };
+    Action signalled = note_and_stop("signal");
     eloop_register_signal(SIGUSR1, on_signal, &signalled);
     eloop_connect_cmm_agent(1);
     waits::before_next([] { raise(SIGUSR1); });
@@ -221,10 +215,7 @@ TEST_F(Signals, EndAWaitThatIsJustAboutToBegin) {
 TEST_F(Signals, AreNotWaitedForWhenTheyCameWhileHandlersRan) {
     const SocketPair pair;
     pair.send();
-    Action signalled = [&] {
-        events.emplace_back("signal");
-        eloop_terminate();
-    };
+    Action signalled = note_and_stop("signal");
     Action readable = [&] {
         events.emplace_back("readable");
         pair.receive();
@@ -239,10 +230,7 @@ TEST_F(Signals, AreNotWaitedForWhenTheyCameWhileHandlersRan) {
 }
 
 TEST_F(Signals, EndAWaitWithoutLimit) {
-    Action signalled = [&] {
-        events.emplace_back("signal");
-        eloop_terminate();
-    };
+    Action signalled = note_and_stop("signal");
     eloop_register_signal(SIGALRM, on_signal, &signalled);
     eloop_connect_cmm_agent(1);
     const itimerval soon = {.it_interval = {}, .it_value = {.tv_sec = 0, .tv_usec = 5000}};
@@ -312,10 +300,7 @@ TEST_F(Signals, AloneDoNotKeepTheLoopRunning) {
 }
 
 TEST_F(Signals, MayBeRegisteredByAHandlerOfASignal) {
-    Action second = [&] {
-        events.emplace_back("second");
-        eloop_terminate();
-    };
+    Action second = note_and_stop("second");
     Action first = [&] {
         events.emplace_back("first");
         for (const int sig : {SIGALRM, SIGUSR2})
@@ -332,10 +317,7 @@ TEST_F(Signals, MayBeRegisteredByAHandlerOfASignal) {
 // They are caught already, and their entry is not written yet.
 TEST_F(Signals, AreHandledWhereTheyComeWhileTheyAreRegistered) {
     Action registered = note("registered");
-    Action coming = [&] {
-        events.emplace_back("coming");
-        eloop_terminate();
-    };
+    Action coming = note_and_stop("coming");
     eloop_register_signal(SIGUSR1, on_signal, &registered);
     behind_next_signal_call = [] {
         raise(SIGUSR2);
@@ -365,10 +347,7 @@ TEST_F(Signals, AreRefusedWhereTheyCannotBeCaught) {
 
 TEST_F(Signals, KeepWhatIsRegisteredWhenMemoryRunsOut) {
     TQ_NEEDS_FAILING_ALLOCATOR();
-    Action signalled = [&] {
-        events.emplace_back("signal");
-        eloop_terminate();
-    };
+    Action signalled = note_and_stop("signal");
     eloop_register_signal(SIGUSR1, on_signal, &signalled);
     {
         const Fail fail("realloc", 1, ENOMEM);

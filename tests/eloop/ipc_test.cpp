@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <climits>
+#include <functional>
 #include <set>
 #include <string>
 #include <thread>

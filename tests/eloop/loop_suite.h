@@ -2,14 +2,13 @@
 // functions of the interface, without their prefix.
 #pragma once
 
-#include <dirent.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <malloc.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
@@ -272,6 +271,25 @@ TYPED_TEST_P(LoopSuite, CancelsAndAddsInAnyOrder) {
         ASSERT_EQ(ran[i], expected[i].second) << i;
 }
 
+// As daemons have them: each adds itself again while the others wait.
+TYPED_TEST_P(LoopSuite, KeepsTimersThatAddThemselvesAgainInOrder) {
+    const waits::VirtualTime time(50, 0);
+    constexpr std::array<unsigned, 3> kPeriods = {30, 70, 110};
+    std::array<Action, 3> timers;
+    std::array<int, 3> runs = {};
+    int left = 300;
+    for (size_t i = 0; i < timers.size(); i++) {
+        timers[i] = [&, i] {
+            EXPECT_EQ(waits::VirtualTime::now(), 50000000 + ++runs[i] * int64_t{kPeriods[i]});
+            if (left-- > 0) this->add_timeout(0, kPeriods[i], timers[i]);
+        };
+        this->add_timeout(0, kPeriods[i], timers[i]);
+    }
+    this->loop.run();
+    // The last of each has not added itself.
+    EXPECT_EQ(left, -3);
+}
+
 inline void due_too(void* /*eloop_data*/, void* /*user_data*/) {
     ADD_FAILURE() << "a timeout's handler was called";
 }
@@ -299,6 +317,8 @@ TYPED_TEST_P(LoopSuite, CancelsByHandlerAndDataWithWildcards) {
     add_all();
     EXPECT_EQ(this->loop.cancel_timeout(never_due, kAny, kAny), 4);
     EXPECT_EQ(this->loop.cancel_timeout(nullptr, kAny, kAny), 0);
+    const auto any_handler = reinterpret_cast<eloop_timeout_handler>(kAny);
+    EXPECT_EQ(this->loop.cancel_timeout(any_handler, kAny, kAny), 0);
     EXPECT_EQ(this->loop.cancel_timeout(due_too, nullptr, kAny), 0);
     EXPECT_EQ(this->loop.cancel_timeout(due_too, kAny, nullptr), 0);
     EXPECT_EQ(this->loop.cancel_timeout(due_too, kAny, kAny), 2);
@@ -670,15 +690,16 @@ REGISTER_TYPED_TEST_SUITE_P(
     RunsATimeoutBeforeTheSocketsAndOneAPass, WaitsUntilTheFirstTimeoutIsDue,
     CarriesAnyNumberOfMicroseconds, NeverWrapsADueTimeThatIsTooFarAway,
     OrdersTimeoutsByDueTimeAndThenByRegistration, CancelsAndAddsInAnyOrder,
-    CancelsByHandlerAndDataWithWildcards, LetsATimeoutAddItselfAgainAndCancelOthers,
-    CallsEveryEntryOfASocketInOrder, UnregistersTheFirstEntryAndKeepsTheOrder,
-    LetsAHandlerUnregisterItsOwnAndOtherSockets, LetsAHandlerRegisterMoreSocketsThanTheTableHeld,
-    TellsThatAPeerHasGone, RefusesWhatSelectCannotHold, RefusesNullHandlers,
-    WatchesUpToTheHighestSocketEverRegistered, WatchesOneDescriptorMoreForTheCmmAgent,
-    GoesOnAfterAnInterruptedWait, StopsWithAMessageWhenASocketWasClosed,
-    IsUnchangedWhenMemoryRunsOut, SaysThatTheClockIsInvalidAndGoesOn,
-    TakesTheLargestValidReadingAsItIs, ReadsTheClockOnceAPassAndTwiceWhereTimeWentBy,
-    ReadsNoClockWithoutATimeout, LooksAtTheClockAgainWhenASocketEndsTheWait,
-    AllocatesOnceForEachRegistration, RunsNoTimeoutBeforeItIsDue);
+    KeepsTimersThatAddThemselvesAgainInOrder, CancelsByHandlerAndDataWithWildcards,
+    LetsATimeoutAddItselfAgainAndCancelOthers, CallsEveryEntryOfASocketInOrder,
+    UnregistersTheFirstEntryAndKeepsTheOrder, LetsAHandlerUnregisterItsOwnAndOtherSockets,
+    LetsAHandlerRegisterMoreSocketsThanTheTableHeld, TellsThatAPeerHasGone,
+    RefusesWhatSelectCannotHold, RefusesNullHandlers, WatchesUpToTheHighestSocketEverRegistered,
+    WatchesOneDescriptorMoreForTheCmmAgent, GoesOnAfterAnInterruptedWait,
+    StopsWithAMessageWhenASocketWasClosed, IsUnchangedWhenMemoryRunsOut,
+    SaysThatTheClockIsInvalidAndGoesOn, TakesTheLargestValidReadingAsItIs,
+    ReadsTheClockOnceAPassAndTwiceWhereTimeWentBy, ReadsNoClockWithoutATimeout,
+    LooksAtTheClockAgainWhenASocketEndsTheWait, AllocatesOnceForEachRegistration,
+    RunsNoTimeoutBeforeItIsDue);
 
 }  // namespace tq_test

@@ -5,7 +5,6 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <algorithm>
 #include <array>
@@ -13,7 +12,6 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <random>
 #include <string>
 #include <thread>
@@ -182,6 +180,11 @@ TEST_F(ThdEloop, KeepsTheRecordAsItIsDescribed) {
     loop.register_timeout(0, 999995, never_due, nullptr, nullptr);
     EXPECT_EQ(state.timeout->tv_sec, 101);
     EXPECT_EQ(state.timeout->tv_usec, 0);
+    // And as many of them as a clock that is invalid gives.
+    waits::next_reading(90, 1500000000);
+    loop.register_timeout(3, 600000, never_due, nullptr, nullptr);
+    EXPECT_EQ(state.timeout->tv_sec, 95);
+    EXPECT_EQ(state.timeout->tv_usec, 100000);
     EXPECT_EQ(state.signal_count, 0);
     EXPECT_EQ(state.signals, nullptr);
     EXPECT_EQ(state.signaled, 0);
@@ -303,32 +306,36 @@ TEST_F(ThdEloop, RunsSeveralLoopsSideBySide) {
     EXPECT_THAT(events, ElementsAre("first", "second"));
 }
 
+bool lock_is_free() {
+    if (pthread_mutex_trylock(&g_eloop_mutex) != 0) return false;
+    pthread_mutex_unlock(&g_eloop_mutex);
+    return true;
+}
+
 TEST_F(ThdEloop, RunsHandlersWithoutTheLock) {
     const SocketPair pair;
     pair.send();
-    std::vector<int> results;
-    Action try_lock = [&] {
-        results.push_back(pthread_mutex_trylock(&g_eloop_mutex));
-        if (results.back() == 0) pthread_mutex_unlock(&g_eloop_mutex);
-        if (results.size() == 2) loop.terminate();
+    std::vector<bool> seen;
+    Action look = [&] {
+        seen.push_back(lock_is_free());
+        if (seen.size() == 2) loop.terminate();
     };
-    loop.register_read_sock(pair.one(), on_readable, &try_lock, nullptr);
-    loop.register_timeout(0, 0, on_timeout, &try_lock, nullptr);
+    loop.register_read_sock(pair.one(), on_readable, &look, nullptr);
+    loop.register_timeout(0, 0, on_timeout, &look, nullptr);
     loop.run();
-    EXPECT_THAT(results, ElementsAre(0, 0));
+    EXPECT_THAT(seen, ElementsAre(true, true));
 }
 
-TEST_F(ThdEloop, DoesNotWaitUnderTheLock) {
+TEST_F(ThdEloop, MakesATimeoutAndWaitsWithoutTheLock) {
     const waits::VirtualTime time(100, 0);
     Action due = [] {};
-    int result = -1;
+    std::vector<bool> seen;
+    const auto look = [&] { seen.push_back(lock_is_free()); };
+    waits::before_next_reading(look);
     loop.register_timeout(0, 10, on_timeout, &due, nullptr);
-    waits::before_next([&] {
-        result = pthread_mutex_trylock(&g_eloop_mutex);
-        if (result == 0) pthread_mutex_unlock(&g_eloop_mutex);
-    });
+    waits::before_next(look);
     loop.run();
-    EXPECT_EQ(result, 0);
+    EXPECT_THAT(seen, ElementsAre(true, true));
 }
 
 TEST_F(ThdEloop, WaitsForTheLockToReadTheList) {

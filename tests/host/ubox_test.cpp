@@ -17,6 +17,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -163,6 +164,9 @@ TEST(BlobmsgBuild, WritesAStringInPlace) {
     auto* text = static_cast<char*>(blobmsg_alloc_string_buffer(blob, "s", 100));
     ASSERT_NE(text, nullptr);
     strcpy(text, "abc");
+    constexpr unsigned int kMost = std::numeric_limits<unsigned int>::max();
+    for (const unsigned int size : {kMost, kMost - 99, 0x01000000U})
+        EXPECT_EQ(blobmsg_realloc_string_buffer(blob, size), nullptr);
     text = static_cast<char*>(blobmsg_realloc_string_buffer(blob, 5000));
     ASSERT_NE(text, nullptr);
     EXPECT_STREQ(text, "abc");
@@ -714,8 +718,9 @@ struct Remover {
 void remove_other(uloop_fd* fd, unsigned int /*events*/) {
     auto* remover = container_of(fd, Remover, fd);
     remover->called++;
+    char byte = 0;
+    EXPECT_EQ(read(fd->fd, &byte, 1), 1);
     uloop_fd_delete(remover->other);
-    uloop_end();
 }
 
 TEST_F(Uloop, DoesNotCallWhatAnotherHandlerHasRemoved) {
@@ -731,11 +736,79 @@ TEST_F(Uloop, DoesNotCallWhatAnotherHandlerHasRemoved) {
     uloop_fd_add(&second.fd, ULOOP_READ);
     ASSERT_EQ(write(ends[1], "x", 1), 1);
     ASSERT_EQ(write(others[1], "x", 1), 1);
-    uloop_run_timeout(5000);
+    uloop_run_timeout(20);
     EXPECT_EQ(first.called + second.called, 1);
     uloop_fd_delete(first.called ? &first.fd : &second.fd);
     close(others[0]);
     close(others[1]);
+}
+
+TEST_F(Uloop, LeavesTheRestForTheNextRunOnceItIsToEnd) {
+    Reader first, second;
+    first.fd.cb = second.fd.cb = read_pipe;
+    first.fd.fd = ends[0];
+    second.fd.fd = dup(ends[0]);
+    uloop_fd_add(&first.fd, ULOOP_READ);
+    uloop_fd_add(&second.fd, ULOOP_READ);
+    // More than one handler reads at once.
+    ASSERT_EQ(write(ends[1], "a byte for each of them", 23), 23);
+    uloop_run_timeout(5000);
+    EXPECT_EQ(first.got.size() + second.got.size(), 16U);
+    uloop_run_timeout(5000);
+    EXPECT_EQ(first.got.size() + second.got.size(), 23U);
+    uloop_fd_delete(&first.fd);
+    uloop_fd_delete(&second.fd);
+    close(second.fd.fd);
+}
+
+bool is_inside = false;
+
+// Has its one turn, and within the first of them runs a loop.
+void take_turn(uloop_fd* fd, unsigned int /*events*/) {
+    container_of(fd, Remover, fd)->called++;
+    uloop_fd_delete(fd);
+    if (!std::exchange(is_inside, true)) uloop_run_timeout(5000);
+    uloop_end();
+}
+
+TEST_F(Uloop, CallsNothingTwiceThatAnInnerLoopHasCalled) {
+    int others[2];
+    ASSERT_EQ(pipe(others), 0);
+    Remover first, second;
+    first.fd.cb = second.fd.cb = take_turn;
+    first.fd.fd = ends[0];
+    second.fd.fd = others[0];
+    is_inside = false;
+    uloop_fd_add(&first.fd, ULOOP_READ);
+    uloop_fd_add(&second.fd, ULOOP_READ);
+    ASSERT_EQ(write(ends[1], "x", 1), 1);
+    ASSERT_EQ(write(others[1], "x", 1), 1);
+    uloop_run_timeout(5000);
+    EXPECT_EQ(first.called, 1);
+    EXPECT_EQ(second.called, 1);
+    close(others[0]);
+    close(others[1]);
+}
+
+int times_set = 0;
+
+TEST_F(Uloop, LetsDescriptorsHaveTheirTurnBesideATimeoutThatIsAlwaysDue) {
+    constexpr int kMany = 1000000;
+    times_set = 0;
+    uloop_timeout timeout = {};
+    timeout.cb = [](uloop_timeout* due) {
+        if (++times_set < kMany) uloop_timeout_set(due, 0);
+    };
+    uloop_timeout_set(&timeout, 0);
+    Reader reader;
+    reader.fd.cb = read_pipe;
+    reader.fd.fd = ends[0];
+    uloop_fd_add(&reader.fd, ULOOP_READ);
+    ASSERT_EQ(write(ends[1], "x", 1), 1);
+    EXPECT_EQ(uloop_run(), 0);
+    EXPECT_LT(times_set, kMany);
+    uloop_timeout_cancel(&timeout);
+    uloop_fd_delete(&reader.fd);
 }
 
 }  // namespace

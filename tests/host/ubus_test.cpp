@@ -359,10 +359,13 @@ class RawPeer {
     void send_bytes(const std::string& bytes) const {
         ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
     }
+    static std::string message(uint8_t type, uint16_t seq, uint32_t peer, const Blob& body) {
+        const std::string whole(reinterpret_cast<const char*>(body.head()),
+                                blob_raw_len(body.head()));
+        return header(type, seq, peer, static_cast<uint32_t>(whole.size())) + whole.substr(4);
+    }
     void send(uint8_t type, uint16_t seq, uint32_t peer, Blob* body) const {
-        const std::string whole(reinterpret_cast<const char*>(body->head()),
-                                blob_raw_len(body->head()));
-        send_bytes(header(type, seq, peer, static_cast<uint32_t>(whole.size())) + whole.substr(4));
+        send_bytes(message(type, seq, peer, *body));
     }
     std::string receive(size_t size) const {
         std::string bytes(size, '\0');
@@ -404,16 +407,25 @@ class RawPeer {
         return object;
     }
 
+    // A request about what the one object is told of the other.
+    void subscribe(uint32_t subscriber, uint32_t target, uint8_t type = UBUS_MSG_SUBSCRIBE) const {
+        Blob pair;
+        blob_put_u32(pair.buf(), UBUS_ATTR_OBJID, subscriber);
+        blob_put_u32(pair.buf(), UBUS_ATTR_TARGET, target);
+        send(type, 2, 0, &pair);
+    }
+
     uint32_t id = 0;
 
   private:
     int fd_;
 };
 
-// A broker for one client: says these bytes once it is connected, and these once it is asked.
+// A broker for one client: says these bytes once it is connected, and these to one request after
+// the other.
 class FakeBroker {
   public:
-    FakeBroker(const std::string& hello, const std::string& answer)
+    explicit FakeBroker(const std::string& hello, const std::vector<std::string>& answers = {})
         : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
         sockaddr_un address = {};
         address.sun_family = AF_UNIX;
@@ -421,12 +433,14 @@ class FakeBroker {
         unlink(kPath);
         EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
         EXPECT_EQ(listen(fd_, 1), 0);
-        thread_ = std::thread([this, hello, answer] {
+        thread_ = std::thread([this, hello, answers] {
             const int client = accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC);
             char request[256];
             ::send(client, hello.data(), hello.size(), MSG_NOSIGNAL);
-            if (recv(client, request, sizeof(request), 0) > 0)
+            for (const std::string& answer : answers) {
+                if (recv(client, request, sizeof(request), 0) <= 0) break;
                 ::send(client, answer.data(), answer.size(), MSG_NOSIGNAL);
+            }
             close(client);
         });
     }
@@ -637,7 +651,7 @@ TEST(Client, ConnectsToNothingThatDoesNotSayHello) {
     for (const std::string& hello :
          {RawPeer::header(UBUS_MSG_STATUS, 0, 7, 4), RawPeer::header(UBUS_MSG_HELLO, 0, 7, 4, 1),
           RawPeer::header(UBUS_MSG_HELLO, 0, 7, 3)}) {
-        const FakeBroker broker(hello, "");
+        const FakeBroker broker(hello);
         EXPECT_EQ(ubus_connect(FakeBroker::kPath), nullptr);
     }
 }
@@ -645,7 +659,7 @@ TEST(Client, ConnectsToNothingThatDoesNotSayHello) {
 TEST(Client, TakesNoAnswerThatLacksWhatItMustHave) {
     const FakeBroker broker(
         RawPeer::header(UBUS_MSG_HELLO, 0, 7, 4),
-        RawPeer::header(UBUS_MSG_DATA, 1, 0, 4) + RawPeer::header(UBUS_MSG_STATUS, 1, 0, 4));
+        {RawPeer::header(UBUS_MSG_DATA, 1, 0, 4) + RawPeer::header(UBUS_MSG_STATUS, 1, 0, 4)});
     const Context ctx{ubus_connect(FakeBroker::kPath), ubus_free};
     ASSERT_NE(ctx, nullptr);
     int found = 0;
@@ -654,6 +668,37 @@ TEST(Client, TakesNoAnswerThatLacksWhatItMustHave) {
     };
     EXPECT_EQ(ubus_lookup(ctx.get(), "test", count, &found), UBUS_STATUS_INVALID_ARGUMENT);
     EXPECT_EQ(found, 0);
+}
+
+// The answer to a request that adds or removes an object.
+std::string object_answer(uint16_t seq, uint32_t object, uint32_t status) {
+    Blob data, end;
+    blob_put_u32(data.buf(), UBUS_ATTR_OBJID, object);
+    blob_put_u32(end.buf(), UBUS_ATTR_STATUS, status);
+    return RawPeer::message(UBUS_MSG_DATA, seq, 0, data) +
+           RawPeer::message(UBUS_MSG_STATUS, seq, 0, end);
+}
+
+TEST(Client, KnowsNoObjectThatIsNotOnTheBusOrHasTheIdOfAnother) {
+    const FakeBroker broker(
+        RawPeer::header(UBUS_MSG_HELLO, 0, 7, 4),
+        {object_answer(1, 2000, UBUS_STATUS_OK), object_answer(2, 2000, UBUS_STATUS_OK),
+         object_answer(3, 2001, UBUS_STATUS_NO_MEMORY), object_answer(4, 0, UBUS_STATUS_OK),
+         object_answer(5, 2000, UBUS_STATUS_OK), object_answer(6, 2000, UBUS_STATUS_OK)});
+    const Context ctx{ubus_connect(FakeBroker::kPath), ubus_free};
+    ASSERT_NE(ctx, nullptr);
+    ubus_object object = {};
+    EXPECT_EQ(ubus_add_object(ctx.get(), &object), UBUS_STATUS_OK);
+    EXPECT_EQ(object.id, 2000U);
+    ubus_object other = {};
+    EXPECT_EQ(ubus_add_object(ctx.get(), &other), UBUS_STATUS_NO_DATA);
+    EXPECT_EQ(ubus_add_object(ctx.get(), &other), UBUS_STATUS_NO_MEMORY);
+    EXPECT_EQ(ubus_add_object(ctx.get(), &other), UBUS_STATUS_NO_DATA);
+    EXPECT_EQ(ubus_remove_object(ctx.get(), &other), UBUS_STATUS_NO_DATA);
+    EXPECT_EQ(other.id, 0U);
+    EXPECT_EQ(ctx->objects.count, 1U);
+    EXPECT_EQ(ubus_remove_object(ctx.get(), &object), UBUS_STATUS_OK);
+    EXPECT_EQ(ctx->objects.count, 0U);
 }
 
 TEST_F(Bus, EndsARequestThatWasSentBeforeTheConnectionWasLost) {
@@ -722,10 +767,7 @@ TEST_F(Bus, KeepsAServiceFromAMessageThatIsTooLong) {
 TEST_F(Bus, KeepsASubscriberFromANoticeThatIsTooLong) {
     RawPeer target, subscriber;
     const uint32_t target_id = target.add_object();
-    Blob pair;
-    blob_put_u32(pair.buf(), UBUS_ATTR_OBJID, subscriber.add_object());
-    blob_put_u32(pair.buf(), UBUS_ATTR_TARGET, target_id);
-    subscriber.send(UBUS_MSG_SUBSCRIBE, 2, 0, &pair);
+    subscriber.subscribe(subscriber.add_object(), target_id);
     ASSERT_EQ(subscriber.status(), UBUS_STATUS_OK);
     for (const size_t size : {size_t{1048548}, size_t{10}}) {
         Blob notice;
@@ -815,10 +857,7 @@ TEST_F(Bus, ServesFiftyClientsAtOnce) {
 TEST_F(Bus, SubscribesNoObjectToItself) {
     RawPeer peer;
     const uint32_t object = peer.add_object();
-    Blob pair;
-    blob_put_u32(pair.buf(), UBUS_ATTR_OBJID, object);
-    blob_put_u32(pair.buf(), UBUS_ATTR_TARGET, object);
-    peer.send(UBUS_MSG_SUBSCRIBE, 2, 0, &pair);
+    peer.subscribe(object, object);
     EXPECT_EQ(peer.status(), UBUS_STATUS_INVALID_ARGUMENT);
 }
 
@@ -827,10 +866,7 @@ TEST_F(Bus, TellsATargetWhenItsLastSubscriberIsGone) {
     const uint32_t target_id = target.add_object();
     {
         RawPeer subscriber;
-        Blob pair;
-        blob_put_u32(pair.buf(), UBUS_ATTR_OBJID, subscriber.add_object());
-        blob_put_u32(pair.buf(), UBUS_ATTR_TARGET, target_id);
-        subscriber.send(UBUS_MSG_SUBSCRIBE, 2, 0, &pair);
+        subscriber.subscribe(subscriber.add_object(), target_id);
         EXPECT_EQ(subscriber.status(), UBUS_STATUS_OK);
     }
     for (const uint32_t active : {1U, 0U}) {
@@ -879,13 +915,11 @@ TEST_F(Bus, TellsAnObjectWhetherItHasSubscribers) {
     ASSERT_EQ(ubus_add_object(ctx_.get(), &object), UBUS_STATUS_OK);
     ubus_add_uloop(ctx_.get());
     RawPeer peer;
-    Blob pair;
-    blob_put_u32(pair.buf(), UBUS_ATTR_OBJID, peer.add_object());
-    blob_put_u32(pair.buf(), UBUS_ATTR_TARGET, object.id);
-    peer.send(UBUS_MSG_SUBSCRIBE, 2, 0, &pair);
+    const uint32_t subscriber = peer.add_object();
+    peer.subscribe(subscriber, object.id);
     uloop_run_timeout(kTimeLimit);
     EXPECT_TRUE(object.has_subscribers);
-    peer.send(UBUS_MSG_UNSUBSCRIBE, 3, 0, &pair);
+    peer.subscribe(subscriber, object.id, UBUS_MSG_UNSUBSCRIBE);
     uloop_run_timeout(kTimeLimit);
     EXPECT_FALSE(object.has_subscribers);
     EXPECT_EQ(ubus_remove_object(ctx_.get(), &object), UBUS_STATUS_OK);
@@ -941,6 +975,22 @@ TEST_F(Bus, TellsNobodyOfWhatItDoesItself) {
     ubus_add_uloop(ctx_.get());
     uloop_run_timeout(kTimeLimit);
     EXPECT_THAT(listener.events, ElementsAre("end"));
+}
+
+TEST_F(Bus, LeavesTheRestForTheNextRunOnceTheLoopIsToEnd) {
+    Listener listener;
+    listener.handler.cb = keep_event;
+    ASSERT_EQ(ubus_register_event_handler(ctx_.get(), &listener.handler, "*"), UBUS_STATUS_OK);
+    const Context sender = connect_bus();
+    Blob message;
+    for (int i = 0; i < 2; i++) {
+        ASSERT_EQ(ubus_send_event(sender.get(), "end", message.head()), UBUS_STATUS_OK);
+    }
+    ubus_add_uloop(ctx_.get());
+    uloop_run_timeout(kTimeLimit);
+    EXPECT_THAT(listener.events, ElementsAre("end"));
+    uloop_run_timeout(kTimeLimit);
+    EXPECT_THAT(listener.events, ElementsAre("end", "end"));
 }
 
 TEST_F(Bus, TakesEventsAndPatternsOnlyAsTheyMustBe) {
@@ -1039,10 +1089,8 @@ TEST_F(Bus, ForgetsAClientThatIsSubscribedToItself) {
     const Service service;
     {
         RawPeer peer;
-        Blob pair;
-        blob_put_u32(pair.buf(), UBUS_ATTR_OBJID, peer.add_object());
-        blob_put_u32(pair.buf(), UBUS_ATTR_TARGET, peer.add_object());
-        peer.send(UBUS_MSG_SUBSCRIBE, 2, 0, &pair);
+        const uint32_t target = peer.add_object();
+        peer.subscribe(peer.add_object(), target);
         EXPECT_EQ(peer.next().first, UBUS_MSG_NOTIFY);
         EXPECT_EQ(peer.status(), UBUS_STATUS_OK);
     }
@@ -1098,10 +1146,7 @@ TEST_F(Bus, TellsSubscribersAndTheirTargets) {
     RawPeer target, subscriber;
     const uint32_t target_id = target.add_object();
     const uint32_t subscriber_id = subscriber.add_object();
-    Blob pair;
-    blob_put_u32(pair.buf(), UBUS_ATTR_OBJID, subscriber_id);
-    blob_put_u32(pair.buf(), UBUS_ATTR_TARGET, target_id);
-    subscriber.send(UBUS_MSG_SUBSCRIBE, 2, 0, &pair);
+    subscriber.subscribe(subscriber_id, target_id);
     EXPECT_EQ(subscriber.status(), UBUS_STATUS_OK);
     auto message = target.next();
     EXPECT_EQ(message.first, UBUS_MSG_NOTIFY);
@@ -1116,12 +1161,12 @@ TEST_F(Bus, TellsSubscribersAndTheirTargets) {
     EXPECT_EQ(message.first, UBUS_MSG_INVOKE);
     EXPECT_THAT(message.second, HasSubstr("news"));
 
-    subscriber.send(UBUS_MSG_UNSUBSCRIBE, 4, 0, &pair);
+    subscriber.subscribe(subscriber_id, target_id, UBUS_MSG_UNSUBSCRIBE);
     message = target.next();
     EXPECT_EQ(RawPeer::attribute(message.second, UBUS_ATTR_ACTIVE), 0U);
     EXPECT_EQ(subscriber.status(), UBUS_STATUS_OK);
 
-    subscriber.send(UBUS_MSG_SUBSCRIBE, 5, 0, &pair);
+    subscriber.subscribe(subscriber_id, target_id);
     EXPECT_EQ(subscriber.status(), UBUS_STATUS_OK);
     Blob gone;
     blob_put_u32(gone.buf(), UBUS_ATTR_OBJID, target_id);
@@ -1232,10 +1277,7 @@ TEST_F(Bus, TellsOthersThanRootNothing) {
     const uint32_t target = id_of("test");
     EXPECT_EQ(as_nobody([target] {
                   RawPeer peer;
-                  Blob pair;
-                  blob_put_u32(pair.buf(), UBUS_ATTR_OBJID, peer.add_object());
-                  blob_put_u32(pair.buf(), UBUS_ATTR_TARGET, target);
-                  peer.send(UBUS_MSG_SUBSCRIBE, 2, 0, &pair);
+                  peer.subscribe(peer.add_object(), target);
                   return peer.status();
               }),
               UBUS_STATUS_NOT_FOUND);

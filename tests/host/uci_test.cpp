@@ -517,8 +517,30 @@ TEST_F(UciLookup, LoadsAFileByItsAbsolutePath) {
     ASSERT_NE(package, nullptr);
     EXPECT_STREQ(package->e.name, "elsewhere");
     EXPECT_FALSE(package->has_delta);
-    EXPECT_EQ(context_.load("../config/x"), nullptr);
-    EXPECT_EQ(context_.get()->err, UCI_ERR_NOTFOUND);
+}
+
+TEST_F(UciLookup, FindsWhatIsInAFileByItsAbsolutePath) {
+    write_file("/tmp/else-where!", "config a 'b'\n\toption o 1\n");
+    EXPECT_EQ(value_at(context_, "/tmp/else-where!.b.o"), "1");
+}
+
+TEST_F(UciLookup, LoadsNothingByAnotherKindOfName) {
+    write_config("", ".hidden");
+    write_config("", "two words");
+    uci_package* package = nullptr;
+    for (const char* name : {".hidden", "./x", "../config/x", "config/x", "/tmp", "nope"})
+        EXPECT_EQ(uci_load(context_.get(), name, &package), UCI_ERR_NOTFOUND) << name;
+    for (const char* name : {"", "two words", "/tmp/two words", "x\x7f"})
+        EXPECT_EQ(uci_load(context_.get(), name, &package), UCI_ERR_INVAL) << name;
+    EXPECT_EQ(package, nullptr);
+}
+
+TEST_F(UciLookup, LeavesThePackageAsItIsWhereThereIsNone) {
+    uci_package* package = context_.load();
+    uci_package* const before = package;
+    ASSERT_NE(before, nullptr);
+    EXPECT_EQ(uci_load(context_.get(), "nope", &package), UCI_ERR_NOTFOUND);
+    EXPECT_EQ(package, before);
 }
 
 TEST_F(UciLookup, PrefersTheOverridingDirectory) {
@@ -648,6 +670,7 @@ TEST_F(UciChange, DeletesOptionsSectionsAndItems) {
     EXPECT_EQ(value_at(context_, "x.b.l"), "[1]");
     EXPECT_EQ(stage(uci_delete, "x.b.l=7"), "");
     EXPECT_EQ(stage(uci_delete, "x.b.l=-1"), "");
+    EXPECT_EQ(change(context_, uci_delete, "x.b.l=first"), UCI_ERR_INVAL);
     EXPECT_EQ(stage(uci_delete, "x.b.o=0"), "-x.b.o\n");
     EXPECT_EQ(stage(uci_delete, "x.@a[0]"), "-x.cfg01b606\n");
     EXPECT_EQ(stage(uci_delete, "x.b"), "-x.b\n");
@@ -836,9 +859,18 @@ TEST_F(UciCommit, OverwritesWhatOthersCommittedWhereAsked) {
     EXPECT_EQ(staged(), "");
 }
 
+TEST_F(UciCommit, IsWhatASaveDoesWithAFileLoadedByItsPath) {
+    write_file("/tmp/elsewhere", "config a 'b'\n");
+    ASSERT_EQ(change(context_, uci_set, "/tmp/elsewhere.b.o=1"), UCI_OK);
+    ASSERT_EQ(uci_save(context_.get(), uci_lookup_package(context_.get(), "elsewhere")), UCI_OK);
+    EXPECT_EQ(read_file("/tmp/elsewhere"), "\nconfig a 'b'\n\toption o '1'\n\n");
+    EXPECT_EQ(staged("elsewhere"), "");
+}
+
 TEST_F(UciCommit, WritesAnImportedPackageAsANewFile) {
     uci_package* package = nullptr;
     ASSERT_EQ(import_text(context_, "config a 'b'\n", "new", &package, true), UCI_OK);
+    EXPECT_EQ(uci_save(context_.get(), package), UCI_ERR_INVAL);
     EXPECT_EQ(uci_commit(context_.get(), &package, false), UCI_ERR_INVAL);
     ASSERT_EQ(uci_commit(context_.get(), &package, true), UCI_OK);
     EXPECT_EQ(read_file(config_path("new")), "\nconfig a 'b'\n\n");
@@ -960,6 +992,19 @@ TEST_F(UciFailure, FailedImportLeavesNoEmptyFile) {
     EXPECT_FALSE(exists(config_path("new")));
     EXPECT_EQ(uci_commit(context_.get(), &package, true), UCI_OK);
     EXPECT_TRUE(exists(config_path("new")));
+}
+
+TEST_F(UciFailure, FailedCommitKeepsWhatAnotherHasMadeMeanwhile) {
+    uci_package* package = nullptr;
+    ASSERT_EQ(import_text(context_, "config a 'b'\n", "new", &package, true), UCI_OK);
+    write_config("config of another\n", "new");
+    {
+        const Fail absent("access", 1, ENOENT);
+        const Fail fail("fsync", 1, EIO);
+        EXPECT_EQ(uci_commit(context_.get(), &package, true), UCI_ERR_IO);
+        EXPECT_TRUE(absent.fired());
+    }
+    EXPECT_EQ(read_file(config_path("new")), "config of another\n");
 }
 
 TEST_F(UciFailure, FailedSaveKeepsTheChangesInMemory) {

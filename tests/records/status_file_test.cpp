@@ -152,7 +152,8 @@ TEST_F(OfflineReasonTest, ReadsBackEachCode) {
 }
 
 TEST_F(OfflineReasonTest, ShowsAnyOtherCodeAsASystemReboot) {
-    for (const char* code : {"0", "7", "-1", "2147483647", "-2147483648", "AC", ""}) {
+    for (const char* code : {"0", "7", "-1", "2147483647", "-2147483648", "4294967298",
+                             "18446744073709551618", "AC", ""}) {
         // An empty line would be skipped.
         write_file(kOfflineReason, std::string(code) + " \n2026-01-01 00:00:00\n");
         ASSERT_EQ(tq_get_offline_reason(&info_), 0) << code;

@@ -441,8 +441,11 @@ TEST_F(TraceTest, ComesBeforeTheRemoteBlocks) {
 
 TEST_F(TraceTest, StartsWithItsLevelAHostAndAPort) {
     EXPECT_EQ(set_wcd_trace_conf(), 0);
-    EXPECT_THAT(log_.take(), Contains(Line(LOG_INFO, "set_wcd_trace_conf",
-                                           "write config to file, local trace is Enable\n\n")));
+    EXPECT_THAT(log_.take(),
+                ElementsAre(Line(LOG_INFO, "set_wcd_trace_conf",
+                                 "write config to file, local trace is Enable\n\n"),
+                            testing::Field(&LogLine::function, "write_syslog_config_file"),
+                            testing::Field(&LogLine::function, "my_system")));
     EXPECT_EQ(read_file(kConfig), default_config() + trace_block());
     EXPECT_EQ(read_file("/tmp/.loglvl.kernel"), "klogd 6\n");
     EXPECT_EQ(get_process_syslog_level(1), 3);

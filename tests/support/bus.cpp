@@ -17,7 +17,6 @@
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
-#include <system_error>
 #include <thread>
 
 #include "support/device.h"
@@ -26,10 +25,6 @@ namespace tq_test {
 namespace {
 
 constexpr char kSocket[] = "/var/run/ubus/ubus.sock";
-
-[[noreturn]] void fail(const std::string& what) {
-    throw std::system_error(errno, std::generic_category(), what);
-}
 
 sockaddr_un bus_address() {
     sockaddr_un address{};
@@ -88,9 +83,9 @@ std::string next_record() {
 
 Process::Process(const std::vector<std::string>& command) : pid_(-1), output_(-1) {
     std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0) fail("pipe2");
+    must(pipe2(ends.data(), O_CLOEXEC) == 0, "pipe2");
     pid_ = fork();
-    if (pid_ < 0) fail("fork");
+    must(pid_ >= 0, "fork");
     if (pid_ == 0) become(command, ends[1]);
     close(ends[1]);
     output_ = ends[0];

@@ -35,7 +35,6 @@ class Broker {
     Broker();
 
     void kill() { process_.kill(); }
-    void signal(int number) const { process_.signal(number); }
 
   private:
     Process process_;

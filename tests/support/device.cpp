@@ -25,14 +25,6 @@ namespace {
 
 constexpr uid_t kNobody = 65534;
 
-[[noreturn]] void fail(const std::string& what) {
-    throw std::system_error(errno, std::generic_category(), what);
-}
-
-void must(bool done, const std::string& what) {
-    if (!done) fail(what);
-}
-
 std::string make_scratch_file(std::string_view content) {
     static int number = 0;
     std::string path =
@@ -135,6 +127,10 @@ std::string spare_copy(const std::string& directory) {
 }
 
 }  // namespace
+
+void must(bool done, const std::string& what) {
+    if (!done) throw std::system_error(errno, std::generic_category(), what);
+}
 
 void write_file(const std::string& path, std::string_view content) {
     fs::create_directories(fs::path(path).parent_path());

@@ -11,6 +11,9 @@
 
 namespace tq_test {
 
+// Throws, with errno's text, where it was not done.
+void must(bool done, const std::string& what);
+
 // Replaces the file, making its directories where they are missing. Throws on failure, as all of
 // these do.
 void write_file(const std::string& path, std::string_view content);

@@ -9,7 +9,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <regex>
-#include <system_error>
+#include <utility>
+
+#include "support/device.h"
 
 namespace tq_test {
 namespace {
@@ -18,10 +20,6 @@ constexpr const char* kServed = "/dev/log";
 constexpr const char* kAside = "/dev/log.aside";
 // No line of the log begins with a zero byte.
 constexpr std::string_view kMark("\0mark", 5);
-
-void must(bool done, const char* what) {
-    if (!done) throw std::system_error(errno, std::generic_category(), what);
-}
 
 sockaddr_un log_address() {
     sockaddr_un address{};

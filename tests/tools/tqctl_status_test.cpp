@@ -118,6 +118,14 @@ TEST_F(TqctlStatusTest, RunHoldsTheLockAndEndsWithTheCommandsCode) {
     EXPECT_TRUE(succeeds(tqctl("upgrade status"), "lock=free\n"));
 }
 
+TEST_F(TqctlStatusTest, RunHoldsTheLockOverAnInterruptUntilTheCommandEnds) {
+    for (const char* number : {"INT", "QUIT"}) {
+        const std::string interrupt = std::string("kill -") + number;
+        EXPECT_EQ(tqctl("upgrade run -- sh -c '" + interrupt + " $PPID; exit 42'").status, 42);
+        EXPECT_GT(tqctl("upgrade run -- sh -c '" + interrupt + " $$; exit 42'").status, 128);
+    }
+}
+
 TEST_F(TqctlStatusTest, RunRunsNothingWhileTheLockIsHeld) {
     tqctl("upgrade lock");
     EXPECT_TRUE(fails(tqctl("upgrade run -- touch /tmp/ran"), kBusy, "holds the lock"));
@@ -130,6 +138,7 @@ TEST_F(TqctlStatusTest, RunSaysWhyTheCommandCannotRun) {
     const CommandResult missing = tqctl("upgrade run -- no-such-command");
     EXPECT_EQ(missing.status, 127);
     EXPECT_THAT(missing.err, HasSubstr("no-such-command: No such file or directory"));
+    EXPECT_EQ(tqctl("upgrade run -- no-such-command 2>/dev/full").status, 127);
     EXPECT_EQ(tqctl("upgrade run -- /tmp").status, 126);
 }
 

@@ -190,11 +190,9 @@ ExitCode list(Context& context, Arguments arguments) {
 }
 
 // The broker's answer to a question that costs it nothing; that there is no such object is one.
-int ask_broker() {
-    const BusContext bus;
-    if (!bus) return UBUS_STATUS_CONNECTION_FAILED;
+int ask_broker(const BusContext& broker) {
     uint32_t id = 0;
-    const int status = ubus_lookup_id(bus.get(), "tqctl", &id);
+    const int status = ubus_lookup_id(broker.get(), "tqctl", &id);
     return status == UBUS_STATUS_NOT_FOUND ? UBUS_STATUS_OK : status;
 }
 
@@ -206,10 +204,11 @@ int ask_service(const char* object) {
 
 ExitCode ping(Context& context, Arguments arguments) {
     const BusConnection bus;
-    if (!bus) return fail_without_bus(context);
+    const BusContext broker;
+    if (!bus || !broker) return fail_without_bus(context);
     const char* object = arguments.empty() ? "the bus" : arguments[0];
     const int64_t before = microseconds();
-    const int result = arguments.empty() ? ask_broker() : ask_service(object);
+    const int result = arguments.empty() ? ask_broker(broker) : ask_service(object);
     const int64_t after = microseconds();
     if (result != UBUS_STATUS_OK) return finish_request(context, object, result);
     context.output.value("microseconds", after - before);

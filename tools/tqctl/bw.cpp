@@ -17,7 +17,7 @@ namespace {
 struct Request {
     enum class Kind { kSsid, kUser, kStation, kMaxStations, kSave, kReload };
 
-    Kind kind;
+    Kind kind = Kind::kSsid;
     const char* vap = nullptr;
     Mac mac{};
     uint32_t up = 0;
@@ -43,10 +43,6 @@ int send(const Request& request) {
             return reload_bwctl();
     }
     return -1;
-}
-
-ExitCode send_request(Context& context, const Request& request) {
-    return send_over_bus(context, [&] { return send(request); });
 }
 
 // show-request
@@ -112,16 +108,7 @@ void show(Display& display, const Request& request) {
     }
 }
 
-ExitCode show_on_output(Context& context, const Request& request) {
-    Display display(context.output);
-    show(display, request);
-    display.finish();
-    return ExitCode::kDone;
-}
-
 // The command line
-
-using Consumer = ExitCode (*)(Context&, const Request&);
 
 struct KindName {
     const char* name;
@@ -174,49 +161,40 @@ const char* parse_numbers(Arguments words, Request& request) {
     return nullptr;
 }
 
-ExitCode set_with(Context& context, Arguments words, Consumer consume) {
-    Request request{Kind::kSsid};
-    const char* problem = parse_target(words, request);
-    if (!problem) problem = parse_numbers(words, request);
-    return problem ? context.misuse("%s", problem) : consume(context, request);
+// Takes what is behind "set" or "del"; what is wrong with it, or null.
+const char* parse_limit(bool is_set, Arguments words, Request& request) {
+    if (words.size() < 2) return "an argument is missing";
+    if (const char* problem = parse_target(words, request)) return problem;
+    if (is_set) return parse_numbers(words, request);
+    if (request.kind == Kind::kMaxStations) return "max-stations has no removal";
+    return words.empty() ? nullptr : "too many arguments";
 }
 
-ExitCode del_with(Context& context, Arguments words, Consumer consume) {
-    Request request{Kind::kSsid};
-    const char* problem = parse_target(words, request);
-    if (!problem && request.kind == Kind::kMaxStations) problem = "max-stations has no removal";
-    if (!problem && !words.empty()) problem = "too many arguments";
-    return problem ? context.misuse("%s", problem) : consume(context, request);
-}
-
-ExitCode set(Context& context, Arguments words) {
-    return set_with(context, words, send_request);
-}
-
-ExitCode del(Context& context, Arguments words) {
-    return del_with(context, words, send_request);
-}
-
-ExitCode save(Context& context, Arguments) {
-    return send_request(context, {Kind::kSave});
-}
-
-ExitCode reload(Context& context, Arguments) {
-    return send_request(context, {Kind::kReload});
-}
-
-ExitCode show_request(Context& context, Arguments arguments) {
-    const char* verb = arguments[0];
-    const Arguments words = arguments.subspan(1);
-    if (strcmp(verb, "save") == 0 && words.empty()) return show_on_output(context, {Kind::kSave});
-    if (strcmp(verb, "reload") == 0 && words.empty())
-        return show_on_output(context, {Kind::kReload});
+// Makes a request of a verb and what is behind it; what is wrong with them, or null.
+const char* parse(const char* verb, Arguments words, Request& request) {
     const bool is_set = strcmp(verb, "set") == 0;
-    if (!is_set && strcmp(verb, "del") != 0)
-        return context.misuse("there is no request '%s'", verb);
-    if (words.size() < 2) return context.misuse("an argument is missing");
-    return is_set ? set_with(context, words, show_on_output)
-                  : del_with(context, words, show_on_output);
+    if (is_set || strcmp(verb, "del") == 0) return parse_limit(is_set, words, request);
+    const bool is_save = strcmp(verb, "save") == 0;
+    if (!is_save && strcmp(verb, "reload") != 0) return "VERB is set, del, save or reload";
+    request.kind = is_save ? Kind::kSave : Kind::kReload;
+    return words.empty() ? nullptr : "too many arguments";
+}
+
+ExitCode send_request(Context& context, Arguments words) {
+    Request request;
+    const char* problem = parse(context.command->verb, words, request);
+    if (problem) return context.misuse("%s", problem);
+    return send_over_bus(context, [&] { return send(request); });
+}
+
+ExitCode show_request(Context& context, Arguments words) {
+    Request request;
+    const char* problem = parse(words[0], words.subspan(1), request);
+    if (problem) return context.misuse("%s", problem);
+    Display display(context.output);
+    show(display, request);
+    display.finish();
+    return ExitCode::kDone;
 }
 
 // flow show
@@ -276,17 +254,18 @@ constexpr Command kCommands[] = {
      "  max-stations VAP COUNT: how many stations it takes\n"
      "\n"
      "The rates' unit is the service's; UP and DOWN both 0 remove the limit.",
-     "tqctl bw set station ath0 00:1a:2b:3c:4d:5e 512 1024", set},
+     "tqctl bw set station ath0 00:1a:2b:3c:4d:5e 512 1024", send_request},
     {"del", "KIND VAP [MAC]", 2, 3, "removes a limit", "KIND is ssid, user or station.",
-     "tqctl bw del ssid ath0", del},
+     "tqctl bw del ssid ath0", send_request},
     {"show-request", "VERB [ARGUMENTS]", 1, 6, "shows what would be sent",
      "Object, method and fields, in their order, of the request that the command\n"
      "with this VERB (set, del, reload or save) makes. Nothing is sent.",
      "tqctl bw show-request set ssid ath0 512 1024", show_request},
     {"reload", "", 0, 0, "has the service read its configuration anew",
-     "What it has been told and did not save is up to the service.", "tqctl bw reload", reload},
+     "What it has been told and did not save is up to the service.", "tqctl bw reload",
+     send_request},
     {"save", "", 0, 0, "has the service save its configuration",
-     "The limits then outlive a restart of the service.", "tqctl bw save", save},
+     "The limits then outlive a restart of the service.", "tqctl bw save", send_request},
 };
 constexpr Command kFlowCommands[] = {
     {"show", "INDEX", 1, 1, "shows the traffic of an interface index",

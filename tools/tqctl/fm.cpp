@@ -45,30 +45,27 @@ ExitCode reload_wifi(const Context& context, Arguments words) {
     return send_over_bus(context, notify_fm_reload_wifi_cfg);
 }
 
-ExitCode send_disconnect(const Context& context, Disconnect disconnect, Arguments words) {
-    if (words.size() != 3) return context.misuse("ADDRESS, PORT and a CAUSE are needed");
+ExitCode send_event(const Context& context, const Event& event, Arguments words) {
+    const bool is_loss = event.disconnect != nullptr;
+    if (words.size() != (is_loss ? 3U : 2U))
+        return context.misuse("%s are needed",
+                              is_loss ? "ADDRESS, PORT and a CAUSE" : "ADDRESS and PORT");
     const std::optional<int> port = take_int(context, words[1]);
     if (!port) return ExitCode::kUsage;
-    const char* probable = after(kProbable, words[2]);
-    const char* specific = after(kSpecific, words[2]);
-    if (!probable && !specific) return context.misuse("%s: not a CAUSE", words[2]);
-    return send_over_bus(context, [&] { return disconnect(words[0], *port, probable, specific); });
-}
-
-ExitCode send_connect(const Context& context, Connect connect, Arguments words) {
-    if (words.size() != 2) return context.misuse("ADDRESS and PORT are needed");
-    const std::optional<int> port = take_int(context, words[1]);
-    if (!port) return ExitCode::kUsage;
-    return send_over_bus(context, [&] { return connect(words[0], *port); });
+    const char* probable = after(kProbable, words.back());
+    const char* specific = after(kSpecific, words.back());
+    if (is_loss && !probable && !specific) return context.misuse("%s: not a CAUSE", words[2]);
+    return send_over_bus(context, [&] {
+        return is_loss ? event.disconnect(words[0], *port, probable, specific)
+                       : event.connect(words[0], *port);
+    });
 }
 
 ExitCode notify(Context& context, Arguments arguments) {
     const Arguments words = arguments.subspan(1);
     if (strcmp(arguments[0], "reload-wifi") == 0) return reload_wifi(context, words);
     for (const Event& event : kEvents) {
-        if (strcmp(arguments[0], event.name) != 0) continue;
-        if (event.disconnect) return send_disconnect(context, event.disconnect, words);
-        return send_connect(context, event.connect, words);
+        if (strcmp(arguments[0], event.name) == 0) return send_event(context, event, words);
     }
     return context.misuse("no event is named '%s'", arguments[0]);
 }

@@ -172,16 +172,36 @@ bool wait_for(pid_t child, int* status) {
     return ended == child;
 }
 
+// What a terminal sends is for the command: the lock is kept until that has ended.
+class IgnoredInterrupts {
+  public:
+    void restore() const {
+        signal(SIGINT, interrupt_);
+        signal(SIGQUIT, quit_);
+    }
+
+  private:
+    sighandler_t interrupt_ = signal(SIGINT, SIG_IGN);
+    sighandler_t quit_ = signal(SIGQUIT, SIG_IGN);
+};
+
+[[noreturn]] void execute(const Context& context, Arguments arguments) {
+    execvp(arguments[0], arguments.data());
+    const int error = errno;
+    context.fail(ExitCode::kRefused, "%s: %s", arguments[0], strerror(error));
+    _exit(error == ENOENT ? 127 : 126);
+}
+
 ExitCode run(Context& context, Arguments arguments) {
     if (strcmp(arguments[0], "--") == 0) arguments = arguments.subspan(1);
     if (arguments.empty()) return context.misuse("a command is needed");
     const int handle = tq_upgrade_mutex_begin();
     if (handle < 0) return refuse_held(context);
+    const IgnoredInterrupts ignored;
     const pid_t child = fork();
     if (child == 0) {
-        execvp(arguments[0], arguments.data());
-        context.fail(ExitCode::kRefused, "%s: %s", arguments[0], strerror(errno));
-        _exit(errno == ENOENT ? 127 : 126);
+        ignored.restore();
+        execute(context, arguments);
     }
     int status = 0;
     const bool waited = child > 0 && wait_for(child, &status);

@@ -112,13 +112,14 @@ UCI_EXPORT int uci_import(struct uci_context* ctx, FILE* stream, const char* nam
 UCI_EXPORT int uci_export(struct uci_context* ctx, FILE* stream, struct uci_package* package,
                           bool header);
 
-/* Loads a file of the configuration directory, or any file by an absolute path, with the changes
- * staged for it. */
+/* Loads a file of the configuration directory with the changes staged for it, or any file by an
+ * absolute path, for which nothing is staged. On failure *package stays as it is. */
 UCI_EXPORT int uci_load(struct uci_context* ctx, const char* name, struct uci_package** package);
 
 UCI_EXPORT int uci_unload(struct uci_context* ctx, struct uci_package* p);
 
-/* Stages the package's unsaved changes. On failure they stay in the package. */
+/* Stages the package's unsaved changes. On failure they stay in the package. A file that was loaded
+ * by its path is replaced instead, by the package as it is in memory. */
 UCI_EXPORT int uci_save(struct uci_context* ctx, struct uci_package* p);
 
 /* Replaces the configuration file, if anything is staged for it. Without overwrite the package is
@@ -174,7 +175,8 @@ UCI_EXPORT int uci_reorder_section(struct uci_context* ctx, struct uci_section* 
 
 UCI_EXPORT int uci_rename(struct uci_context* ctx, struct uci_ptr* ptr);
 
-/* Deletes a section, an option or, with a value, the list item of that decimal index. */
+/* Deletes a section, an option or, with a value, the list item of that decimal index, if there is
+ * one. */
 UCI_EXPORT int uci_delete(struct uci_context* ctx, struct uci_ptr* ptr);
 
 /* Forgets the staged changes of a package, section or option and loads the package again. */
