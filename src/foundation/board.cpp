@@ -9,6 +9,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "foundation/guard.h"
 #include "foundation/log.h"
 #include "foundation/number_reader.h"
 #include "foundation/text.h"
@@ -81,10 +82,6 @@ int read_radio_text(const RadioText& text, int radio, char* out, unsigned len) {
     return 0;
 }
 
-bool is_room(const char* out, unsigned len) {
-    return out && static_cast<int>(len) > 0;
-}
-
 // A text of the WAN's or of a LAN port: the function that hands it out, and the arguments of the
 // call to the board library, as a failure is logged.
 struct PortText {
@@ -149,10 +146,6 @@ const char* behind_prefix(const char* ifname, int radio) {
     return strncmp(ifname, prefix, length) == 0 ? ifname + length : nullptr;
 }
 
-bool is_digit(char c) {
-    return c >= '0' && c <= '9';
-}
-
 // The interface that is the WAN's now.
 int find_wan(const char* function, char (&ifname)[kNameSize]) {
     ifname[0] = '\0';
@@ -177,11 +170,11 @@ int bbi_radio_count(int* count) {
 }
 
 int bbi_radio_device(int radio, char* out, unsigned len) {
-    return is_room(out, len) ? read_radio_text(kDevice, radio, out, len) : -1;
+    return out && tq::is_size(len) ? read_radio_text(kDevice, radio, out, len) : -1;
 }
 
 int bbi_radio_prefix_ifname(int radio, char* out, unsigned len) {
-    return is_room(out, len) ? read_radio_text(kPrefix, radio, out, len) : -1;
+    return out && tq::is_size(len) ? read_radio_text(kPrefix, radio, out, len) : -1;
 }
 
 int bbi_radio_support_mode(int radio, unsigned* mode) {
@@ -190,7 +183,7 @@ int bbi_radio_support_mode(int radio, unsigned* mode) {
     if (ask_radio(AP_TYPE_RADIO_SUPPORT_MODE, radio, mask) < 0) {
         return TQ_FAIL("get radio %d support mode fail\n", radio);
     }
-    *mode = static_cast<unsigned>(strtoll(mask, nullptr, 10));
+    *mode = static_cast<unsigned>(tq::leading_int(mask));
     TQ_LOG(LOG_DEBUG, "radio %d support mode %x\n", radio, *mode);
     return 0;
 }
@@ -291,7 +284,7 @@ int tq_get_wifi_id(int /*ignored*/, const char* ifname, int* radio, int* vap) {
     const bool per_radio = tq_get_oem_ap_type_common(AP_TYPE_VAP_NAME_MODE) == 0;
     for (int i = 0; i < radios; i++) {
         const char* rest = behind_prefix(ifname, i);
-        if (!rest || (per_radio && !is_digit(*rest))) continue;
+        if (!rest || (per_radio && !NumberReader::is_digit(*rest))) continue;
         const char* digits = per_radio ? rest : ifname + strcspn(ifname, "0123456789");
         uint32_t number = 0;
         if (!NumberReader(digits).number_up_to(INT_MAX, number)) return -1;
@@ -442,7 +435,7 @@ int get_br_vlan_id(const char* ifname, int* vlan) {
     if (!found) return -1;
     const char* number = found + strlen("vlan");
     if (!*number) return -1;
-    *vlan = static_cast<int>(strtoll(number, nullptr, 10));
+    *vlan = tq::leading_int(number);
     return 0;
 }
 

@@ -24,7 +24,7 @@ constexpr int kMaxExaminedLines = 500;
 
 // Reads up to the end of the first line, or as much of it as fits; the rest stays unread. False
 // where there is nothing to read.
-bool read_first_line(int fd, char* out, size_t size) {
+bool read_up_to_feed(int fd, char* out, size_t size) {
     size_t used = 0;
     while (used + 1 < size) {
         const ssize_t got = tq::read_some(fd, &out[used], size - 1 - used);
@@ -72,7 +72,7 @@ int run_cmd(const char* command, char* out, int out_size) {
     *out = '\0';
     const Pipe pipe(command);
     if (!pipe) return TQ_FAIL("popen fail, cmd = %s\n\n", command);
-    if (!read_first_line(pipe.fd(), out, static_cast<size_t>(out_size))) {
+    if (!read_up_to_feed(pipe.fd(), out, static_cast<size_t>(out_size))) {
         return TQ_FAIL("fgets fail, cmd = %s\n\n", command);
     }
     return 0;
@@ -85,9 +85,8 @@ int get_key_vlaue(const char* command, const char* key, int* value) {
     LineReader lines(pipe.fd());
     const char* rest = find_key(lines, key);
     if (!rest) return TQ_FAIL("not find %s\n", key);
-    const std::optional<int> number = *rest == '=' ? tq::leading_int(rest + 1) : std::nullopt;
-    if (!number) return TQ_FAIL("sscanf fail\n");
-    *value = *number;
+    if (*rest != '=' || !tq::starts_with_int(rest + 1)) return TQ_FAIL("sscanf fail\n");
+    *value = tq::leading_int(rest + 1);
     return 0;
 }
 

@@ -8,6 +8,18 @@
 
 namespace tq {
 
+namespace {
+
+// The length of the text's first piece, or 0 where more has to be read first.
+size_t complete_piece(std::string_view text, size_t limit) {
+    const size_t length = std::min(text.size(), limit);
+    const void* feed = memchr(text.data(), '\n', length);
+    if (feed) return static_cast<size_t>(static_cast<const char*>(feed) - text.data()) + 1;
+    return length == limit ? limit : 0;
+}
+
+}  // namespace
+
 ssize_t read_some(int fd, void* buffer, size_t size) {
     ssize_t got = 0;
     do {
@@ -52,23 +64,6 @@ bool LineReader::refill() {
     return true;
 }
 
-// Takes back the terminator behind the piece that was handed out.
-void LineReader::step_over_piece() {
-    if (piece_ == 0) return;
-    begin_ += piece_;
-    buffer_[begin_] = after_piece_;
-    piece_ = 0;
-}
-
-// The length of the next piece, or 0 where more has to be read first.
-size_t LineReader::complete_piece() const {
-    const size_t limit = std::min(end_ - begin_, piece_limit_);
-    const char* first = &buffer_[begin_];
-    const void* feed = memchr(first, '\n', limit);
-    if (feed) return static_cast<size_t>(static_cast<const char*>(feed) - first) + 1;
-    return limit == piece_limit_ ? limit : 0;
-}
-
 void LineReader::skip(std::string_view start) {
     while (end_ < start.size() && refill())
         continue;
@@ -77,9 +72,12 @@ void LineReader::skip(std::string_view start) {
 }
 
 const char* LineReader::next() {
-    step_over_piece();
+    if (piece_ > 0) {
+        begin_ += piece_;
+        buffer_[begin_] = after_piece_;
+    }
     do {
-        piece_ = complete_piece();
+        piece_ = complete_piece({&buffer_[begin_], end_ - begin_}, piece_limit_);
     } while (piece_ == 0 && refill());
     if (piece_ == 0) piece_ = end_ - begin_;
     if (piece_ == 0) return nullptr;

@@ -121,15 +121,13 @@ class LineReader {
   private:
     static constexpr size_t kReadSize = 8192;
 
-    void step_over_piece();
-    [[nodiscard]] size_t complete_piece() const;
     bool refill();
 
     int fd_;
     size_t piece_limit_;
     size_t begin_ = 0;
     size_t end_ = 0;
-    size_t piece_ = 0;
+    size_t piece_ = 0;  // what was handed out, and the byte in the place of its terminator
     char after_piece_ = '\0';
     bool failed_ = false;
     char buffer_[kPiece + kReadSize + 1];

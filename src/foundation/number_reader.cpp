@@ -6,23 +6,24 @@ namespace tq {
 
 namespace {
 
-bool is_digit(char c) {
-    return c >= '0' && c <= '9';
-}
-
 // -1 where it is none.
 int hex_digit(char c) {
-    if (is_digit(c)) return c - '0';
+    if (NumberReader::is_digit(c)) return c - '0';
     const char lower = static_cast<char>(c | 0x20);
     return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
 }
 
 }  // namespace
 
-bool NumberReader::read(Written& written) {
+bool NumberReader::minus() {
     skip_blanks();
-    const bool negative = *next_ == '-';
-    if (negative || *next_ == '+') next_++;
+    const bool negative = literal('-');
+    if (!negative) literal('+');
+    return negative;
+}
+
+bool NumberReader::read(Written& written) {
+    const bool negative = minus();
     const char* digit = next_;
     uint64_t magnitude = 0;
     bool fits = true;
@@ -68,9 +69,7 @@ bool NumberReader::number(int32_t& value) {
 }
 
 bool NumberReader::hex(uint32_t& value) {
-    skip_blanks();
-    const bool negative = *next_ == '-';
-    if (negative || *next_ == '+') next_++;
+    const bool negative = minus();
     int digit = hex_digit(*next_);
     if (digit < 0) return false;
     if (digit == 0 && (next_[1] | 0x20) == 'x') next_ += 2;

@@ -50,6 +50,7 @@ class NumberReader {
 
     [[nodiscard]] const char* rest() const { return next_; }
 
+    static bool is_digit(char c) { return c >= '0' && c <= '9'; }
     static bool is_blank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
   private:
@@ -60,6 +61,8 @@ class NumberReader {
         uint64_t magnitude;
     };
 
+    // Steps over blanks and a sign; true for a minus.
+    bool minus();
     bool read(Written& written);
     bool number(uint64_t& value, uint64_t most);
 

@@ -1,5 +1,6 @@
 #include "foundation/text.h"
 
+#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -10,10 +11,10 @@ namespace tq {
 void TextWriter::append(const char* format, ...) {
     va_list args;
     va_start(args, format);
-    const int wanted = vsnprintf(end_, room_, format, args);
+    // A failure is longer than any room.
+    const auto length = static_cast<size_t>(vsnprintf(end_, room_, format, args));
     va_end(args);
-    const auto length = static_cast<size_t>(wanted);
-    if (wanted < 0 || length >= room_) {
+    if (length >= room_) {
         room_ = 0;
         return;
     }
@@ -26,11 +27,14 @@ void copy_text(char* out, size_t size, const char* source) {
     out[size - 1] = '\0';
 }
 
-std::optional<int> leading_int(const char* text) {
+int leading_int(const char* text) {
+    return static_cast<int>(static_cast<uint32_t>(strtoll(text, nullptr, 10)));
+}
+
+bool starts_with_int(const char* text) {
     char* end = nullptr;
-    const long long value = strtoll(text, &end, 10);
-    if (end == text) return std::nullopt;
-    return static_cast<int>(static_cast<uint32_t>(value));
+    (void)strtoll(text, &end, 10);
+    return end != text;
 }
 
 }  // namespace tq

@@ -1,9 +1,7 @@
 // text.h - bounded text.
 #pragma once
 
-#include <cstdarg>
 #include <cstddef>
-#include <optional>
 #include <span>
 
 namespace tq {
@@ -43,8 +41,10 @@ class Text : public TextWriter {
 // Copies at most size - 1 bytes of source and zeroes the rest of out.
 void copy_text(char* out, size_t size, const char* source);
 
-// The decimal integer that text starts with, blanks before it skipped; beyond 32 bits its low 32
-// bits, so that what was written as an unsigned number reads back as the signed one it came from.
-std::optional<int> leading_int(const char* text);
+// The decimal integer that text starts with, blanks before it skipped; 0 where there is none.
+// Beyond 32 bits its low 32 bits, so that what was written as an unsigned number reads back as the
+// signed one it came from.
+int leading_int(const char* text);
+bool starts_with_int(const char* text);
 
 }  // namespace tq

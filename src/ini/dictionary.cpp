@@ -27,11 +27,8 @@ class FreeSlots {
         return total;
     }
 
-    void use(uint32_t* words) { words_ = words; }
-
-    // All of them are free.
-    void start(size_t slots) {
-        uint32_t* words = words_;
+    // All of them are free; words, of words_for(slots), is where they are kept.
+    void start(uint32_t* words, size_t slots) {
         levels_ = 0;
         do {
             level_[levels_++] = words;
@@ -72,7 +69,6 @@ class FreeSlots {
     static size_t words_of_level(size_t bits) { return (bits + kBits - 1) / kBits; }
     static uint32_t bit(size_t slot) { return uint32_t{1} << slot % kBits; }
 
-    uint32_t* words_;
     uint32_t* level_[kMostLevels];
     int levels_;
 };
@@ -80,8 +76,7 @@ class FreeSlots {
 // What the slots hold, by hash. It stands in front of the three arrays, in one allocation with
 // them: so a copy of the record still leads to it.
 struct Index {
-    char** val;  // that of the record which the index belongs to
-    int size;
+    char** val;         // that of the record which the index belongs to
     int entries;        // the record's n when the two were last in step
     unsigned mask;      // number of buckets - 1
     unsigned* buckets;  // slot + 1, or 0; a collision goes into the next one
@@ -98,7 +93,7 @@ Index* index_of(const dictionary* d) {
     if (d->key != d->val + d->size) return nullptr;
     if (d->hash != reinterpret_cast<unsigned*>(d->key + d->size)) return nullptr;
     Index* index = reinterpret_cast<Index*>(d->val) - 1;
-    return index->val == d->val && index->size == d->size ? index : nullptr;
+    return index->val == d->val ? index : nullptr;
 }
 
 // Null also where the caller has filled or emptied slots.
@@ -153,10 +148,8 @@ bool allocate_arrays(dictionary* d, int size) {
     d->key = d->val + size;
     d->hash = reinterpret_cast<unsigned*>(d->key + size);
     index->val = d->val;
-    index->size = size;
     index->mask = static_cast<unsigned>(bucket_count(size) - 1);
     index->buckets = d->hash + size;
-    index->free_slots.use(index->buckets + bucket_count(size));
     index->entries = kNone;
     return true;
 }
@@ -176,8 +169,9 @@ void bring_in_step(const dictionary* d) {
     Index* index = index_of(d);
     if (!index || index->entries == d->n) return;
     const auto size = static_cast<unsigned>(d->size);
-    memset(index->buckets, 0, (size_t{index->mask} + 1) * sizeof(*index->buckets));
-    index->free_slots.start(size);
+    const size_t buckets = size_t{index->mask} + 1;
+    memset(index->buckets, 0, buckets * sizeof(*index->buckets));
+    index->free_slots.start(index->buckets + buckets, size);
     for (unsigned slot = 0; slot < size; slot++) {
         if (d->key[slot]) add_to_index(index, d, slot);
     }

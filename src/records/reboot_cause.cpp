@@ -279,7 +279,7 @@ FILE* rb_open_reboot_cause_file(reboot_cause_header* header) {
 int get_system_uptime(void) {
     char line[128];
     if (tq::read_first_line("/proc/uptime", line) <= 0) return 0;
-    return tq::leading_int(line).value_or(0);
+    return tq::leading_int(line);
 }
 
 int rb_write_reboot_cause_inner(reboot_cause_record* record) {

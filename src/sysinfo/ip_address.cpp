@@ -6,10 +6,10 @@
 #include <array>
 #include <cstddef>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "foundation/number_reader.h"
+#include "foundation/text.h"
 
 static_assert(sizeof(ip_address) == 28);
 static_assert(offsetof(ip_address, size) == 4);
@@ -328,7 +328,7 @@ int v6_str_to_byte_addr(const char* text, uint8_t out[16]) {
 int v6_str_to_masklen(const char* text, uint32_t* len) {
     if (!text || !len) return -1;
     const char* slash = strchr(text, '/');
-    *len = slash ? static_cast<uint32_t>(strtoll(slash + 1, nullptr, 10)) : kMaxV6Length;
+    *len = slash ? static_cast<uint32_t>(tq::leading_int(slash + 1)) : kMaxV6Length;
     return 0;
 }
 

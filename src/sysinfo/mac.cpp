@@ -13,6 +13,7 @@
 
 #include "foundation/file.h"
 #include "foundation/log.h"
+#include "foundation/text.h"
 
 namespace {
 
@@ -56,7 +57,7 @@ bool read_radio_offset(uint32_t radio, uint32_t& offset) {
         return false;
     }
     text[sizeof(text) - 1] = '\0';
-    offset = static_cast<uint32_t>(strtoll(text, nullptr, 10));
+    offset = static_cast<uint32_t>(tq::leading_int(text));
     return offset != UINT32_MAX;
 }
 

@@ -13,8 +13,7 @@ namespace {
 
 int reorder(uci_context* context, uci_ptr* target) {
     if (!target->value || !target->s) return UCI_ERR_INVAL;
-    const int position = leading_int(target->value).value_or(0);
-    return uci_reorder_section(context, target->s, position);
+    return uci_reorder_section(context, target->s, leading_int(target->value));
 }
 
 int perform(uci_context* context, uci_ptr* target, UciAction action) {
@@ -39,7 +38,7 @@ int perform(uci_context* context, uci_ptr* target, UciAction action) {
 
 // A delete takes a value only as the position of a list item; a revert takes none.
 bool takes_value(UciAction action, const char* value) {
-    if (action == UciAction::kDelete) return leading_int(value).has_value();
+    if (action == UciAction::kDelete) return starts_with_int(value);
     return action != UciAction::kRevert;
 }
 

@@ -72,7 +72,7 @@ int get_module_option(int module, const char* option, int* value, const char* ca
     if (uci_get_str_option_by_name(kFaultFile, name.c_str(), option, text, sizeof(text)) != 0) {
         return -1;
     }
-    *value = tq::leading_int(text).value_or(0);
+    *value = tq::leading_int(text);
     return 0;
 }
 

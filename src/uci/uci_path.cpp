@@ -185,7 +185,7 @@ int read_number(Place place, int* value, const char* caller) {
     if (!place.option || !value) return tq::reject(caller);
     char text[kNumberSize];
     if (read_element(place, text, sizeof(text), caller) != 0) return -1;
-    *value = tq::leading_int(text).value_or(0);
+    *value = tq::leading_int(text);
     return 0;
 }
 
@@ -390,7 +390,7 @@ int set_uci_option(struct uci_context* ctx, const char* path) {
 int del_uci_element(struct uci_context* ctx, const char* path, int strict) {
     Target target;
     if (find_target(__func__, ctx, path, target) != 0) return -1;
-    if (target.ptr.value && !tq::leading_int(target.ptr.value)) {
+    if (target.ptr.value && !tq::starts_with_int(target.ptr.value)) {
         return TQ_FAIL("invalid: %s\n", path);
     }
     const int result = uci_delete(ctx, &target.ptr);

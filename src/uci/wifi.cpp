@@ -129,7 +129,7 @@ int write_number(uci_config_ctx* session, const char* option, int value) {
 bool read_number(uci_config_ctx* session, const char* option, int& value) {
     const char* text = get_uci_config(session, option);
     if (!text) return false;
-    value = tq::leading_int(text).value_or(0);
+    value = tq::leading_int(text);
     return true;
 }
 

@@ -102,10 +102,12 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 using tq_test::Buffer;
+using tq_test::Failed;
 using tq_test::kUntouched;
 using tq_test::Line;
 using tq_test::LogCapture;
 using tq_test::LogLine;
+using tq_test::Rejected;
 using tq_test::use_board;
 using tq_test::write_file;
 
@@ -128,14 +130,6 @@ class BoardWanLan : public BoardTest {};
 class BoardModes : public BoardTest {};
 
 constexpr const char* kBoard = "/etc/board.conf";
-
-auto Rejected(const char* function) {
-    return ElementsAre(Line(LOG_ERR, function, "invalid parameters\n"));
-}
-
-auto Failed(const char* function, const std::string& text) {
-    return ElementsAre(Line(LOG_ERR, function, text));
-}
 
 auto Traced(const char* function, const std::string& text) {
     return ElementsAre(Line(LOG_DEBUG, function, text));

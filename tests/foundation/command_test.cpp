@@ -57,12 +57,14 @@ using tq_test::as_nobody;
 using tq_test::Buffer;
 using tq_test::DeviceTest;
 using tq_test::exists;
+using tq_test::Failed;
 using tq_test::kUntouched;
 using tq_test::Line;
 using tq_test::LogCapture;
 using tq_test::LogLine;
 using tq_test::open_descriptors;
 using tq_test::read_file;
+using tq_test::Rejected;
 using tq_test::ScopedBind;
 using tq_test::seeded;
 using tq_test::write_file;
@@ -75,14 +77,6 @@ constexpr size_t kPiece = 1023;
 
 bool has_children() {
     return waitpid(-1, nullptr, WNOHANG) != -1 || errno != ECHILD;
-}
-
-auto Rejected(const char* function) {
-    return ElementsAre(Line(LOG_ERR, function, "invalid parameters\n"));
-}
-
-auto Failed(const char* function, const std::string& text) {
-    return ElementsAre(Line(LOG_ERR, function, text));
 }
 
 struct FileCloser {

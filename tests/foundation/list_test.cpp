@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "support/faults.h"
+#include "support/random.h"
 
 namespace {
 
@@ -202,8 +203,7 @@ TEST_F(List, AllocatesOncePerNode) {
 
 // Ten thousand random steps beside a vector.
 TEST_F(List, DoesWhatAVectorDoes) {
-    // A fixed seed, so that a failure can be repeated.
-    std::mt19937 random(1);  // NOLINT(cert-msc32-c,cert-msc51-cpp)
+    std::mt19937 random = tq_test::seeded(1);
     std::vector<uintptr_t> expected;
     for (int step = 0; step < 10000; step++) {
         const uintptr_t data = random() % 20;

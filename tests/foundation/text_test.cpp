@@ -1,5 +1,5 @@
-// text_test.cpp - bounded text, and the reader of lines, where a caller of the exported functions
-// does not see them at their limits.
+// text_test.cpp - bounded text, numbers in text, and the reader of lines, where a caller of the
+// exported functions does not see them at their limits.
 #include "foundation/text.h"
 
 #include <fcntl.h>
@@ -11,12 +11,15 @@
 #include <array>
 #include <climits>
 #include <csignal>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "foundation/file.h"
 #include "foundation/log.h"
+#include "foundation/number_reader.h"
 #include "support/faults.h"
 
 namespace {
@@ -24,6 +27,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 using tq::LineReader;
+using tq::NumberReader;
 using tq::TextWriter;
 using tq_test::faults::Fail;
 
@@ -147,9 +151,94 @@ TEST(LeadingInt, KeepsTheLowThirtyTwoBits) {
     EXPECT_EQ(tq::leading_int("1311768467463790320"), static_cast<int>(0x9abcdef0));
 }
 
-TEST(LeadingInt, FindsNoNumber) {
-    for (const char* text : {"", " ", "x1", "-", "+", "- 1", "--1", "=1"})
-        EXPECT_EQ(tq::leading_int(text), std::nullopt) << text;
+TEST(LeadingInt, IsZeroWhereTheTextStartsWithNone) {
+    for (const char* text : {"", " ", "x1", "-", "+", "- 1", "--1", "=1"}) {
+        EXPECT_EQ(tq::leading_int(text), 0) << text;
+        EXPECT_FALSE(tq::starts_with_int(text)) << text;
+    }
+    for (const char* text : {"0", " \t\n-42x", "+7", "99999999999999999999"})
+        EXPECT_TRUE(tq::starts_with_int(text)) << text;
+}
+
+// NumberReader
+
+template <typename Number>
+std::optional<Number> number(const char* text) {
+    Number value = 0;
+    return NumberReader(text).number(value) ? std::optional(value) : std::nullopt;
+}
+
+TEST(NumberReader, StepsOverBlanksASignAndTheDigits) {
+    NumberReader reader(" \t\n\v\f\r+42 007.-0x");
+    uint32_t value = 0;
+    EXPECT_TRUE(reader.number(value));
+    EXPECT_EQ(value, 42U);
+    EXPECT_STREQ(reader.rest(), " 007.-0x");
+    EXPECT_FALSE(reader.literal('.'));
+    uint64_t wide = 0;
+    EXPECT_TRUE(reader.number(wide));
+    EXPECT_EQ(wide, 7U);
+    EXPECT_TRUE(reader.literal('.'));
+    int32_t number = -5;
+    EXPECT_TRUE(reader.number(number));
+    EXPECT_EQ(number, 0);
+    EXPECT_STREQ(reader.rest(), "x");
+}
+
+TEST(NumberReader, FindsNoNumber) {
+    for (const char* text : {"", " ", "x1", "-", "+", "- 1", "--1", "+-1", "/", ":"}) {
+        EXPECT_EQ(number<uint32_t>(text), std::nullopt) << text;
+        EXPECT_EQ(number<uint64_t>(text), std::nullopt) << text;
+        EXPECT_EQ(number<int32_t>(text), std::nullopt) << text;
+    }
+}
+
+TEST(NumberReader, WrapsASignAroundAndStopsAtTheLargestNumber) {
+    EXPECT_EQ(number<uint32_t>("4294967295"), UINT32_MAX);
+    EXPECT_EQ(number<uint32_t>("4294967296"), UINT32_MAX);
+    EXPECT_EQ(number<uint32_t>("18446744073709551616"), UINT32_MAX);
+    EXPECT_EQ(number<uint32_t>("-4294967295"), 1U);
+    EXPECT_EQ(number<uint32_t>("-4294967296"), UINT32_MAX);
+    EXPECT_EQ(number<uint64_t>("18446744073709551615"), UINT64_MAX);
+    EXPECT_EQ(number<uint64_t>("18446744073709551616"), UINT64_MAX);
+    EXPECT_EQ(number<uint64_t>("18446744073709551620"), UINT64_MAX);
+    EXPECT_EQ(number<uint64_t>("-18446744073709551615"), 1U);
+    EXPECT_EQ(number<uint64_t>("-18446744073709551616"), UINT64_MAX);
+}
+
+TEST(NumberReader, TakesAnIntWrittenWithoutItsSign) {
+    EXPECT_EQ(number<int32_t>("2147483648"), INT_MIN);
+    EXPECT_EQ(number<int32_t>("4294967295"), -1);
+    EXPECT_EQ(number<int32_t>("-4294967295"), 1);
+    for (const char* text : {"4294967296", "-4294967296", "18446744073709551616"})
+        EXPECT_EQ(number<int32_t>(text), std::nullopt) << text;
+}
+
+std::optional<uint32_t> number_up_to(uint32_t most, const char* text) {
+    uint32_t value = 0;
+    return NumberReader(text).number_up_to(most, value) ? std::optional(value) : std::nullopt;
+}
+
+TEST(NumberReader, TakesNoNumberBeyondALimitOrBelowZero) {
+    EXPECT_EQ(number_up_to(32, "32"), 32U);
+    EXPECT_EQ(number_up_to(32, "-0"), 0U);
+    for (const char* text : {"33", "-1", "4294967296", "18446744073709551616", ""})
+        EXPECT_EQ(number_up_to(32, text), std::nullopt) << text;
+}
+
+std::optional<uint32_t> hex(const char* text) {
+    uint32_t value = 0;
+    return NumberReader(text).hex(value) ? std::optional(value) : std::nullopt;
+}
+
+TEST(NumberReader, ReadsHexadecimalDigits) {
+    EXPECT_EQ(hex(" \t+09afAF"), 0x9afafU);
+    EXPECT_EQ(hex("0XffffffffZ"), UINT32_MAX);
+    EXPECT_EQ(hex("-0x1"), UINT32_MAX);
+    EXPECT_EQ(hex("0"), 0U);
+    EXPECT_EQ(hex("0x"), 0U);
+    for (const char* text : {"", "-", "g", "x1", "@", "`", "- 1"})
+        EXPECT_EQ(hex(text), std::nullopt) << text;
 }
 
 // printable
@@ -245,6 +334,9 @@ TEST(LineReader, EndsWhereReadingFails) {
     EXPECT_STREQ(lines.next(), "one\n");
     EXPECT_STREQ(lines.next(), "two");
     EXPECT_TRUE(fail.fired());
+    pipe.send("three\n");
+    EXPECT_EQ(lines.next(), nullptr);
+    EXPECT_TRUE(lines.failed());
 }
 
 TEST(LineReader, GivesNothingOfADescriptorThatIsNone) {

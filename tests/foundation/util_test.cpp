@@ -2,11 +2,9 @@
 #include "tq/util.h"
 
 #include <dlfcn.h>
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -18,6 +16,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "support/buffer.h"
 #include "support/device.h"
@@ -26,15 +25,13 @@
 
 namespace {
 
-// What the library is told instead of the time, and whether the clock and chmod() fail.
+// What the library is told instead of the time, and whether the clock fails.
 std::optional<timespec> fake_clock;
 bool clock_fails = false;
-bool chmod_fails = false;
 
 }  // namespace
 
 extern "C" int fake_clock_gettime(clockid_t id, timespec* now) asm("clock_gettime");
-extern "C" int fake_chmod(const char* path, mode_t mode) asm("chmod");
 
 int fake_clock_gettime(clockid_t id, timespec* now) {
     static const auto next =
@@ -46,14 +43,6 @@ int fake_clock_gettime(clockid_t id, timespec* now) {
     if (!fake_clock || id != CLOCK_MONOTONIC) return next(id, now);
     *now = *fake_clock;
     return 0;
-}
-
-int fake_chmod(const char* path, mode_t mode) {
-    static const auto next =
-        reinterpret_cast<int (*)(const char*, mode_t)>(dlsym(RTLD_NEXT, "chmod"));
-    if (!chmod_fails) return next(path, mode);
-    errno = EPERM;
-    return -1;
 }
 
 namespace {
@@ -132,10 +121,7 @@ TEST_F(Clock, NeverGivesANegativeNumber) {
     }
 }
 
-class PrivateFile : public DeviceTest {
-  protected:
-    ~PrivateFile() override { chmod_fails = false; }
-};
+using PrivateFile = DeviceTest;
 
 TEST_F(PrivateFile, IsNewEmptyAndTheOwnersAlone) {
     std::array<char, 32> path = {"/tmp/private.XXXXXX"};
@@ -161,13 +147,10 @@ TEST_F(PrivateFile, HasItsModeWhateverTheUmask) {
 }
 
 TEST_F(PrivateFile, LeavesNoDescriptorOpen) {
-    const int before = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    close(before);
+    const std::vector<int> before = tq_test::open_descriptors();
     std::array<char, 32> path = {"/tmp/private.XXXXXX"};
     ASSERT_EQ(tq_mktemp(path.data()), 0);
-    const int after = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    close(after);
-    EXPECT_EQ(after, before);
+    EXPECT_EQ(tq_test::open_descriptors(), before);
 }
 
 TEST_F(PrivateFile, CannotBeMadeWithoutATemplateOrADirectory) {
@@ -181,9 +164,10 @@ TEST_F(PrivateFile, CannotBeMadeWithoutATemplateOrADirectory) {
 }
 
 TEST_F(PrivateFile, IsRemovedWhenItsModeCannotBeSet) {
-    chmod_fails = true;
+    const tq_test::faults::Fail fail("chmod", 1, EPERM);
     std::array<char, 32> path = {"/tmp/private.XXXXXX"};
     EXPECT_EQ(tq_mktemp(path.data()), -2);
+    EXPECT_TRUE(fail.fired());
     EXPECT_TRUE(std::filesystem::is_empty("/tmp"));
 }
 

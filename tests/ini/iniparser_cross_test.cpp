@@ -12,8 +12,7 @@
 //   - a slot that was emptied: 4.1 fills the first free one behind the n-th, 3.x the first;
 //   - iniparser_dump(), whose format is another, and names, which 4.1 turns into lower case;
 //   - an integer beyond 32 bits, which 4.1 cuts where a long is wider;
-//   - an empty name, "[]", behind a section whose name holds a "=" or a bracket: 4.1 keeps a part
-//   of
+//   - an empty name, "[]", behind a section whose name holds "=" or a bracket: 4.1 keeps a part of
 //     that name, here all of it stays;
 //   - a getter on a section, which has no value: 4.1 reads through a null pointer.
 #include <gmock/gmock.h>

@@ -63,4 +63,13 @@ inline auto LineAt(int priority, const std::string& function, int line, const st
                           testing::Field("line", &LogLine::line, line));
 }
 
+// All that is logged: a failure, and that of arguments that are rejected.
+inline auto Failed(const std::string& function, const std::string& text) {
+    return testing::ElementsAre(Line(LOG_ERR, function, text));
+}
+
+inline auto Rejected(const std::string& function) {
+    return Failed(function, "invalid parameters\n");
+}
+
 }  // namespace tq_test

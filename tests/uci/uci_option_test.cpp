@@ -23,6 +23,7 @@ using tq_test::exists;
 using tq_test::Line;
 using tq_test::LogCapture;
 using tq_test::RefusedOptions;
+using tq_test::Rejected;
 using tq_test::run_command;
 using tq_test::staged;
 using tq_test::stored;
@@ -33,10 +34,6 @@ constexpr int kUnset = 0x5a5a5a5a;
 
 auto Error(const std::string& function, const std::string& text) {
     return Line(LOG_ERR, function, text);
-}
-
-auto Rejected(const std::string& function) {
-    return ElementsAre(Error(function, "invalid parameters\n"));
 }
 
 // ---- shortcuts ----

@@ -30,6 +30,7 @@ using tq_test::LogCapture;
 using tq_test::LogLine;
 using tq_test::read_file;
 using tq_test::RefusedOptions;
+using tq_test::Rejected;
 using tq_test::run_command;
 using tq_test::write_file;
 namespace faults = tq_test::faults;
@@ -98,10 +99,6 @@ class WifiTest : public tq_test::DeviceTest {
 
     uci_config_ctx session_{};
 };
-
-auto Rejected(const std::string& function) {
-    return ElementsAre(Line(LOG_ERR, function, "invalid parameters\n"));
-}
 
 auto Missing(const std::string& option) {
     return ElementsAre(

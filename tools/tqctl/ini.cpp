@@ -185,10 +185,15 @@ class Replacement {
   public:
     explicit Replacement(const char* path) : path_(resolve(path)) {
         if (!path_ || asprintf(&name_, "%s.XXXXXX", path_.get()) < 0) return;
-        stream_.reset(open_like_original());
+        const int fd = mkostemp(name_, O_CLOEXEC);
+        if (fd < 0) return;
+        stream_.reset(fdopen(fd, "w"));
+        if (stream_) return;
+        unlink(name_);
+        close(fd);
     }
     ~Replacement() {
-        if (stream_ || failed_) unlink(name_);
+        if (stream_) unlink(name_);
         free(name_);
     }
     Replacement(const Replacement&) = delete;
@@ -197,9 +202,10 @@ class Replacement {
     [[nodiscard]] FILE* stream() const { return stream_.get(); }
     [[nodiscard]] const char* name() const { return name_; }
 
-    // On the disk, whole; false with errno.
-    [[nodiscard]] bool flush() const {
-        return fflush(stream()) == 0 && fsync(fileno(stream())) == 0;
+    // On the disk, whole, with the mode that it is to have; false with errno.
+    [[nodiscard]] bool finish() const {
+        return fflush(stream()) == 0 && take_after_original(fileno(stream())) &&
+               fsync(fileno(stream())) == 0;
     }
 
     bool commit() {
@@ -215,26 +221,17 @@ class Replacement {
         return real ? real : strdup(path);
     }
 
-    FILE* open_like_original() {
-        const int fd = mkostemp(name_, O_CLOEXEC);
-        if (fd < 0) return nullptr;
+    // Gives it the original's mode and, as far as it may, its owner.
+    [[nodiscard]] bool take_after_original(int fd) const {
         struct stat original;
-        const bool exists = stat(path_.get(), &original) == 0;
-        if (exists) (void)!fchown(fd, original.st_uid, original.st_gid);
-        FILE* stream =
-            fchmod(fd, exists ? original.st_mode : S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH) == 0
-                ? fdopen(fd, "w")
-                : nullptr;
-        if (!stream) {
-            failed_ = true;
-            close(fd);
-        }
-        return stream;
+        if (stat(path_.get(), &original) != 0)
+            return fchmod(fd, S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH) == 0;
+        (void)!fchown(fd, original.st_uid, original.st_gid);
+        return fchmod(fd, original.st_mode) == 0;
     }
 
     HeapText path_;
     char* name_ = nullptr;
-    bool failed_ = false;
     File stream_;
 };
 
@@ -243,7 +240,7 @@ ExitCode store(const Context& context, const char* path, const Ini& ini) {
     Replacement file(path);
     if (!file.stream()) return context.fail_by_errno(path);
     write_ini(file.stream(), ini);
-    if (!file.flush()) return context.fail_by_errno(path);
+    if (!file.finish()) return context.fail_by_errno(path);
     if (!are_equal(ini, Ini(iniparser_load(file.name())))) {
         return context.fail(ExitCode::kRefused, "no INI file can hold this name and value");
     }
