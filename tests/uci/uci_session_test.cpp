@@ -655,6 +655,9 @@ TEST_P(SessionOperation, RejectsASessionOnAFileThatWasFreed) {
     expect_rejected(&session, "channel", "x", "uctx->ptr.s:nil\n");
     EXPECT_EQ(load_uci_config(UCI_CONFIG_SYSTEM, nullptr), 0);
     expect_rejected(&session, "channel", "x", "uctx->ptr.s:nil\n");
+    EXPECT_EQ(load_uci_config(UCI_CONFIG_WIRELESS, nullptr), 0);
+    ASSERT_NE(get_uci_entry_by_name("wireless")->ctx, session.ctx);
+    expect_rejected(&session, "channel", "x", "uctx->ptr.s:nil\n");
 }
 
 TEST_P(SessionOperation, RejectsASessionWhoseSectionWasDeleted) {
