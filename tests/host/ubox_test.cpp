@@ -709,38 +709,55 @@ TEST_F(Uloop, LeavesABlockingDescriptorAsItIs) {
     EXPECT_EQ(uloop_fd_delete(&fd), 0);
 }
 
-struct Remover {
+struct Watched {
     uloop_fd fd = {};
     uloop_fd* other = nullptr;
     int called = 0;
 };
 
+// Two descriptors for one handler, each with a byte to read.
+class TwoReady {
+  public:
+    TwoReady(const int (&ends)[2], uloop_fd_handler handler) {
+        EXPECT_EQ(pipe(others_), 0);
+        watch(first, ends, handler);
+        watch(second, others_, handler);
+        first.other = &second.fd;
+        second.other = &first.fd;
+    }
+    ~TwoReady() {
+        close(others_[0]);
+        close(others_[1]);
+    }
+    TwoReady(const TwoReady&) = delete;
+    TwoReady& operator=(const TwoReady&) = delete;
+
+    Watched first, second;
+
+  private:
+    static void watch(Watched& watched, const int (&ends)[2], uloop_fd_handler handler) {
+        watched.fd.cb = handler;
+        watched.fd.fd = ends[0];
+        uloop_fd_add(&watched.fd, ULOOP_READ);
+        EXPECT_EQ(write(ends[1], "x", 1), 1);
+    }
+
+    int others_[2] = {-1, -1};
+};
+
 void remove_other(uloop_fd* fd, unsigned int /*events*/) {
-    auto* remover = container_of(fd, Remover, fd);
-    remover->called++;
+    auto* watched = container_of(fd, Watched, fd);
+    watched->called++;
     char byte = 0;
     EXPECT_EQ(read(fd->fd, &byte, 1), 1);
-    uloop_fd_delete(remover->other);
+    uloop_fd_delete(watched->other);
 }
 
 TEST_F(Uloop, DoesNotCallWhatAnotherHandlerHasRemoved) {
-    int others[2];
-    ASSERT_EQ(pipe(others), 0);
-    Remover first, second;
-    first.fd.cb = second.fd.cb = remove_other;
-    first.fd.fd = ends[0];
-    second.fd.fd = others[0];
-    first.other = &second.fd;
-    second.other = &first.fd;
-    uloop_fd_add(&first.fd, ULOOP_READ);
-    uloop_fd_add(&second.fd, ULOOP_READ);
-    ASSERT_EQ(write(ends[1], "x", 1), 1);
-    ASSERT_EQ(write(others[1], "x", 1), 1);
+    TwoReady two(ends, remove_other);
     uloop_run_timeout(20);
-    EXPECT_EQ(first.called + second.called, 1);
-    uloop_fd_delete(first.called ? &first.fd : &second.fd);
-    close(others[0]);
-    close(others[1]);
+    EXPECT_EQ(two.first.called + two.second.called, 1);
+    uloop_fd_delete(two.first.called ? &two.first.fd : &two.second.fd);
 }
 
 TEST_F(Uloop, LeavesTheRestForTheNextRunOnceItIsToEnd) {
@@ -765,29 +782,18 @@ bool is_inside = false;
 
 // Has its one turn, and within the first of them runs a loop.
 void take_turn(uloop_fd* fd, unsigned int /*events*/) {
-    container_of(fd, Remover, fd)->called++;
+    container_of(fd, Watched, fd)->called++;
     uloop_fd_delete(fd);
     if (!std::exchange(is_inside, true)) uloop_run_timeout(5000);
     uloop_end();
 }
 
 TEST_F(Uloop, CallsNothingTwiceThatAnInnerLoopHasCalled) {
-    int others[2];
-    ASSERT_EQ(pipe(others), 0);
-    Remover first, second;
-    first.fd.cb = second.fd.cb = take_turn;
-    first.fd.fd = ends[0];
-    second.fd.fd = others[0];
     is_inside = false;
-    uloop_fd_add(&first.fd, ULOOP_READ);
-    uloop_fd_add(&second.fd, ULOOP_READ);
-    ASSERT_EQ(write(ends[1], "x", 1), 1);
-    ASSERT_EQ(write(others[1], "x", 1), 1);
+    TwoReady two(ends, take_turn);
     uloop_run_timeout(5000);
-    EXPECT_EQ(first.called, 1);
-    EXPECT_EQ(second.called, 1);
-    close(others[0]);
-    close(others[1]);
+    EXPECT_EQ(two.first.called, 1);
+    EXPECT_EQ(two.second.called, 1);
 }
 
 int times_set = 0;
