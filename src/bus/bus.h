@@ -1,9 +1,10 @@
 // bus.h - what the notices and the requests are built on, beyond the client's public interface.
 #pragma once
 
+#include "foundation/hidden.h"
 #include "tq/bus.h"
 
-namespace tq {
+namespace TQ_HIDDEN tq {
 
 bool is_bus_connected();
 

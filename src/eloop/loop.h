@@ -8,10 +8,11 @@
 #include <csignal>
 #include <cstdlib>
 
+#include "foundation/hidden.h"
 #include "tq/eloop.h"
 #include "tq/util.h"
 
-namespace tq {
+namespace TQ_HIDDEN tq {
 
 constexpr int32_t kMicrosecondsInSecond = 1000000;
 

@@ -10,7 +10,9 @@
 #include <string_view>
 #include <utility>
 
-namespace tq {
+#include "foundation/hidden.h"
+
+namespace TQ_HIDDEN tq {
 
 class UniqueFd {
   public:

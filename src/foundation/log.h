@@ -3,7 +3,9 @@
 
 #include <syslog.h>
 
-namespace tq {
+#include "foundation/hidden.h"
+
+namespace TQ_HIDDEN tq {
 
 // A log line's number and priority in one argument: several hundred calls load it.
 constexpr unsigned log_where(int line, int priority) {

@@ -5,7 +5,9 @@
 #include <cstdint>
 #include <string_view>
 
-namespace tq {
+#include "foundation/hidden.h"
+
+namespace TQ_HIDDEN tq {
 
 class NumberReader {
   public:

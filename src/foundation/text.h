@@ -4,7 +4,9 @@
 #include <cstddef>
 #include <span>
 
-namespace tq {
+#include "foundation/hidden.h"
+
+namespace TQ_HIDDEN tq {
 
 // Writes text into a buffer of the caller's, always terminated; what does not fit is cut, and the
 // writer remembers that.

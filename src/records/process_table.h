@@ -5,9 +5,10 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "foundation/hidden.h"
 #include "tq/syslog_config.h"
 
-namespace tq {
+namespace TQ_HIDDEN tq {
 
 inline constexpr size_t kProcessCount = 56;
 inline constexpr uint32_t kAllProcesses = SYSLOG_ALL_PROCESSES;

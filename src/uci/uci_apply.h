@@ -6,7 +6,9 @@
 
 #include <cstdint>
 
-namespace tq {
+#include "foundation/hidden.h"
+
+namespace TQ_HIDDEN tq {
 
 // The codes are those of the management tools' action field.
 enum class UciAction : uint8_t {
