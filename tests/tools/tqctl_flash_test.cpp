@@ -427,6 +427,12 @@ TEST_F(TqctlRedboot, SetRefusesWhatIsNoValueOfTheType) {
     EXPECT_EQ(block_in_flash(), block);
 }
 
+TEST_F(TqctlRedboot, SetTakesANumberWithALeadingZeroAsDecimal) {
+    put_block(boot_block(seven_entries()));
+    EXPECT_TRUE(succeeds(tqctl("redboot set an_int=010"), ""));
+    EXPECT_TRUE(succeeds(tqctl("redboot get an_int"), "10\n"));
+}
+
 TEST_F(TqctlRedboot, SetTakesTheLongestTextAndTheLargestNumber) {
     put_block(boot_block(seven_entries()));
     const std::string longest(127, 'x');

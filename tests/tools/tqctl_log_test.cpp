@@ -227,6 +227,11 @@ TEST_F(TqctlLogTest, ShowGivesJson) {
     EXPECT_THAT(member(json, "processes"), HasSubstr("\"server\": \"192.0.2.7\""));
 }
 
+TEST_F(TqctlLogTest, ShowLeavesALevelBeyond32BitsAlone) {
+    write_file("/tmp/.loglvl.kernel", "klogd 4294967302\n");
+    EXPECT_THAT(tqctl("log show").out, HasSubstr(" 1 klogd           3 local5   0.0.0.0\n"));
+}
+
 TEST_F(TqctlLogTest, ShowSurvivesDamagedFiles) {
     write_file(kConfig, "!|kernel|\n!|" + std::string(5000, 'x') +
                             "|\nlocal5.*\t\t@999.1.1.1\nlocal5.*\t\t@\nlocal5.*\t\t&1 2\n"

@@ -184,6 +184,7 @@ ExitCode explain_flash(const Context& context) {
 
 bool read_flash(unsigned char (&block)[kBlockSize]) {
     const UniqueFd flash(open(kFlash, O_RDONLY | O_CLOEXEC));
+    if (flash.get() < 0) return false;
     // From flash, not from the page that was just written.
     (void)posix_fadvise(flash.get(), 0, kBlockSize, POSIX_FADV_DONTNEED);
     return read(flash.get(), block, sizeof(block)) == ssize_t{kBlockSize};

@@ -218,8 +218,9 @@ ExitCode save(Context& context, Arguments arguments) {
 
 constexpr Command kCommands[] = {
     {"list", "", 0, 0, "prints the files with their ids",
-     "A line is the id, the file, and how many sections it has; or missing, or\n"
-     "unreadable, and then the exit code says why. JSON is an array of objects.",
+     "A line is the id, the file, and how many sections it has, with \", changes\n"
+     "staged\" where there are some; or missing, or unreadable, and then the exit\n"
+     "code says why. JSON is an array of objects.",
      "tqctl config list", list},
     {"show", "FILE [SECTION]", 1, 2, "prints a file's sections and options",
      "One line each, as FILE.SECTION=TYPE and FILE.SECTION.OPTION='VALUE', quoted\n"

@@ -238,9 +238,9 @@ constexpr Command kCommands[] = {
      "loader's block, and whether fw_printenv marks them as usable.",
      "tqctl image status", status},
     {"switch", "[--yes] [--dry-run]", 0, 2, "starts the other image next time",
-     "Asks first; --yes answers. With --dry-run it prints which entries of the block\n"
-     "would change and how, and changes nothing. The image that is started next is\n"
-     "printed when the block was written, read back and compared.",
+     "Asks first, on standard error; --yes answers. With --dry-run it prints which\n"
+     "entries of the block would change and how, and changes nothing. The image that\n"
+     "is started next is printed when the block was written, read back and compared.",
      "tqctl image switch --dry-run", switch_image},
     {"check", "", 0, 0, "prints which image is started next", "It is primary or backup.",
      "tqctl image check", check},

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "file.h"
+#include "number.h"
 #include "process.h"
 
 namespace tqctl {
@@ -19,9 +20,10 @@ void take_level(syslog_process& process) {
     char path[64];
     snprintf(path, sizeof(path), "/tmp/.loglvl.%s", process.tag);
     const File file(fopen(path, "re"));
-    int level = 0;
-    if (file && fscanf(file.get(), "%*s %d", &level) == 1)
-        process.level = static_cast<uint32_t>(level);
+    char digits[16] = "";
+    if (!file || fscanf(file.get(), "%*s %15s", digits) != 1) return;
+    const auto level = parse_number(digits, INT32_MIN, INT32_MAX);
+    if (level) process.level = static_cast<uint32_t>(*level);
 }
 
 void take_status() {

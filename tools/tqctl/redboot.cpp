@@ -2,6 +2,7 @@
 #include <tq/redboot.h>
 
 #include <arpa/inet.h>
+#include <strings.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -51,7 +52,8 @@ const char* ParsedValue::parse_bool(const char* spelling) {
 const char* ParsedValue::parse_int(const char* spelling) {
     char* end = nullptr;
     errno = 0;
-    const unsigned long long number = strtoull(spelling, &end, 0);
+    const bool is_hexadecimal = strncasecmp(spelling, "0x", 2) == 0;
+    const unsigned long long number = strtoull(spelling, &end, is_hexadecimal ? 16 : 10);
     const bool is_number = *spelling >= '0' && *spelling <= '9' && !*end;
     if (!is_number || errno || number > UINT32_MAX) {
         return "an int is a number from 0 to 4294967295";
@@ -277,8 +279,8 @@ constexpr Command kCommands[] = {
     {"get", "KEY", 1, 1, "prints a value", "A script is printed with its lines as they are.",
      "tqctl redboot get alias/kernel", get},
     {"set", "KEY=VALUE", 1, 1, "changes a value",
-     "VALUE is written by the entry's type: true or false, a number, an address as\n"
-     "192.0.2.1 or 02:00:5e:00:53:01, a text of at most 127 bytes.",
+     "VALUE is written by the entry's type: true or false, a number as 255 or 0xff,\n"
+     "an address as 192.0.2.1 or 02:00:5e:00:53:01, a text of at most 127 bytes.",
      "tqctl redboot set boot_script_timeout=5", set},
     {"add", "TYPE KEY VALUE [ENABLE-KEY [true|false]]", 3, 5, "adds an entry",
      "TYPE is bool, int, string, script, ip, esa or netport. The boot loader shows\n"
