@@ -174,30 +174,23 @@ bool Pass::limit_to_timeout(const eloop_state& loop) {
     return true;
 }
 
-int Pass::wait_in_select() {
+int Pass::wait_in_select(int count) {
     timeval limit = limit_;
-    return select(count_, &readable_, nullptr, nullptr, limited_ ? &limit : nullptr);
+    return select(count, &readable_, nullptr, nullptr, limited_ ? &limit : nullptr);
 }
 
-int Pass::wait_in_pselect(const sigset_t* mask) {
+int Pass::wait_in_pselect(int count, const sigset_t* mask) {
     const long nanoseconds = static_cast<long>(limit_.tv_usec) * 1000;
     const timespec limit = {.tv_sec = limit_.tv_sec, .tv_nsec = nanoseconds};
-    return pselect(count_, &readable_, nullptr, nullptr, limited_ ? &limit : nullptr, mask);
+    return pselect(count, &readable_, nullptr, nullptr, limited_ ? &limit : nullptr, mask);
 }
 
 int Pass::wait(const eloop_state& loop, const sigset_t* mask) {
-    count_ = std::min(loop.max_sock + (loop.cmm_agent_connected ? 2 : 1), FD_SETSIZE);
-    // No more of the set than select looks at.
-    memset(&readable_, 0, static_cast<size_t>(count_ + NFDBITS - 1) / NFDBITS * sizeof(fd_mask));
+    FD_ZERO(&readable_);
     for (int i = 0; i < loop.reader_count; i++)
         FD_SET(loop.readers[i].sock, &readable_);
-    const int ready = mask ? wait_in_pselect(mask) : wait_in_select();
-    // A wait that ended by itself says what time it is, without another look at the clock.
-    if (ready == 0) {
-        now_ = after(now_, static_cast<uint32_t>(limit_.tv_sec),
-                     static_cast<uint32_t>(limit_.tv_usec));
-    }
-    return ready;
+    const int count = std::min(loop.max_sock + (loop.cmm_agent_connected ? 2 : 1), FD_SETSIZE);
+    return mask ? wait_in_pselect(count, mask) : wait_in_select(count);
 }
 
 eloop_timeout* Pass::take_due(eloop_state& loop) {
@@ -211,7 +204,7 @@ void Pass::call_readers(const eloop_state& loop) const {
     // The table is read anew after each handler, which may have changed it.
     for (int i = 0; i < loop.reader_count; i++) {
         const eloop_sock& reader = loop.readers[i];
-        if (reader.sock >= count_ || !FD_ISSET(reader.sock, &readable_)) continue;
+        if (!FD_ISSET(reader.sock, &readable_)) continue;
         reader.handler(reader.sock, reader.eloop_data, reader.user_data);
     }
 }

@@ -493,6 +493,28 @@ TYPED_TEST_P(LoopSuite, WatchesUpToTheHighestSocketEverRegistered) {
     EXPECT_EQ(waits::seen().at(0).count, high.other() + 1);
 }
 
+// What a set in memory that was used before would hold.
+[[gnu::noinline]] inline void leave_ones_on_the_stack() {
+    std::array<volatile char, 4096> ones;
+    std::ranges::fill(ones, -1);
+}
+
+TYPED_TEST_P(LoopSuite, AsksForTheRegisteredSocketsAlone) {
+    const SocketPair a;
+    const SocketPair b;
+    a.send();
+    Action stop = this->note_and_stop("readable");
+    this->loop.register_read_sock(b.one(), never_readable, nullptr, nullptr);
+    this->loop.register_read_sock(b.other(), never_readable, nullptr, nullptr);
+    this->add_reader(a.one(), stop);
+    this->loop.unregister_read_sock(b.one());
+    leave_ones_on_the_stack();
+    this->loop.run();
+    ASSERT_EQ(waits::seen().size(), 1U);
+    EXPECT_THAT(waits::seen()[0].readable, testing::UnorderedElementsAre(a.one(), b.other()));
+    EXPECT_FALSE(waits::seen()[0].others);
+}
+
 TYPED_TEST_P(LoopSuite, WatchesOneDescriptorMoreForTheCmmAgent) {
     Action nothing = this->note("nothing");
     this->add_timeout(0, 0, nothing);
@@ -611,7 +633,7 @@ TYPED_TEST_P(LoopSuite, ReadsTheClockOnceAPassAndTwiceWhereTimeWentBy) {
     waits::reset();
     this->loop.run();
     EXPECT_EQ(waits::seen().size(), 1U) << "due after the wait";
-    EXPECT_EQ(waits::clock_readings(), 1) << "due after the wait";
+    EXPECT_EQ(waits::clock_readings(), 2) << "due after the wait";
 
     pair.send();
     this->add_reader(pair.one(), stop);
@@ -631,6 +653,23 @@ TYPED_TEST_P(LoopSuite, ReadsNoClockWithoutATimeout) {
     this->loop.run();
     EXPECT_EQ(waits::seen().size(), 1U);
     EXPECT_EQ(waits::clock_readings(), 0);
+}
+
+// Whether a timeout is due is the clock's word alone.
+TYPED_TEST_P(LoopSuite, RunsNothingThatIsNotDueWhereAWaitEndsTooSoon) {
+    const waits::VirtualTime time(50, 0);
+    Action due = this->note("due");
+    this->add_timeout(0, 500, due);
+    waits::before_next([&] {
+        waits::VirtualTime::advance(-1);
+        EXPECT_TRUE(this->events.empty());
+        waits::before_next([&] { EXPECT_TRUE(this->events.empty()); });
+    });
+    this->loop.run();
+    EXPECT_THAT(this->events, testing::ElementsAre("due"));
+    ASSERT_EQ(waits::seen().size(), 2U);
+    EXPECT_EQ(waits::seen()[0].limit, 500);
+    EXPECT_EQ(waits::seen()[1].limit, 1);
 }
 
 // A timeout that becomes due while the loop waits for a socket runs before that socket's handler.
@@ -695,10 +734,11 @@ REGISTER_TYPED_TEST_SUITE_P(
     UnregistersTheFirstEntryAndKeepsTheOrder, LetsAHandlerUnregisterItsOwnAndOtherSockets,
     LetsAHandlerRegisterMoreSocketsThanTheTableHeld, TellsThatAPeerHasGone,
     RefusesWhatSelectCannotHold, RefusesNullHandlers, WatchesUpToTheHighestSocketEverRegistered,
-    WatchesOneDescriptorMoreForTheCmmAgent, GoesOnAfterAnInterruptedWait,
-    StopsWithAMessageWhenASocketWasClosed, IsUnchangedWhenMemoryRunsOut,
-    SaysThatTheClockIsInvalidAndGoesOn, TakesTheLargestValidReadingAsItIs,
-    ReadsTheClockOnceAPassAndTwiceWhereTimeWentBy, ReadsNoClockWithoutATimeout,
+    AsksForTheRegisteredSocketsAlone, WatchesOneDescriptorMoreForTheCmmAgent,
+    GoesOnAfterAnInterruptedWait, StopsWithAMessageWhenASocketWasClosed,
+    IsUnchangedWhenMemoryRunsOut, SaysThatTheClockIsInvalidAndGoesOn,
+    TakesTheLargestValidReadingAsItIs, ReadsTheClockOnceAPassAndTwiceWhereTimeWentBy,
+    ReadsNoClockWithoutATimeout, RunsNothingThatIsNotDueWhereAWaitEndsTooSoon,
     LooksAtTheClockAgainWhenASocketEndsTheWait, AllocatesOnceForEachRegistration,
     RunsNoTimeoutBeforeItIsDue);
 

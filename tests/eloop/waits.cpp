@@ -20,9 +20,17 @@ thread_local constinit int failure = 0;
 thread_local constinit std::optional<int64_t> virtual_now;
 thread_local constinit std::optional<timespec> prepared_reading;
 
+std::vector<int> members(const fd_set* set) {
+    std::vector<int> found;
+    for (int sock = 0; set && sock < FD_SETSIZE; sock++) {
+        if (FD_ISSET(sock, set)) found.push_back(sock);
+    }
+    return found;
+}
+
 // What both kinds of wait do first; true where the wait fails.
-bool starts(int count, std::optional<int64_t> limit, bool with_mask) {
-    waits.push_back({count, limit, with_mask});
+bool starts(Wait wait) {
+    waits.push_back(std::move(wait));
     if (action) std::exchange(action, nullptr)();
     errno = std::exchange(failure, 0);
     return errno != 0;
@@ -117,7 +125,7 @@ int watched_pselect(int count, fd_set* reads, fd_set* writes, fd_set* errors, co
         reinterpret_cast<int (*)(int, fd_set*, fd_set*, fd_set*, const timespec*, const sigset_t*)>(
             dlsym(RTLD_NEXT, "pselect"));
     const auto micros = limit ? std::optional(micro(*limit)) : std::nullopt;
-    if (starts(count, micros, true)) return -1;
+    if (starts({count, micros, true, members(reads), writes || errors})) return -1;
     if (!virtual_now || !limit) return next(count, reads, writes, errors, limit, mask);
     const timespec none = {};
     const int ready = next(count, reads, writes, errors, &none, mask);
@@ -130,7 +138,7 @@ int watched_select(int count, fd_set* reads, fd_set* writes, fd_set* errors, tim
         dlsym(RTLD_NEXT, "select"));
     const auto micros =
         limit ? std::optional<int64_t>(limit->tv_sec * kSecond + limit->tv_usec) : std::nullopt;
-    if (starts(count, micros, false)) return -1;
+    if (starts({count, micros, false, members(reads), writes || errors})) return -1;
     if (!virtual_now || !limit) return next(count, reads, writes, errors, limit);
     timeval none = {};
     const int ready = next(count, reads, writes, errors, &none);

@@ -14,6 +14,8 @@ struct Wait {
     int count;                     // of descriptors
     std::optional<int64_t> limit;  // in microseconds; none for a wait without end
     bool with_mask;                // pselect()
+    std::vector<int> readable;     // descriptors of the set, the whole of it
+    bool others;                   // whether there was a set of another kind
 };
 
 // Those since the last reset.
