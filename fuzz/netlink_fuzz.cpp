@@ -48,15 +48,18 @@ class Channel {
     int peer_ = -1;
 };
 
-// Only bytes of the datagram are delivered, and only into the buffer.
+// Only bytes of the datagram and zeros behind them are delivered, and only into the buffer.
 void check(int result, const netlink_msg& msg, const std::vector<unsigned char>& buffer,
            size_t room, const uint8_t* payload, size_t payload_size) {
-    expect(result <= static_cast<int>(std::min(room, payload_size)));
+    expect(result <= static_cast<int>(room));
     if (result >= 0) expect(msg.len == result);
     const auto count = static_cast<size_t>(std::max(result, 0));
-    expect(std::equal(buffer.begin(), buffer.begin() + static_cast<ptrdiff_t>(count), payload));
-    expect(std::all_of(buffer.begin() + static_cast<ptrdiff_t>(count), buffer.end(),
-                       [](unsigned char byte) { return byte == kGuard; }));
+    const auto end = buffer.begin() + static_cast<ptrdiff_t>(count);
+    const auto end_of_bytes =
+        buffer.begin() + static_cast<ptrdiff_t>(std::min(count, payload_size));
+    expect(std::equal(buffer.begin(), end_of_bytes, payload));
+    expect(std::all_of(end_of_bytes, end, [](unsigned char byte) { return byte == 0; }));
+    expect(std::all_of(end, buffer.end(), [](unsigned char byte) { return byte == kGuard; }));
 }
 
 void receive(const Channel& channel, const uint8_t* data, size_t size, size_t room) {

@@ -7,8 +7,8 @@
  *
  * Numbers in messages are in the machine's byte order. Receiving waits, unless the caller made the
  * socket non-blocking, and one call receives one datagram, whoever sent it: a message that is not
- * the expected one is consumed and refused. Nothing is read beyond what was received, whatever
- * lengths a message claims, so a count may be smaller than the message says.
+ * the expected one is consumed and refused. A payload is as long as the message says; where fewer
+ * bytes were received, zeros stand for the rest.
  */
 #ifndef TQ_NETLINK_H
 #define TQ_NETLINK_H
@@ -55,11 +55,11 @@ TQ_API int tq_genl_send(int family_id, struct nl_sock *sock, unsigned char cmd, 
 
 /* Receives a message of the family and copies the first attribute's payload, cut at size bytes,
  * into msg->data; msg->type becomes the command. Other attributes are not looked at. A message
- * without an attribute, or with one shorter than its own header, has no payload. One of more than
- * 5020 bytes is received cut, and so refused.
- * The bytes copied, also in msg->len. -1 with *msg and its buffer untouched when an argument is
- * null or size is 0 ("%s:arguments is null" with the function's name), or when receiving fails:
- * then "%s:genl_rcv_msg error" at LOG_WARNING follows the reason, which is logged in the name of
+ * without an attribute, or with one shorter than its own header, has no payload; none is longer
+ * than TQ_GENL_PAYLOAD_MAX. A message of more than 5020 bytes is received cut, and so refused. The
+ * bytes copied, also in msg->len. -1 with *msg and its buffer untouched when an argument is null or
+ * size is 0 ("%s:arguments is null" with the function's name), or when receiving fails: then
+ * "%s:genl_rcv_msg error" at LOG_WARNING follows the reason, which is logged in the name of
  * genl_rcv_msg: "invalid parameters, len = %d" for a size that is negative as an integer, "recv
  * fail, ret = %d, errno = %d, err info:%s", "msg.nlh.nlmsg_type = %d, NLMSG_ERROR = %d,
  * NLMSG_OK((&msg.nlh), ret) = %d" for an error message and for one that is cut or lies about its
@@ -87,8 +87,8 @@ TQ_API int tq_open_netlink(int protocol, int group);
 TQ_API int tq_write_netlink(int sock, const void *data, size_t size);
 
 /* Receives a message of any type and copies its payload, cut at size bytes, into msg->data. The
- * payload's length is what the header says less 16, modulo 65536, as far as bytes were received.
- * Error messages are messages like any other, and 5000 bytes is the most that is received.
+ * payload's length is what the header says less 16, modulo 65536, and TQ_NETLINK_PAYLOAD_MAX at
+ * most. Error messages are messages like any other, and 5000 bytes is the most that is received.
  * The bytes copied, also in msg->len. -1 when msg or its buffer is null or size is zero or negative
  * as an integer ("%s:pmsg or data null  <= 0" with the function's name) and when receiving fails
  * ("recvmsg fail"). */

@@ -113,6 +113,13 @@ nlmsghdr request_header(size_t length, int type) {
             .nlmsg_pid = static_cast<uint32_t>(getpid())};
 }
 
+msghdr message_of(iovec& vector) {
+    msghdr message = {};
+    message.msg_iov = &vector;
+    message.msg_iovlen = 1;
+    return message;
+}
+
 // The bytes sent last, or -1.
 int send_whole(int fd, std::span<const char> bytes) {
     for (;;) {
@@ -130,19 +137,17 @@ bool is_whole(const nlmsghdr& header, size_t received) {
     return header.nlmsg_len >= sizeof(header) && header.nlmsg_len <= received;
 }
 
-// What the first attribute carries, as far as the message reaches.
+// What the first attribute says that it carries, as far as there is room for it.
 size_t payload_size(const GenlMessage& message) {
-    if (message.header.nlmsg_len < kPayloadAt) return 0;
     const size_t claimed = std::max<size_t>(message.attribute.nla_len, NLA_HDRLEN) - NLA_HDRLEN;
-    return std::min(claimed, message.header.nlmsg_len - kPayloadAt);
+    return std::min(claimed, sizeof(message.payload));
 }
 
 int genl_rcv_msg(int family_id, int fd, netlink_msg& msg, size_t size) {
     if (!is_size(size)) {
         return TQ_FAIL("invalid parameters, len = %d\n", static_cast<int>(size));
     }
-    GenlMessage message;
-    memset(&message, 0, kPayloadAt);
+    GenlMessage message = {};
     const ssize_t got = recv(fd, &message, kGenlReceiveSize, 0);
     if (got < 0) {
         return TQ_FAIL("recv fail, ret = %d, errno = %d, err info:%s\n", static_cast<int>(got),
@@ -254,11 +259,9 @@ int tq_write_netlink(int sock, const void* data, size_t size) {
     memcpy(message.payload, data, size);
     iovec vector = {.iov_base = &message, .iov_len = message.header.nlmsg_len};
     sockaddr_nl kernel = kKernel;
-    msghdr request = {};
+    msghdr request = message_of(vector);
     request.msg_name = &kernel;
     request.msg_namelen = sizeof(kernel);
-    request.msg_iov = &vector;
-    request.msg_iovlen = 1;
     return sendmsg(sock, &request, 0) < 0 ? TQ_FAIL("sendmsg fail\n") : 0;
 }
 
@@ -266,13 +269,12 @@ int tq_read_netlink(int sock, netlink_msg* msg, size_t size) {
     if (!msg || !msg->data || !is_size(size)) {
         return TQ_FAIL("%s:pmsg or data null  <= 0\n\n", __func__);
     }
-    RawMessage message;
-    message.header = {};
-    const ssize_t got = recv(sock, &message, sizeof(message), 0);
-    if (got < 0) return TQ_FAIL("recvmsg fail\n\n");
+    RawMessage message = {};
+    iovec vector = {.iov_base = &message, .iov_len = sizeof(message)};
+    msghdr received = message_of(vector);
+    if (recvmsg(sock, &received, 0) < 0) return TQ_FAIL("recvmsg fail\n\n");
     const auto claimed = static_cast<uint16_t>(message.header.nlmsg_len - NLMSG_HDRLEN);
-    const ssize_t received = std::max<ssize_t>(got - NLMSG_HDRLEN, 0);
-    const size_t count = std::min({size_t{claimed}, static_cast<size_t>(received), size});
+    const size_t count = std::min({size_t{claimed}, sizeof(message.payload), size});
     memcpy(msg->data, message.payload, count);
     msg->type = message.header.nlmsg_type;
     msg->len = static_cast<uint16_t>(count);

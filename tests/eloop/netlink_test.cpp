@@ -8,10 +8,12 @@
 #include <netlink/netlink.h>
 #include <netlink/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "eloop/netlink_support.h"
@@ -369,29 +371,38 @@ TEST_F(Peer, AnAttributeShorterThanItsHeaderHasNoPayload) {
     EXPECT_EQ(payload.all().substr(0, 2), "jZ");
 }
 
-TEST_F(Peer, AnAttributeBeyondTheEndIsCutThere) {
-    for (const uint16_t length : std::initializer_list<uint16_t>{9, 13, 4096, 5020, 65535}) {
-        EXPECT_EQ(genl(claiming(length, "junk")), 4) << length;
-        EXPECT_EQ(msg.len, 4);
-        EXPECT_EQ(payload.all().substr(0, 5), "junkZ");
+TEST_F(Peer, AnAttributeBeyondTheEndGoesOnWithZeros) {
+    for (const uint16_t length : std::initializer_list<uint16_t>{9, 13, 4096, 5000, 5001, 65535}) {
+        const size_t claimed = std::min(length - 4, TQ_GENL_PAYLOAD_MAX);
+        EXPECT_EQ(genl(claiming(length, "junk")), static_cast<int>(claimed)) << length;
+        EXPECT_EQ(msg.len, claimed);
+        EXPECT_EQ(payload.all().substr(0, claimed), "junk" + std::string(claimed - 4, '\0'));
+        EXPECT_EQ(payload.all()[claimed], kUntouched);
+        EXPECT_EQ(genl(claiming(length, "junk"), 5), 5) << length;
+        EXPECT_EQ(payload.all().substr(0, 6), std::string("junk\0Z", 6));
     }
 }
 
-TEST_F(Peer, AnAttributeEndsWithItsMessage) {
-    std::string datagram = claiming(4 + 8, "junkmore");
+// A sender that forgets the byte more in the length of the whole.
+TEST_F(Peer, AnAttributeMayBeLongerThanItsMessage) {
+    std::string datagram = claiming(4 + 7, "Hello");
+    EXPECT_EQ(genl(datagram), 7);
+    EXPECT_EQ(payload.all().substr(0, 8), std::string("Hello\0\0Z", 8));
+    datagram = claiming(4 + 8, "junkmore");
     datagram[0] = 24 + 4;
-    EXPECT_EQ(genl(datagram), 4);
-    EXPECT_EQ(payload.all().substr(0, 5), "junkZ");
+    EXPECT_EQ(genl(datagram), 8);
+    EXPECT_EQ(payload.all().substr(0, 9), "junkmoreZ");
 }
 
 TEST_F(Peer, AMessageWithoutAnAttributeHasNoPayload) {
     EXPECT_EQ(genl(genl_message(28, 9, "")), 0);
     EXPECT_EQ(msg.type, 9);
     EXPECT_EQ(msg.len, 0);
-    // Cut in the attribute's header.
-    EXPECT_EQ(genl(genl_message(28, 9, "\xff\xff\1")), 0);
-    EXPECT_EQ(msg.type, 9);
     EXPECT_TRUE(payload.untouched());
+    // Cut in the attribute's header, behind a length of 11.
+    EXPECT_EQ(genl(genl_message(28, 9, "\x0b")), 7);
+    EXPECT_EQ(msg.type, 9);
+    EXPECT_EQ(payload.all().substr(0, 8), std::string(7, '\0') + "Z");
 }
 
 TEST_F(Peer, AMessageWithoutACommandIsCommandZero) {
@@ -412,7 +423,7 @@ TEST_F(Peer, AHeaderThatIsCutIsRefused) {
 TEST_F(Peer, AHeaderThatLiesAboutTheLengthIsRefused) {
     for (const uint32_t length : {0U, 1U, 15U, 33U, 5021U, 0x80000000U, 0xffffffffU})
         expect_refused(netlink_header(length, 28) + std::string(16, 'x'), 28, 0);
-    EXPECT_EQ(genl(netlink_header(32, 28) + std::string(16, 'x')), 8);
+    EXPECT_EQ(genl(netlink_header(32, 28) + std::string(16, 'x'), 8), 8);
     expect_refused(netlink_header(16, NLMSG_ERROR), NLMSG_ERROR, 1);
     expect_refused(netlink_header(15, NLMSG_ERROR), NLMSG_ERROR, 0);
 }
@@ -596,25 +607,48 @@ TEST_F(Peer, SendsAPlainMessage) {
     EXPECT_EQ(msg.type, NLMSG_ERROR);
 }
 
-TEST_F(Peer, APlainMessageIsReadAsFarAsItWasReceived) {
+TEST_F(Peer, APlainMessageIsAsLongAsItsHeaderSays) {
     // The length less the header, modulo 65536.
-    for (const uint32_t length : {0U, 15U, 25U, 5000U, 65551U, 0x7fffffffU, 0xffffffffU}) {
-        EXPECT_EQ(plain(netlink_header(length, 5) + "12345678"), 8) << length;
+    const std::vector<std::pair<uint32_t, size_t>> lengths = {
+        {25, 9},      {116, 100}, {4999, 4983},       {5000, 4984},
+        {5001, 4984}, {0, 4984},  {15, 4984},         {65551, 4984},
+        {65552, 0},   {65554, 2}, {0x7fffffff, 4984}, {0xffffffff, 4984}};
+    for (const auto& [length, expected] : lengths) {
+        EXPECT_EQ(plain(netlink_header(length, 5) + "12345678"), static_cast<int>(expected))
+            << length;
         EXPECT_EQ(msg.type, 5);
-        EXPECT_EQ(payload.all().substr(0, 9), "12345678Z");
+        EXPECT_EQ(msg.len, expected);
+        const std::string zeros(expected > 8 ? expected - 8 : 0, '\0');
+        EXPECT_EQ(payload.all().substr(0, expected),
+                  std::string("12345678").substr(0, expected) + zeros);
+        EXPECT_EQ(payload.all()[expected], kUntouched);
     }
-    EXPECT_EQ(plain(netlink_header(65536 + 16 + 2, 5) + "12345678"), 2);
-    EXPECT_EQ(plain(netlink_header(65536 + 16, 5) + "12345678"), 0);
+    EXPECT_EQ(plain(netlink_header(15, 5) + "12345678", 10), 10);
+    EXPECT_EQ(payload.all().substr(0, 11), std::string("12345678\0\0Z", 11));
 }
 
-TEST_F(Peer, APlainMessageThatIsCutHasNoPayload) {
+TEST_F(Peer, APlainMessageThatIsCutGoesOnWithZeros) {
     const std::string message = netlink_header(16 + 8, 0x1234);
-    for (const size_t size : {0U, 1U, 4U, 15U, 16U}) {
-        EXPECT_EQ(plain(message.substr(0, size)), 0) << size;
+    for (const size_t size : {4U, 15U, 16U}) {
+        EXPECT_EQ(plain(message.substr(0, size)), 8) << size;
         EXPECT_EQ(msg.type, size < 6 ? 0 : 0x1234);
-        EXPECT_EQ(msg.len, 0);
-        EXPECT_TRUE(payload.untouched());
+        EXPECT_EQ(msg.len, 8);
+        EXPECT_EQ(payload.all().substr(0, 8), std::string(8, '\0'));
+        EXPECT_EQ(payload.all()[8], kUntouched);
     }
+    // A length of 0 is less than the header.
+    EXPECT_EQ(plain("", 8), 8);
+    EXPECT_EQ(msg.type, 0);
+}
+
+TEST_F(Peer, APlainMessageThatCannotBeReceivedLeavesTheRecord) {
+    const faults::Fail fail("recvmsg", 1, ENOBUFS);
+    EXPECT_EQ(plain(netlink_header(16 + 8, 5) + "12345678"), -1);
+    EXPECT_TRUE(fail.fired());
+    expect_error("tq_read_netlink", "recvmsg fail\n\n");
+    EXPECT_EQ(msg.type, 77);
+    EXPECT_EQ(msg.len, 77);
+    EXPECT_TRUE(payload.untouched());
 }
 
 TEST_F(Peer, TheLongestPlainMessageIs5000Bytes) {

@@ -216,7 +216,7 @@ void add_raw(std::vector<Row>& rows) {
     rows.back().outcome = sign;
     rows.back().gives = "positive";
     rows.back().fails = "negative";
-    rows.back().but = {{"recv:interrupted", "negative"}};
+    rows.back().but = {{"recvmsg:interrupted", "negative"}};
     rows.push_back(on_channel(
         "tq_close_netlink", open_raw, [] { return tq_close_netlink(sock); }, no_undo));
 }
