@@ -484,6 +484,17 @@ TEST(ProcessLoopState, IsForgottenByASecondInit) {
     eloop_destroy();
 }
 
+TEST(ProcessLoopState, StaysAsItIsWhenItIsDestroyed) {
+    int data = 0;
+    eloop_init(&data);
+    eloop_terminate();
+    eloop_destroy();
+    EXPECT_EQ(eloop_terminated(), 1);
+    EXPECT_EQ(eloop_get_user_data(), &data);
+    eloop_init(nullptr);
+    eloop_destroy();
+}
+
 // Leak checkers watch the rest: what is left in a destroyed loop is freed.
 TEST(ProcessLoopState, FreesWhatIsLeft) {
     eloop_init(nullptr);

@@ -124,6 +124,24 @@ TEST_F(Ipc, CountsTheSocketsInTheirNames) {
     ipc_close(second);
 }
 
+TEST_F(Ipc, CountsEachCallThatGotASocket) {
+    const int first = connect();
+    const unsigned long number = std::stoul(counters(first).substr(2));
+    ipc_close(first);
+    EXPECT_EQ(ipc_connect("nobody"), -1);
+    {
+        const faults::Fail fail("bind", 1, EADDRINUSE);
+        EXPECT_EQ(ipc_connect("fmd"), -1);
+    }
+    {
+        const faults::Fail fail("socket", 1, EMFILE);
+        EXPECT_EQ(ipc_connect("fmd"), -1);
+    }
+    const int next = connect();
+    EXPECT_EQ(counters(next), "0-" + std::to_string(number + 3));
+    ipc_close(next);
+}
+
 TEST_F(Ipc, GivesTenThousandSocketsNamesOfTheirOwn) {
     std::set<std::string> names;
     for (int i = 0; i < 10000; i++) {

@@ -10,9 +10,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <functional>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -315,6 +317,18 @@ class Peer : public Netlink {
         return tq_genl_recv(28, sock, &msg, size);
     }
 
+    // The result of a call that waits, until the peer sends a message in a moment.
+    int waiting(const std::function<int()>& call, const std::string& datagram) {
+        msg = {77, 77, payload.data()};
+        std::thread sender([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            EXPECT_GT(send(peer_, datagram.data(), datagram.size(), 0), 0);
+        });
+        const int result = call();
+        sender.join();
+        return result;
+    }
+
     int plain(const std::string& datagram, size_t size = 6000) {
         deliver(datagram);
         return tq_read_netlink(raw, &msg, size);
@@ -403,6 +417,24 @@ TEST_F(Peer, AMessageWithoutAnAttributeHasNoPayload) {
     EXPECT_EQ(genl(genl_message(28, 9, "\x0b")), 7);
     EXPECT_EQ(msg.type, 9);
     EXPECT_EQ(payload.all().substr(0, 8), std::string(7, '\0') + "Z");
+}
+
+TEST_F(Peer, ReceivingWaits) {
+    EXPECT_EQ(waiting([&] { return tq_genl_recv(28, sock, &msg, 6000); },
+                      genl_message(28, 9, attribute(1, "genl"))),
+              4);
+    EXPECT_EQ(waiting([&] { return tq_read_netlink(raw, &msg, 6000); },
+                      netlink_header(16 + 5, 5) + "plain"),
+              5);
+}
+
+TEST_F(Peer, AFamilyIsExpectedWithAllItsBits) {
+    payload = Buffer(6000);
+    EXPECT_EQ(waiting([&] { return tq_genl_recv(65536 + 28, sock, &msg, 6000); },
+                      genl_message(28, 9, attribute(1, "payload"))),
+              -1);
+    expect_receive_error("msg.nlh.nlmsg_type = 28, family_id = 65564\n");
+    EXPECT_TRUE(payload.untouched());
 }
 
 TEST_F(Peer, AMessageWithoutACommandIsCommandZero) {

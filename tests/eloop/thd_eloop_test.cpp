@@ -10,8 +10,10 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <future>
 #include <random>
 #include <string>
 #include <thread>
@@ -341,6 +343,7 @@ TEST_F(ThdEloop, MakesATimeoutAndWaitsWithoutTheLock) {
 TEST_F(ThdEloop, WaitsForTheLockToReadTheList) {
     Action due = [&] { loop.terminate(); };
     loop.register_timeout(0, 0, on_timeout, &due, nullptr);
+    loop.register_timeout(9, 0, never_due, nullptr, nullptr);
     std::atomic<bool> released = false;
     ASSERT_EQ(pthread_mutex_lock(&g_eloop_mutex), 0);
     std::thread runner([&] {
@@ -353,11 +356,33 @@ TEST_F(ThdEloop, WaitsForTheLockToReadTheList) {
         EXPECT_TRUE(released);
         EXPECT_EQ(loop.cancel_timeout(on_timeout, &nothing, nullptr), 1);
     });
+    std::thread canceller([&] {
+        EXPECT_EQ(loop.cancel_timeout(never_due, nullptr, nullptr), 1);
+        EXPECT_TRUE(released);
+    });
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     released = true;
     pthread_mutex_unlock(&g_eloop_mutex);
     adder.join();
+    canceller.join();
     runner.join();
+}
+
+// The table of sockets is the loop's own thread's.
+TEST_F(ThdEloop, TakesNoLockForSockets) {
+    const SocketPair pair;
+    std::promise<void> done;
+    ASSERT_EQ(pthread_mutex_lock(&g_eloop_mutex), 0);
+    std::thread owner([&] {
+        EXPECT_EQ(loop.register_read_sock(pair.one(), never_readable, nullptr, nullptr), 0);
+        EXPECT_EQ(loop.unregister_read_sock(pair.one()), 0);
+        loop.terminate();
+        EXPECT_EQ(loop.terminated(), 1);
+        done.set_value();
+    });
+    EXPECT_EQ(done.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    pthread_mutex_unlock(&g_eloop_mutex);
+    owner.join();
 }
 
 TEST_F(ThdEloop, NoticesATimeoutOfAnotherThread) {
