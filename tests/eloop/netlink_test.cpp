@@ -387,7 +387,7 @@ TEST_F(Peer, AnAttributeShorterThanItsHeaderHasNoPayload) {
 
 TEST_F(Peer, AnAttributeBeyondTheEndGoesOnWithZeros) {
     for (const uint16_t length : std::initializer_list<uint16_t>{9, 13, 4096, 5000, 5001, 65535}) {
-        const size_t claimed = std::min(length - 4, TQ_GENL_PAYLOAD_MAX);
+        const auto claimed = std::min<size_t>(length - 4U, TQ_GENL_PAYLOAD_MAX);
         EXPECT_EQ(genl(claiming(length, "junk")), static_cast<int>(claimed)) << length;
         EXPECT_EQ(msg.len, claimed);
         EXPECT_EQ(payload.all().substr(0, claimed), "junk" + std::string(claimed - 4, '\0'));
