@@ -146,8 +146,9 @@ TQ_API int rb_read_reboot_statistic(struct reboot_cause_statistic *statistic);
 /* Gives a time to the records that were written while the clock was not right, now that it is.
  * Beginning with the newest, each that has REBOOT_TIME_UNKNOWN gets the moment its run must have
  * ended, counted back from now by the uptimes and 10 s for each boot, and REBOOT_TIME_CORRECTED.
- * It ends at the first record with another time quality, at an empty slot, and behind a cause of 6
- * or 7: how long the device was off before that, nobody knows.
+ * It ends at the first record with another time quality, and behind a cause of 6 or 7: how long the
+ * device was off before that, nobody knows. Sequence numbers are not looked at, so that the record
+ * behind number 65535 has its time, too.
  * 0, also when there was nothing to correct; -1 when the uptime is 0 or the store is not
  * available. */
 TQ_API int rb_correct_reboot_time_now(void);

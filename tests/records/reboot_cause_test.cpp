@@ -1213,16 +1213,35 @@ TEST_F(CorrectTime, GoesOnBehindAStoredReset) {
     EXPECT_EQ(times(), (std::vector<Timed>{{999490, 3}, {999490 - uptime - 10, 3}}));
 }
 
-TEST_F(CorrectTime, LeavesAnEmptySlotEmpty) {
+TEST_F(CorrectTime, TakesARecordWhateverItsSequenceNumber) {
+    run_device_times(3);
+    Image image = stored();
+    for (Record& record : image.ring)
+        record.sequence = 0;
+    put(image);
+    const SynchronisedClock clock;
+    EXPECT_EQ(rb_correct_reboot_time_now(), 0);
+    for (uint32_t slot = 0; slot < 3; slot++) {
+        image.ring[slot].time = 999490 - (2 - slot) * 70;
+        image.ring[slot].time_quality = 3;
+    }
+    EXPECT_EQ(bytes_of(stored()), bytes_of(image));
+}
+
+TEST_F(CorrectTime, VisitsEachSlotOnceWhereTheRingHasWrapped) {
     run_device_times(2);
     Image image = stored();
     image.header.statistic.total = 100;
     put(image);
     const SynchronisedClock clock;
     EXPECT_EQ(rb_correct_reboot_time_now(), 0);
-    for (size_t slot = 2; slot < kSlots; slot++)
-        EXPECT_EQ(bytes_of(stored().ring[slot]), bytes_of(Record{}));
-    EXPECT_EQ(stored().ring[0].time_quality, 3);
+    image.ring[1].time = 999490;
+    image.ring[0].time = 999490 - 70;
+    for (uint32_t slot = 2; slot < kSlots; slot++)
+        image.ring[slot].time = 999490 - 140 - (kSlots - 1 - slot) * 10;
+    for (Record& record : image.ring)
+        record.time_quality = 3;
+    EXPECT_EQ(bytes_of(stored()), bytes_of(image));
 }
 
 TEST_F(CorrectTime, FindsNothingInAFreshStore) {
