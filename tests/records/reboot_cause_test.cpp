@@ -314,6 +314,18 @@ TEST_F(OpenStore, MakesOneThatIsMissing) {
     EXPECT_EQ(bytes_of(header), expected.substr(0, 36));
 }
 
+TEST_F(OpenStore, LeavesThePermissionsToTheCallersMask) {
+    for (const mode_t mask : {0U, 022U, 077U}) {
+        unlink(kStore);
+        const mode_t before = umask(mask);
+        EXPECT_EQ(rb_read_reboot_cause(std::vector<Record>(1).data(), 1), 0);
+        umask(before);
+        struct stat status {};
+        ASSERT_EQ(stat(kStore, &status), 0);
+        EXPECT_EQ(status.st_mode & 07777, 0666 & ~mask);
+    }
+}
+
 TEST_F(OpenStore, MakesOneAnewWhereTheMagicByteIsWrong) {
     for (const int magic : {0x00, 0xAA, 0xAC, 0xFF}) {
         SCOPED_TRACE(magic);
