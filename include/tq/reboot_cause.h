@@ -99,8 +99,8 @@ TQ_API const char *get_reboot_cause_file(void);
  * Null, and *header as it was, for a null header or where the store is not available. */
 TQ_API FILE *rb_open_reboot_cause_file(reboot_cause_header *header);
 
-/* Whole seconds since the kernel started; 0 when "/proc/uptime" cannot be read or has no number in
- * its first line. */
+/* Whole seconds since the kernel started, the low 32 bits of their number; 0 when "/proc/uptime"
+ * cannot be read or has no number in its first line. */
 TQ_API int get_system_uptime(void);
 
 /* Writes a filled record, as the first of this run. Sets its sequence number (even when it is then
