@@ -1328,6 +1328,7 @@ TEST_F(BoardModes, ReadsTheNumberBehindVlan) {
     EXPECT_EQ(vlan_id("br-vlan-7x"), -7);
     EXPECT_EQ(vlan_id("br-vlanx"), 0);
     EXPECT_EQ(vlan_id("br-vlanvlan3"), 0);
+    EXPECT_EQ(vlan_id("br-vlan4294967300"), 4);
     EXPECT_EQ(vlan_id("vvlan2"), 2);
     EXPECT_EQ(vlan_id("br-vlan"), -77);
     EXPECT_EQ(vlan_id("br-lan20"), -77);
