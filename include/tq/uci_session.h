@@ -122,23 +122,24 @@ TQ_API const struct uci_entry *get_uci_entry_by_name(const char *file);
 TQ_API int load_uci_config(int id, uci_config_ctx *session);
 
 /* Selects the section of that name, loading the file as load_uci_config does.
- * 0; -1 without a section: "no section name" for a null or empty one, "uci lookup '%s' section
- * fail" at LOG_WARNING when there is none of that name, or as load_uci_config. */
+ * 0; -1 without a section: "uci lookup '%s' section fail" at LOG_WARNING when there is none of that
+ * name, or as load_uci_config; -1 with the session as it was: "no section name" for a null or empty
+ * one. */
 TQ_API int load_named_section(int id, uci_config_ctx *session, const char *name);
 
 /* Selects the first section of that type.
- * 0; -1 with "no section type" for a null or empty type, "no such type '%s' section " at LOG_INFO
- * when there is none, or as load_uci_config. When there is none the session is left on the last
- * section of the file: check the result before using it. */
+ * 0; -1 with "no such type '%s' section " at LOG_INFO when there is none, or as load_uci_config; -1
+ * with the session as it was: "no section type" for a null or empty type. When there is none the
+ * session is left on the last section of the file: check the result before using it. */
 TQ_API int load_unnamed_section(int id, uci_config_ctx *session, const char *type);
 
 /* Selects the first section of that type that matches. match is a list of option and value pairs
  * with a null option at its end: the section has each option, and where the value is not null, the
  * option equals it or is a list that holds it. A null match takes the first section of the type; a
  * list without a pair matches no section.
- * 0; -1 without a section: no log line when none matches, "no section type" for a null or empty
- * type, or as load_uci_config. A null session is logged by find_uci_section, as "incomplete param,
- * section_type: %s, uctx->ptr.p: %p". */
+ * 0; -1 without a section: no log line when none matches, or as load_uci_config; -1 with the
+ * session as it was: "no section type" for a null or empty type. A null session is logged by
+ * find_uci_section, as "incomplete param, section_type: %s, uctx->ptr.p: %p". */
 TQ_API int load_specific_section(int id, uci_config_ctx *session, const char *type,
                                  const char **match);
 

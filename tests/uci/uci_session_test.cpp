@@ -557,12 +557,15 @@ TEST_F(LoadSpecificSection, MatchesNothingWithAnEmptyListOfConditions) {
 }
 
 TEST_F(LoadSpecificSection, RejectsNoType) {
-    uci_config_ctx session = garbage();
+    uci_config_ctx session = radio0();
+    const uci_config_ctx before = session;
     EXPECT_EQ(load_specific_section(UCI_CONFIG_NAT, &session, nullptr, nullptr), -1);
+    EXPECT_EQ(load_specific_section(99, &session, "", nullptr), -1);
     EXPECT_EQ(load_specific_section(99, nullptr, "", nullptr), -1);
+    EXPECT_EQ(memcmp(&session, &before, sizeof(session)), 0);
     EXPECT_EQ(get_uci_entry_by_name("nat")->ctx, nullptr);
-    EXPECT_THAT(log_.take(), ElementsAre(Error("load_specific_section", "no section type\n"),
-                                         Error("load_specific_section", "no section type\n")));
+    const auto rejected = Error("load_specific_section", "no section type\n");
+    EXPECT_THAT(log_.take(), ElementsAre(rejected, rejected, rejected));
 }
 
 TEST_F(LoadSpecificSection, MissesThePackageOfANullSession) {
