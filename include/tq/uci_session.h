@@ -22,6 +22,10 @@
  * lists, and the section in its ptr) is good until the next change, save or free of the file; the
  * change itself may be given it.
  *
+ * A caller may also make a session itself, on a context and a package that it has loaded, with
+ * ptr.p and ptr.s in them: the operations take it as it is, and committing and freeing are the
+ * caller's.
+ *
  * The files and sessions belong to one thread of the process; nothing here is locked. What the load
  * functions reject is said with each. The others log at LOG_ERR, in their own name, and return -1
  * or null: "incomplete param, option:nil" for a null option, "incomplete param, uctx:nil" for a
