@@ -31,7 +31,7 @@
  * or null: "incomplete param, option:nil" for a null option, "incomplete param, uctx:nil" for a
  * null session, "incomplete param, uctx->ptr.s:nil" for a session without a section. Those that
  * take a value log "incomplete param, val_str:%s, option:%s" for a null option and for a null or
- * empty value ("nil" stands for a null one).
+ * empty value ("nil" stands for a null one), whatever the session is.
  */
 #ifndef TQ_UCI_SESSION_H
 #define TQ_UCI_SESSION_H
@@ -126,15 +126,16 @@ TQ_API const struct uci_entry *get_uci_entry_by_name(const char *file);
 TQ_API int load_uci_config(int id, uci_config_ctx *session);
 
 /* Selects the section of that name, loading the file as load_uci_config does.
- * 0; -1 without a section: "uci lookup '%s' section fail" at LOG_WARNING when there is none of that
- * name, or as load_uci_config; -1 with the session as it was: "no section name" for a null or empty
- * one. */
+ * 0; -1 with the session as it was: "no section name" for a null or empty one, then "invalid
+ * parameters" for a null session; -1 without a section: "uci lookup '%s' section fail" at
+ * LOG_WARNING when there is none of that name, or as load_uci_config. */
 TQ_API int load_named_section(int id, uci_config_ctx *session, const char *name);
 
 /* Selects the first section of that type.
- * 0; -1 with "no such type '%s' section " at LOG_INFO when there is none, or as load_uci_config; -1
- * with the session as it was: "no section type" for a null or empty type. When there is none the
- * session is left on the last section of the file: check the result before using it. */
+ * 0; -1 with the session as it was: "no section type" for a null or empty type, then "invalid
+ * parameters" for a null session; -1 with "no such type '%s' section " at LOG_INFO when there is
+ * none, or as load_uci_config. When there is none the session is left on the last section of the
+ * file: check the result before using it. */
 TQ_API int load_unnamed_section(int id, uci_config_ctx *session, const char *type);
 
 /* Selects the first section of that type that matches. match is a list of option and value pairs

@@ -677,6 +677,15 @@ TEST_P(SessionOperation, RejectsASessionWhoseSectionAnotherProcessDeleted) {
     expect_rejected(&session, "channel", "x", "uctx->ptr.s:nil\n");
 }
 
+TEST_P(SessionOperation, WorksOnACopyOfTheSessionsAddress) {
+    uci_config_ctx session = radio0();
+    const uci_config_ctx before = session;
+    for (const char* option : {"channel", "basic_rate", "fresh"}) {
+        GetParam().run(&session, option, "7");
+        EXPECT_EQ(memcmp(&session, &before, sizeof(session)), 0) << option;
+    }
+}
+
 std::vector<Operation> writes() {
     std::vector<Operation> taking_values;
     for (const Operation& operation : operations()) {
@@ -794,8 +803,9 @@ TEST_F(GetUciConfig, ReadsEveryOptionOfTheDeviceAsTheFileHasIt) {
             uci_element* option = nullptr;
             uci_foreach_element(&session.ptr.s->options, option) {
                 if (uci_to_option(option)->type != UCI_TYPE_STRING) continue;
-                EXPECT_STREQ(get_uci_config(&session, option->name),
-                             uci_to_option(option)->v.string);
+                // The package's own text, not a copy of it.
+                EXPECT_EQ(static_cast<const void*>(get_uci_config(&session, option->name)),
+                          uci_to_option(option)->v.string);
                 read++;
             }
         }
