@@ -49,29 +49,29 @@ TQ_BEGIN_DECLS
 #define REBOOT_TIME_CORRECTED 3    /* from rb_correct_reboot_time_now */
 
 /* 16 bytes: the counters, each of which starts at 0 again behind 65535. */
-struct reboot_cause_statistic {
+typedef struct reboot_cause_statistic {
     uint16_t total;          /*  0: records ever written, the newest one's sequence number */
     uint16_t cause_count[5]; /*  2: of them those with the causes 1 to 5 */
     uint16_t other_count;    /* 12: those with another cause: 0, or 8 and above */
     uint16_t last_cause;     /* 14: of the newest record, as it is stored */
-};
+} reboot_cause_statistic;
 
 /* 36 bytes. */
-struct reboot_cause_header {
-    struct reboot_cause_statistic statistic; /*  0 */
-    uint8_t recorded;                        /* 16: 1 once this run has its record */
-    uint8_t time_synchronised;               /* 17: set by rb_set_ntp_sync_flag */
-    uint8_t magic;                           /* 18: REBOOT_CAUSE_MAGIC */
-    uint8_t reserved_19;                     /* 19: 0, as all that is reserved */
-    uint8_t position;                        /* 20: the slot behind the newest record, 1 to 20; 0
-                                              *     in a fresh store; beyond 20 counts as 20 */
-    uint8_t reserved_21;                     /* 21 */
-    uint16_t panic_identifier[2];            /* 22: of the panic texts; written by others */
-    uint8_t reserved_26[10];                 /* 26 */
-};
+typedef struct reboot_cause_header {
+    reboot_cause_statistic statistic; /*  0 */
+    uint8_t recorded;                 /* 16: 1 once this run has its record */
+    uint8_t time_synchronised;        /* 17: set by rb_set_ntp_sync_flag */
+    uint8_t magic;                    /* 18: REBOOT_CAUSE_MAGIC */
+    uint8_t reserved_19;              /* 19: 0, as all that is reserved */
+    uint8_t position;                 /* 20: the slot behind the newest record, 1 to 20; 0
+                                       *     in a fresh store; beyond 20 counts as 20 */
+    uint8_t reserved_21;              /* 21 */
+    uint16_t panic_identifier[2];     /* 22: of the panic texts; written by others */
+    uint8_t reserved_26[10];          /* 26 */
+} reboot_cause_header;
 
 /* 128 bytes; slot n lies at 36 + 128 n. */
-struct reboot_cause_record {
+typedef struct reboot_cause_record {
     uint16_t sequence;    /*  0: from 1; 0 is an empty slot */
     uint8_t cause;        /*  2 */
     uint8_t time_quality; /*  3: REBOOT_TIME_... */
@@ -81,13 +81,13 @@ struct reboot_cause_record {
     char process[16];     /* 16: who made it; not terminated when it fills the field */
     char message[48];     /* 32: terminated */
     char location[48];    /* 80: "file:function:line", terminated */
-};
+} reboot_cause_record;
 
 /* 20484 bytes. */
-struct reboot_panic_buffer {
+typedef struct reboot_panic_buffer {
     uint32_t identifier;               /* 0: which text, filled in by the caller */
     char text[REBOOT_PANIC_TEXT_SIZE]; /* 4: not terminated when it fills the field */
-};
+} reboot_panic_buffer;
 
 /* The path of the store, in a static buffer of 32 bytes that the next call overwrites; null where
  * the board names none, or one that does not fit. */
@@ -97,10 +97,10 @@ TQ_API const char *get_reboot_cause_file(void);
  * the header, or at the end of a store that was just made: seek before the next access. The caller
  * closes it.
  * Null, and *header as it was, for a null header or where the store is not available. */
-TQ_API FILE *rb_open_reboot_cause_file(struct reboot_cause_header *header);
+TQ_API FILE *rb_open_reboot_cause_file(reboot_cause_header *header);
 
-/* Whole seconds since the kernel started; 0 when "/proc/uptime" cannot be read or has no number in
- * its first line. */
+/* Whole seconds since the kernel started, the low 32 bits of their number; 0 when "/proc/uptime"
+ * cannot be read or has no number in its first line. */
 TQ_API int get_system_uptime(void);
 
 /* Writes a filled record, as the first of this run. Sets its sequence number (even when it is then
@@ -111,7 +111,7 @@ TQ_API int get_system_uptime(void);
  * The record is on its way to the storage then; sync(2), which reboot_system calls, waits for that.
  * 0; 1 when this run has its record already; -1 for a null record, where the store is not
  * available and where it does not take the record. */
-TQ_API int rb_write_reboot_cause_inner(struct reboot_cause_record *record);
+TQ_API int rb_write_reboot_cause_inner(reboot_cause_record *record);
 
 /* Fills a record with what is known now, as rb_generate_reboot_cause does, and writes it.
  * The result of rb_write_reboot_cause_inner; -1 for a null text. */
@@ -123,31 +123,32 @@ TQ_API int rb_write_reboot_cause(int cause, const char *file, const char *functi
  * That is the last component of the first word of the process's own command line, of whose first 23
  * bytes alone; it stays empty when "/proc" does not tell. Sequence number and time quality are 0.
  * A null record or text: nothing is done. */
-TQ_API void rb_generate_reboot_cause(struct reboot_cause_record *record, unsigned cause,
-                                     const char *file, const char *function, int line,
-                                     const char *format, ...) TQ_PRINTF(6, 7);
+TQ_API void rb_generate_reboot_cause(reboot_cause_record *record, unsigned cause, const char *file,
+                                     const char *function, int line, const char *format, ...)
+    TQ_PRINTF(6, 7);
 
 /* Copies the newest maximum records, or as many as there are, newest first. Where there are fewer
  * than maximum and than 20, the entry behind them becomes an empty record.
  * Their number, 0 to 20; -1 for a null array, a maximum of zero or less, or where the store is not
  * available. */
-TQ_API int rb_read_reboot_cause(struct reboot_cause_record *records, int maximum);
+TQ_API int rb_read_reboot_cause(reboot_cause_record *records, int maximum);
 
 /* Copies the panic text of buffer->identifier, the first of the two where both have it. In a fresh
  * store both have identifier 0, and no text.
  * 0; -1 with the text as it was, for null, where the store is not available and when no text has
  * that identifier. */
-TQ_API int rb_read_panic_by_index(struct reboot_panic_buffer *buffer);
+TQ_API int rb_read_panic_by_index(reboot_panic_buffer *buffer);
 
 /* Copies the counters.
  * 0; -1 for null and where the store is not available. */
-TQ_API int rb_read_reboot_statistic(struct reboot_cause_statistic *statistic);
+TQ_API int rb_read_reboot_statistic(reboot_cause_statistic *statistic);
 
 /* Gives a time to the records that were written while the clock was not right, now that it is.
  * Beginning with the newest, each that has REBOOT_TIME_UNKNOWN gets the moment its run must have
  * ended, counted back from now by the uptimes and 10 s for each boot, and REBOOT_TIME_CORRECTED.
- * It ends at the first record with another time quality, at an empty slot, and behind a cause of 6
- * or 7: how long the device was off before that, nobody knows.
+ * It ends at the first record with another time quality, and behind a cause of 6 or 7: how long the
+ * device was off before that, nobody knows. Sequence numbers are not looked at, so that the record
+ * behind number 65535 has its time, too.
  * 0, also when there was nothing to correct; -1 when the uptime is 0 or the store is not
  * available. */
 TQ_API int rb_correct_reboot_time_now(void);

@@ -128,11 +128,11 @@ TQ_API int get_process_syslog_level(uint32_t process_id);
 /* Gives the process with that id, or each (54), the remote log server, of four bytes; 0.0.0.0 for
  * none. Writes the configuration file when that changed something and remote logging is on. A null
  * address is logged ("invalid parameters"). */
-TQ_API void set_server_ip_scfg(uint32_t process_id, const uint8_t *address);
+TQ_API void set_server_ip_scfg(uint32_t process_id, const uint8_t address[4]);
 
 /* Copies the four bytes of the process's remote log server; nothing is copied when there is no such
  * process. A null address is logged ("invalid parameters"). */
-TQ_API void get_syslog_server_ip(uint32_t process_id, uint8_t *address);
+TQ_API void get_syslog_server_ip(uint32_t process_id, uint8_t address[4]);
 
 /* Switches remote logging on (not 0) or off; with a new value /tmp/syslogserver and the
  * configuration file are written. */

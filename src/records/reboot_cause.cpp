@@ -365,7 +365,7 @@ int rb_correct_reboot_time_now(void) {
     int slot = newest_slot(front.header);
     for (int visited = 0; slot >= 0 && visited < kSlots; visited++) {
         reboot_cause_record& record = front.ring[slot];
-        if (record.sequence == 0 || record.time_quality != REBOOT_TIME_UNKNOWN) return 0;
+        if (record.time_quality != REBOOT_TIME_UNKNOWN) return 0;
         record.time = estimate;
         record.time_quality = REBOOT_TIME_CORRECTED;
         write_at(store.get(), &record, sizeof(record), offset_of_slot(slot));

@@ -314,6 +314,18 @@ TEST_F(OpenStore, MakesOneThatIsMissing) {
     EXPECT_EQ(bytes_of(header), expected.substr(0, 36));
 }
 
+TEST_F(OpenStore, LeavesThePermissionsToTheCallersMask) {
+    for (const mode_t mask : {0U, 022U, 077U}) {
+        unlink(kStore);
+        const mode_t before = umask(mask);
+        EXPECT_EQ(rb_read_reboot_cause(std::vector<Record>(1).data(), 1), 0);
+        umask(before);
+        struct stat status {};
+        ASSERT_EQ(stat(kStore, &status), 0);
+        EXPECT_EQ(status.st_mode & 07777, 0666 & ~mask);
+    }
+}
+
 TEST_F(OpenStore, MakesOneAnewWhereTheMagicByteIsWrong) {
     for (const int magic : {0x00, 0xAA, 0xAC, 0xFF}) {
         SCOPED_TRACE(magic);
@@ -515,6 +527,8 @@ TEST_F(Uptime, IsTheFirstNumberOfTheFirstLine) {
         {" \t 7 8\n", 7},
         {"7\n", 7},
         {"-3\n", -3},
+        {"2147483647.99 1\n", 2147483647},
+        {"4294967297.00 1\n", 1},
         {"\n12345.67\n", 0},
         {"up 12345\n", 0},
         {"", 0},
@@ -1213,16 +1227,35 @@ TEST_F(CorrectTime, GoesOnBehindAStoredReset) {
     EXPECT_EQ(times(), (std::vector<Timed>{{999490, 3}, {999490 - uptime - 10, 3}}));
 }
 
-TEST_F(CorrectTime, LeavesAnEmptySlotEmpty) {
+TEST_F(CorrectTime, TakesARecordWhateverItsSequenceNumber) {
+    run_device_times(3);
+    Image image = stored();
+    for (Record& record : image.ring)
+        record.sequence = 0;
+    put(image);
+    const SynchronisedClock clock;
+    EXPECT_EQ(rb_correct_reboot_time_now(), 0);
+    for (uint32_t slot = 0; slot < 3; slot++) {
+        image.ring[slot].time = 999490 - (2 - slot) * 70;
+        image.ring[slot].time_quality = 3;
+    }
+    EXPECT_EQ(bytes_of(stored()), bytes_of(image));
+}
+
+TEST_F(CorrectTime, VisitsEachSlotOnceWhereTheRingHasWrapped) {
     run_device_times(2);
     Image image = stored();
     image.header.statistic.total = 100;
     put(image);
     const SynchronisedClock clock;
     EXPECT_EQ(rb_correct_reboot_time_now(), 0);
-    for (size_t slot = 2; slot < kSlots; slot++)
-        EXPECT_EQ(bytes_of(stored().ring[slot]), bytes_of(Record{}));
-    EXPECT_EQ(stored().ring[0].time_quality, 3);
+    image.ring[1].time = 999490;
+    image.ring[0].time = 999490 - 70;
+    for (uint32_t slot = 2; slot < kSlots; slot++)
+        image.ring[slot].time = 999490 - 140 - (kSlots - 1 - slot) * 10;
+    for (Record& record : image.ring)
+        record.time_quality = 3;
+    EXPECT_EQ(bytes_of(stored()), bytes_of(image));
 }
 
 TEST_F(CorrectTime, FindsNothingInAFreshStore) {
