@@ -81,10 +81,11 @@ constexpr char kStatisticKeys[][sizeof("memoryUsage")] = {"ifInFlow", "ifOutFlow
 
 int init_ubus_client(void) {
     destroy_ubus_client();
+    // Also kept where there is no bus: the loop may be one that the program runs.
+    uloop_init();
     context = ubus_connect(nullptr);
     if (!context) return TQ_FAIL("Failed to connect to ubus\n\n");
     pthread_mutex_init(&request_mutex, nullptr);
-    uloop_init();
     uloop_fd_add(&context->sock, ULOOP_READ | ULOOP_BLOCKING);
     return 0;
 }
