@@ -171,8 +171,9 @@ TQ_API int get_forward_mode(void);
  * its results and log lines, for rejected arguments, too. */
 TQ_API int get_ap_modelname(char *buf, int len);
 
-/* The number behind the first "vlan" in an interface name, 0 where what follows is none. -1,
- * without a log line and with *vlan untouched, when the name has no "vlan" or ends with it. */
+/* The number behind the first "vlan" in an interface name, 0 where what follows is none; beyond 32
+ * bits its low 32 bits are kept. -1, without a log line and with *vlan untouched, when the name has
+ * no "vlan" or ends with it. */
 TQ_API int get_br_vlan_id(const char *ifname, int *vlan);
 
 /* "br-vlan%d", the bridge of a VLAN, and "vlan%d", its section in the configuration; cut to fit.

@@ -121,8 +121,8 @@ TQ_API int ip_get_v6_byte_mask(const ip_address *address, uint8_t out[16]);
 /* The 16 bytes of the text up to its first slash, in any form of inet_pton(3); -2 for text that is
  * not an IPv6 address. */
 TQ_API int v6_str_to_byte_addr(const char *text, uint8_t out[16]);
-/* The number behind the first slash: 0 where that is none, and not checked for its range. 128 for
- * text without a slash. */
+/* The number behind the first slash: 0 where that is none, and not checked for its range; beyond 32
+ * bits its low 32 bits are kept. 128 for text without a slash. */
 TQ_API int v6_str_to_masklen(const char *text, uint32_t *len);
 /* "fe80::1/64" or "fe80::1" (length 128).
  * 0; -1 for a null pointer; -2 for text that is not an IPv6 address: the record is then that of

@@ -27,8 +27,8 @@
 TQ_BEGIN_DECLS
 
 /* The base address.
- * 0, or another result of the board library that is not negative; -1 where it has no base address,
- * and the buffer is then as that library left it. */
+ * The board library's result: 0 or more; below 0, as a rule -1, where it has no base address, and
+ * the buffer is then as that library left it. */
 TQ_API int get_base_mac(uint8_t *mac, uint32_t len);
 
 /* The WAN's: the base address. */

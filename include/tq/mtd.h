@@ -22,9 +22,9 @@ TQ_BEGIN_DECLS
  * reading: "/dev/mtdN", or "/dev/mtdblockN" where block is not 0, and before those "/dev/mtd/N" or
  * "/dev/mtdblock/N". A name that starts with "/" is a path and opened as it is; so is one that is
  * not listed, and any name where "/proc/mtd" cannot be read.
- * The descriptor, which the caller closes; -1 when nothing could be opened, with errno as open(2)
- * left it and without a log line, and for a null name or a negative index ("invalid parameters").
- */
+ * The descriptor, close-on-exec, which the caller closes; -1 when nothing could be opened, with
+ * errno as open(2) left it and without a log line, and for a null name or a negative index
+ * ("invalid parameters"). */
 TQ_API int mtd_open_match(const char *name, int index, uint8_t block);
 
 /* The first of that name: mtd_open_match(name, 0, block). */

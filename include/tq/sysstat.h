@@ -14,7 +14,7 @@
 TQ_BEGIN_DECLS
 
 /* The counters of an Ethernet port, 88 bytes. */
-struct if_stats {
+typedef struct if_stats {
     uint64_t in_octets;    /*  0 */
     uint64_t in_packets;   /*  8 */
     uint64_t in_errors;    /* 16 */
@@ -27,7 +27,7 @@ struct if_stats {
     uint64_t reserved;     /* 72: 0 */
     uint32_t in_flow;      /* 80: as the statistics service counts */
     uint32_t out_flow;     /* 84 */
-};
+} if_stats;
 
 /* Places of get_proc_meminfo's figures. */
 #define PROC_MEMINFO_TOTAL 0
@@ -120,7 +120,7 @@ TQ_API int tq_get_eth_flow(uint32_t port, uint32_t *in, uint32_t *out);
  * 0; -1 with *rec as it was for a null rec ("null buff"), a file that cannot be opened (LOG_WARNING
  * "fopen %s failed: %s") or is of another form (LOG_WARNING "unknown format: '%s'"). Where the file
  * was opened, the two fields are traced at LOG_DEBUG: "ifInOctets:%llu ifOutOctets: %llu". */
-TQ_API int tq_get_eth_stats(int port, struct if_stats *rec);
+TQ_API int tq_get_eth_stats(int port, if_stats *rec);
 
 /* Clears rec and fills it with the port's counters: those of /proc/net/dev, then the figures of
  * tq_get_eth_flow and the octets of tq_get_eth_stats, where these are to be had; their failures are
@@ -130,7 +130,7 @@ TQ_API int tq_get_eth_stats(int port, struct if_stats *rec);
  * or the table has no line of it ("read_line fail", behind the text of read_line) or one of fewer
  * than sixteen numbers ("sscanf fail"), both with a cleared record. The name comes from
  * tq_get_eth_ifname, whose buffer is shared: threads that ask for ports at once must take turns. */
-TQ_API int tq_get_if_statistics(int port, struct if_stats *rec);
+TQ_API int tq_get_if_statistics(int port, if_stats *rec);
 
 TQ_END_DECLS
 

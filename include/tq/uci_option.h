@@ -4,8 +4,9 @@
  * The shortcuts work on a libuci context of the caller's and on the n-th section of its type,
  * counted in file order from 0, and from the end where the number is negative. What they change is
  * staged, not committed. Their failures are logged by set_uci_option and del_uci_element of
- * uci_path.h; a null context is rejected there. A path beyond 1023 bytes, value included, is
- * refused with "uci_lookup_ptr fail: %s" and nothing changed.
+ * uci_path.h; a null context is rejected there, a null option or value here ("invalid parameters").
+ * A path beyond 1023 bytes, value included, is refused with "uci_lookup_ptr fail: %s" and nothing
+ * changed.
  *
  * The file tqfm has a section of type "module" for each module of the fault management, named by
  * the module's number, with the options "threshold" and "suppress". What these numbers mean is the
@@ -45,8 +46,9 @@ TQ_API int del_vap_option(struct uci_context *ctx, int vap, const char *option);
 
 /* Read a module's threshold or suppression value: decimal, 0 where the text is no number, beyond 32
  * bits its low 32 bits.
- * 0; -1 with *value untouched when there is none, or it is longer than 31 bytes, as
- * uci_get_str_option_by_name, which logs a missing one at LOG_INFO. */
+ * 0; -1 with "invalid parameters" for a null value, or with *value untouched when there is none or
+ * it is longer than 31 bytes, as uci_get_str_option_by_name, which logs a missing one at LOG_INFO.
+ */
 TQ_API int uci_get_threshold(int module, int *value);
 TQ_API int uci_get_suppress(int module, int *value);
 

@@ -96,9 +96,10 @@ TQ_API int uci_add_section_by_type(struct uci_context *ctx, struct uci_package *
 TQ_API int add_uci_section(const char *filename, const char *config_type);
 
 /* Getters. A list gives its items with one blank between them. Trailing blanks and control
- * characters are dropped from what is read. The integer forms read at most 31 bytes and convert
- * them as decimal, 0 where the text is no number; a number beyond 32 bits keeps its low 32 bits, so
- * that what the integer setters stored for a negative value reads back as that value.
+ * characters are dropped from what is read, bytes of 0x80 and above are text. The integer forms
+ * read at most 31 bytes and convert them as decimal, 0 where the text is no number; a number beyond
+ * 32 bits keeps its low 32 bits, so that what the integer setters stored for a negative value reads
+ * back as that value.
  * _by_id takes a null option and reads the section itself: its name.
  * 0; -1 with "uci get %s fail" at LOG_INFO when there is no such value, or when it does not fit
  * ("buffer is short" at LOG_ERR; the buffer is left empty, the integer untouched). */

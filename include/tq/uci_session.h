@@ -22,12 +22,16 @@
  * lists, and the section in its ptr) is good until the next change, save or free of the file; the
  * change itself may be given it.
  *
+ * A caller may also make a session itself, on a context and a package that it has loaded, with
+ * ptr.p and ptr.s in them: the operations take it as it is, and committing and freeing are the
+ * caller's.
+ *
  * The files and sessions belong to one thread of the process; nothing here is locked. What the load
  * functions reject is said with each. The others log at LOG_ERR, in their own name, and return -1
  * or null: "incomplete param, option:nil" for a null option, "incomplete param, uctx:nil" for a
  * null session, "incomplete param, uctx->ptr.s:nil" for a session without a section. Those that
  * take a value log "incomplete param, val_str:%s, option:%s" for a null option and for a null or
- * empty value ("nil" stands for a null one).
+ * empty value ("nil" stands for a null one), whatever the session is.
  */
 #ifndef TQ_UCI_SESSION_H
 #define TQ_UCI_SESSION_H
@@ -122,23 +126,25 @@ TQ_API const struct uci_entry *get_uci_entry_by_name(const char *file);
 TQ_API int load_uci_config(int id, uci_config_ctx *session);
 
 /* Selects the section of that name, loading the file as load_uci_config does.
- * 0; -1 without a section: "no section name" for a null or empty one, "uci lookup '%s' section
- * fail" at LOG_WARNING when there is none of that name, or as load_uci_config. */
+ * 0; -1 with the session as it was: "no section name" for a null or empty one, then "invalid
+ * parameters" for a null session; -1 without a section: "uci lookup '%s' section fail" at
+ * LOG_WARNING when there is none of that name, or as load_uci_config. */
 TQ_API int load_named_section(int id, uci_config_ctx *session, const char *name);
 
 /* Selects the first section of that type.
- * 0; -1 with "no section type" for a null or empty type, "no such type '%s' section " at LOG_INFO
- * when there is none, or as load_uci_config. When there is none the session is left on the last
- * section of the file: check the result before using it. */
+ * 0; -1 with the session as it was: "no section type" for a null or empty type, then "invalid
+ * parameters" for a null session; -1 with "no such type '%s' section " at LOG_INFO when there is
+ * none, or as load_uci_config. When there is none the session is left on the last section of the
+ * file: check the result before using it. */
 TQ_API int load_unnamed_section(int id, uci_config_ctx *session, const char *type);
 
 /* Selects the first section of that type that matches. match is a list of option and value pairs
  * with a null option at its end: the section has each option, and where the value is not null, the
  * option equals it or is a list that holds it. A null match takes the first section of the type; a
  * list without a pair matches no section.
- * 0; -1 without a section: no log line when none matches, "no section type" for a null or empty
- * type, or as load_uci_config. A null session is logged by find_uci_section, as "incomplete param,
- * section_type: %s, uctx->ptr.p: %p". */
+ * 0; -1 without a section: no log line when none matches, or as load_uci_config; -1 with the
+ * session as it was: "no section type" for a null or empty type. A null session is logged by
+ * find_uci_section, as "incomplete param, section_type: %s, uctx->ptr.p: %p". */
 TQ_API int load_specific_section(int id, uci_config_ctx *session, const char *type,
                                  const char **match);
 

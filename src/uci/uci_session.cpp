@@ -164,12 +164,15 @@ bool select_first(uci_config_ctx* session, const char* type, const char* const* 
 
 // ---- sessions ----
 
+// The row of the session's file; null where a caller has made the session on a package of its own.
+// libuci's look-up, which a caller may use on ptr, puts another text there for the file's name.
 const uci_entry* row_of(const uci_config_ctx& session) {
+    const uci_entry* row_of_context = nullptr;
     for (const uci_entry& row : registry) {
-        if (session.ptr.package != row.file) continue;
-        return row.pkg && row.ctx == session.ctx ? &row : nullptr;
+        if (session.ptr.package == row.file) return &row;
+        if (session.ctx == row.ctx) row_of_context = &row;
     }
-    return nullptr;
+    return row_of_context;
 }
 
 bool is_section_of(uci_package* package, const uci_section* section) {
@@ -186,7 +189,9 @@ bool is_section_of(uci_package* package, const uci_section* section) {
 bool has_section(uci_config_ctx* session) {
     const uci_entry* row = row_of(*session);
     uci_ptr& ptr = session->ptr;
-    if (!row || !ptr.s) return false;
+    if (!ptr.s) return false;
+    if (!row) return true;
+    if (!row->pkg || row->ctx != session->ctx) return false;
     const char* name = ptr.last == &ptr.s->e ? ptr.section : nullptr;
     use_package(session, *row);
     if (is_section_of(row->pkg, ptr.s) && (!name || strcmp(name, ptr.s->e.name) == 0)) return true;
@@ -281,8 +286,9 @@ uci_package* loaded_package(const uci_entry& row) {
     return element ? uci_to_package(element) : nullptr;
 }
 
+// Its package is the context's, so that there is one, too.
 bool is_loaded(const uci_entry& row) {
-    return row.ctx && row.pkg;
+    return row.pkg != nullptr;
 }
 
 int commit(const char* caller, uci_entry& row) {

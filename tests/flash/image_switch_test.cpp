@@ -504,6 +504,15 @@ TEST_F(ImageCheck, LooksAtTheKernelOnly) {
     EXPECT_EQ(outcome(sys_image_check), (Outcome{1, ""}));
 }
 
+TEST_F(ImageCheck, DoesNotAskWhetherTheScriptIsEnabled) {
+    for (const std::optional<bool>& enabled : {std::optional<bool>(false), std::optional<bool>()}) {
+        Boot boot = on_backup();
+        boot.enabled = enabled;
+        put(boot);
+        EXPECT_EQ(outcome(sys_image_check), (Outcome{1, ""}));
+    }
+}
+
 TEST_F(ImageCheck, TakesAnotherScriptForThePrimary) {
     Boot boot = on_backup();
     boot.script = "fis load kernel\n";

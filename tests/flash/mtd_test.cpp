@@ -553,6 +553,19 @@ TEST_P(ImageInfo, FailsWhereTheBoardHasNoSuchPartition) {
                                     GetParam().partition_failure));
 }
 
+TEST_P(ImageInfo, AsksForThePartitionBeforeTheMarkAndForNeitherWithoutABuffer) {
+    describe("");
+    replace_printer("touch /tmp/asked\n");
+    EXPECT_EQ(GetParam().read(nullptr), -1);
+    EXPECT_THAT(log_.take(),
+                Failed(GetParam().function, GetParam().invalid_line, "invalid parameters\n"));
+    Buffer out(512);
+    EXPECT_EQ(GetParam().read(out.data()), -1);
+    EXPECT_THAT(log_.take(), Failed(GetParam().function, GetParam().partition_line,
+                                    GetParam().partition_failure));
+    EXPECT_FALSE(exists("/tmp/asked"));
+}
+
 TEST_P(ImageInfo, NeedsAnImageThatIsMarkedAsUsable) {
     const MtdTable table(kTable);
     name_partition("rootfs_data");

@@ -305,6 +305,10 @@ TEST_F(Redboot, AfterAFailedLoadWorksOnWhatWasReadButNeitherShowsNorSavesIt) {
     const uint32_t value = 3;
     EXPECT_EQ(redboot_set_config("key", &value, REDBOOT_CONFIG_INT), 1);
     EXPECT_EQ(number("key", REDBOOT_CONFIG_INT), 3U);
+    EXPECT_EQ(add(option("key", REDBOOT_CONFIG_INT, 4)), (Outcome{1, ""}));
+    EXPECT_EQ(number("key", REDBOOT_CONFIG_INT), 4U);
+    EXPECT_EQ(add(option("new", REDBOOT_CONFIG_INT, 5)), (Outcome{1, ""}));
+    EXPECT_EQ(number("new", REDBOOT_CONFIG_INT), 5U);
     EXPECT_EQ(outcome(redboot_show_config), (Outcome{0, kLoadFirst}));
     EXPECT_EQ(outcome(redboot_write_config), (Outcome{0, kLoadFirst}));
     EXPECT_EQ(block_in_flash(), damaged);
@@ -753,11 +757,13 @@ TEST_F(Redboot, AddingAKeyThatIsThereOverwritesItsValue) {
     EXPECT_EQ(add(option("an_int", REDBOOT_CONFIG_INT, 5)), (Outcome{1, ""}));
     EXPECT_EQ(add(option("a_string", REDBOOT_CONFIG_STRING, pointer("t"))), (Outcome{1, ""}));
     EXPECT_EQ(add(option("a_script", REDBOOT_CONFIG_SCRIPT, pointer("t"))), (Outcome{1, ""}));
+    EXPECT_EQ(add(option("an_ip", REDBOOT_CONFIG_IP, word_of("\x0A\x01\x02\x03"))),
+              (Outcome{1, ""}));
     EXPECT_EQ(add(option("an_esa", REDBOOT_CONFIG_ESA, pointer(address.data()))), (Outcome{1, ""}));
     EXPECT_EQ(add(option("a_port", REDBOOT_CONFIG_NET_PORT, pointer("p"))), (Outcome{1, ""}));
     const std::string entries =
         bool_entry("a_bool", false) + int_entry("an_int", 5) + string_entry("a_string", "t") +
-        script_entry("a_script", "fis load\nexec\n") + entry(5, "an_ip", "\xC0\xA8\x01\x02") +
+        script_entry("a_script", "fis load\nexec\n") + entry(5, "an_ip", "\x0A\x01\x02\x03") +
         entry(6, "an_esa", "\x09\x08\x07\x06\x05\x04\x77\x88") +
         entry(7, "a_port", padded(std::string("p\0h0", 4), 128));
     EXPECT_EQ(loaded_block().substr(8, 4080), boot_block(entries).substr(8, 4080));

@@ -1276,7 +1276,7 @@ TEST_F(BoardModes, ReadsTheForwardingMode) {
                                                                    {"router", 2},
                                                                    {"bridg", 2},
                                                                    {"nat", 2},
-                                                                   {std::string(62, 'x'), 2}}) {
+                                                                   {std::string(63, 'x'), 2}}) {
         set_mode("forward", "forward", mode);
         EXPECT_EQ(get_forward_mode(), expected) << mode;
     }
@@ -1288,7 +1288,7 @@ TEST_F(BoardModes, BridgesWhereThereIsNoForwardingMode) {
     EXPECT_EQ(get_forward_mode(), 0);
     tq_test::run_command("rm /etc/config/forward");
     EXPECT_EQ(get_forward_mode(), 0);
-    set_mode("forward", "forward", std::string(70, 'x'));
+    set_mode("forward", "forward", std::string(64, 'x'));
     EXPECT_EQ(get_forward_mode(), 0);
 }
 
@@ -1328,6 +1328,7 @@ TEST_F(BoardModes, ReadsTheNumberBehindVlan) {
     EXPECT_EQ(vlan_id("br-vlan-7x"), -7);
     EXPECT_EQ(vlan_id("br-vlanx"), 0);
     EXPECT_EQ(vlan_id("br-vlanvlan3"), 0);
+    EXPECT_EQ(vlan_id("br-vlan4294967300"), 4);
     EXPECT_EQ(vlan_id("vvlan2"), 2);
     EXPECT_EQ(vlan_id("br-vlan"), -77);
     EXPECT_EQ(vlan_id("br-lan20"), -77);

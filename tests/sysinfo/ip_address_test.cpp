@@ -703,7 +703,7 @@ TEST(IpAddressTest, ReadsAnIpv6LengthWithoutARange) {
     const std::vector<std::pair<const char*, uint32_t>> lengths = {
         {"fe80::1", 128},     {"", 128},       {"fe80::1/64", 64}, {"/0", 0},
         {"fe80::1/200", 200}, {"fe80::1/", 0}, {"fe80::1/x", 0},   {"/ 7/9", 7},
-        {"/-1", UINT32_MAX},  {"/64bits", 64}, {"/128", 128}};
+        {"/-1", UINT32_MAX},  {"/64bits", 64}, {"/128", 128},      {"/4294967360", 64}};
     for (const auto& [text, expected] : lengths) {
         uint32_t length = 77;
         EXPECT_EQ(v6_str_to_masklen(text, &length), 0);

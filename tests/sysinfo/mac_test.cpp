@@ -15,6 +15,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/buffer.h"
@@ -30,6 +31,17 @@ namespace {
 std::optional<std::string> offset_text;
 int offset_questions = 0;
 
+// What it does for the base address in place of reading the board's: the bytes that it writes, and
+// its result.
+struct BaseAnswer {
+    std::string bytes;
+    int result;
+};
+std::optional<BaseAnswer> base_answer;
+
+// The selector and the length that it was asked for the base address with.
+std::vector<std::pair<int, int>> base_questions;
+
 }  // namespace
 
 int tq_get_oem_ap_type_radio_index_info(int selector, int radio, void* out) {
@@ -39,6 +51,15 @@ int tq_get_oem_ap_type_radio_index_info(int selector, int radio, void* out) {
     if (!offset_text) return next(selector, radio, out);
     memcpy(out, offset_text->c_str(), offset_text->size() + 1);
     return 0;
+}
+
+int tq_get_oem_board_info(int selector, void* out, int len) {
+    using Function = int(int, void*, int);
+    static auto* const next = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, __func__));
+    if (!base_answer) return next(selector, out, len);
+    base_questions.emplace_back(selector, len);
+    base_answer->bytes.copy(static_cast<char*>(out), base_answer->bytes.size());
+    return base_answer->result;
 }
 
 namespace {
@@ -69,7 +90,10 @@ class MacTest : public tq_test::DeviceTest {
   protected:
     static void describe(const std::string& text) { write_file("/etc/board.conf", text); }
 
-    ~MacTest() override { offset_text.reset(); }
+    ~MacTest() override {
+        offset_text.reset();
+        base_answer.reset();
+    }
 
     LogCapture log_;
 };
@@ -263,6 +287,52 @@ TEST_F(MacTest, FailsWithoutABaseAddress) {
     EXPECT_THAT(log_.take(), IsEmpty());
 }
 
+TEST_F(MacTest, TheBaseAddressHasTheResultOfTheBoardLibraryAndTheDerivedOnesOnlyItsSign) {
+    offset_text = "3";
+    for (const int result : {0, 6, -1, -5}) {
+        SCOPED_TRACE(result);
+        base_answer = {std::string("\x00\x11\x22\x33\x44\xff", 6), result};
+        base_questions.clear();
+        Mac mac = kUntouchedMac;
+        EXPECT_EQ(get_base_mac(mac.data(), 16), result);
+        EXPECT_EQ(get_wan_mac(mac.data(), 6), result);
+        const int derived = result < 0 ? -1 : 0;
+        EXPECT_EQ(get_vlan_mac(mac.data(), 6), derived);
+        EXPECT_EQ(get_lan_mac(1, mac.data(), 6), derived);
+        EXPECT_EQ(get_radio_mac(0, mac.data(), 6), derived);
+        EXPECT_EQ(get_vap_mac(0, 1, mac.data(), 6), derived);
+        // The length that the caller gives is not passed on.
+        EXPECT_THAT(base_questions, testing::SizeIs(6));
+        EXPECT_THAT(base_questions, Each(std::pair(BOARD_INFO_BASE_MAC, 6)));
+    }
+}
+
+TEST_F(MacTest, TheBufferIsAsAFailedReadLeftIt) {
+    offset_text = "3";
+    base_answer = {"\x01\x02\x03", -1};
+    const Mac half_read = {1, 2, 3, 0x5a, 0x5a, 0x5a};
+    const auto after = [](auto&& get) {
+        Mac mac = kUntouchedMac;
+        EXPECT_EQ(get(mac.data()), -1);
+        return mac;
+    };
+    EXPECT_EQ(after([](uint8_t* mac) { return get_base_mac(mac, 6); }), half_read);
+    EXPECT_EQ(after([](uint8_t* mac) { return get_wan_mac(mac, 6); }), half_read);
+    EXPECT_EQ(after([](uint8_t* mac) { return get_vlan_mac(mac, 6); }), half_read);
+    EXPECT_EQ(after([](uint8_t* mac) { return get_lan_mac(1, mac, 6); }), half_read);
+    EXPECT_EQ(after([](uint8_t* mac) { return get_radio_mac(0, mac, 6); }), half_read);
+    EXPECT_EQ(after([](uint8_t* mac) { return get_vap_mac(0, 1, mac, 6); }), half_read);
+}
+
+TEST_F(MacTest, TheLastBaseAddressIsFollowedByTheFirst) {
+    base_answer = {std::string(6, '\xff'), 0};
+    Mac mac{};
+    EXPECT_EQ(get_lan_mac(0, mac.data(), 6), 0);
+    EXPECT_EQ(mac, (Mac{}));
+    EXPECT_EQ(get_vlan_mac(mac.data(), 6), 0);
+    EXPECT_EQ(mac, (Mac{0, 0, 0, 0, 0, 1}));
+}
+
 TEST_F(MacTest, ReadsTheOffsetAsTheNumberThatItsTextStartsWith) {
     describe(board("00:11:22:33:44:55"));
     const std::map<std::string, Mac> offsets = {
@@ -279,10 +349,13 @@ TEST_F(MacTest, ReadsTheOffsetAsTheNumberThatItsTextStartsWith) {
 
 TEST_F(MacTest, FailsForAnOffsetOfMinusOne) {
     describe(board("00:11:22:33:44:55"));
-    offset_text = "-1";
     Mac mac = kUntouchedMac;
-    EXPECT_EQ(tq_test::printed([&] { EXPECT_EQ(get_radio_mac(0, mac.data(), 6), -1); }), "");
-    EXPECT_EQ(get_vap_mac(0, 0, mac.data(), 6), -1);
+    for (const char* text : {"-1", " -1", "-1x", "-01"}) {
+        SCOPED_TRACE(text);
+        offset_text = text;
+        EXPECT_EQ(tq_test::printed([&] { EXPECT_EQ(get_radio_mac(0, mac.data(), 6), -1); }), "");
+        EXPECT_EQ(get_vap_mac(0, 0, mac.data(), 6), -1);
+    }
     EXPECT_EQ(mac, kUntouchedMac);
 }
 
@@ -412,6 +485,11 @@ TEST_F(MacTest, DefaultSsidIsCutToItsBuffer) {
 TEST_F(MacTest, DefaultSsidDoesWithoutABaseAddress) {
     describe("[board]\nid = 1\n");
     EXPECT_EQ(default_ssid(33, 0, 2), "tqpelkin-0000-2");
+}
+
+TEST_F(MacTest, DefaultSsidTakesWhatWasReadWhateverTheResult) {
+    base_answer = {std::string("\x00\x11\x22\x33\xab\x0c", 6), -1};
+    EXPECT_EQ(default_ssid(33, 0, 1), "tqpelkin-ab0c-1");
 }
 
 TEST_F(MacTest, DefaultSsidRejectsBadBuffers) {

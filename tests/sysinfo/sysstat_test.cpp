@@ -210,6 +210,18 @@ TEST_F(CpuTicks, TellAMissingFileFromABadOne) {
                 ElementsAre(Line(LOG_ERR, "tq_get_cpu_ticks", "Cannot open /proc/stat\n")));
 }
 
+TEST_F(CpuTicks, DoNotLookAtThePointersBeforeTheFile) {
+    {
+        const Fail fail("open", 1, EACCES);
+        EXPECT_EQ(tq_get_cpu_ticks(nullptr, nullptr), -1);
+    }
+    const ScopedProc proc(Files{{"stat", "cpu 1 2 3\n"}});
+    EXPECT_EQ(tq_get_cpu_ticks(nullptr, nullptr), -2);
+    EXPECT_THAT(log_.take(),
+                ElementsAre(Line(LOG_ERR, "tq_get_cpu_ticks", "Cannot open /proc/stat\n"),
+                            Line(LOG_ERR, "tq_get_cpu_ticks", "Cannot parse /proc/stat\n")));
+}
+
 TEST_F(CpuTicks, OfAFileThatCannotBeReadCannotBeParsed) {
     const Fail fail("read");
     const Ticks ticks;
@@ -327,7 +339,7 @@ TEST_F(SysstatTest, RejectsNullPointers) {
         {"tq_hal_get_processor_type", [] { return tq_hal_get_processor_type(nullptr, 8); }},
         {"tq_get_eth_flow", [&] { return tq_get_eth_flow(0, nullptr, &number); }},
         {"tq_get_eth_flow", [&] { return tq_get_eth_flow(0, &number, nullptr); }},
-        {"tq_get_if_statistics", [] { return tq_get_if_statistics(0, nullptr); }},
+        {"tq_get_if_statistics", [] { return tq_get_if_statistics(-1, nullptr); }},
     };
     faults::reset();
     for (const Rejected& rejected : kRejected) {

@@ -18,7 +18,7 @@ namespace tq_test {
 // pointer to it is not.
 class CallFails {
   public:
-    explicit CallFails(std::string_view name, int error = 7 /* UCI_ERR_IO */, int nth = 1);
+    explicit CallFails(std::string_view name, int error = 4 /* UCI_ERR_IO */, int nth = 1);
     ~CallFails();
     CallFails(const CallFails&) = delete;
     CallFails& operator=(const CallFails&) = delete;
@@ -39,7 +39,7 @@ class CallFails {
 // and nothing is changed.
 class RefusedOptions {
   public:
-    explicit RefusedOptions(std::vector<std::string> options, int error = 7 /* UCI_ERR_IO */);
+    explicit RefusedOptions(std::vector<std::string> options, int error = 4 /* UCI_ERR_IO */);
     ~RefusedOptions();
     RefusedOptions(const RefusedOptions&) = delete;
     RefusedOptions& operator=(const RefusedOptions&) = delete;

@@ -145,6 +145,17 @@ TEST_P(ShortcutSetter, FailsWhereItCannotBeStaged) {
                 ElementsAre(Error("set_uci_option", "uci_save fail: " + path(0, "x") + "=5\n")));
 }
 
+TEST_P(ShortcutSetter, NeedsTheFile) {
+    run_command("rm /etc/config/" + GetParam().file);
+    EXPECT_EQ(GetParam().set_int(context_, 0, "x", 5), -1);
+    EXPECT_EQ(GetParam().set_str(context_, 0, "x", "y"), -1);
+    EXPECT_FALSE(exists("/etc/config/" + GetParam().file));
+    EXPECT_THAT(
+        log_.take(),
+        ElementsAre(Error("set_uci_option", "uci_lookup_ptr fail: " + path(0, "x") + "=5\n"),
+                    Error("set_uci_option", "uci_lookup_ptr fail: " + path(0, "x") + "=y\n")));
+}
+
 TEST_P(ShortcutSetter, RejectsNull) {
     EXPECT_EQ(GetParam().set_int(context_, 0, nullptr, 5), -1);
     EXPECT_THAT(log_.take(), Rejected("set_" + GetParam().name + "_option_int"));
@@ -207,6 +218,18 @@ TEST_F(Shortcut, FoldsEveryFailedDeleteIntoMinusOneForAVap) {
                             Error("del_vap_option", "del_uci_option fail: " + mode + "\n")));
 }
 
+TEST_F(Shortcut, DeletesNothingWithoutTheFile) {
+    run_command("rm /etc/config/wireless");
+    EXPECT_EQ(del_radio_option(context_, 1, "channel"), -1);
+    EXPECT_EQ(del_vap_option(context_, 1, "ssid"), -1);
+    const std::string radio = "wireless.@wifi-device[1].channel";
+    const std::string vap = "wireless.@wifi-iface[1].ssid";
+    EXPECT_THAT(log_.take(),
+                ElementsAre(Error("del_uci_element", "uci_lookup_ptr fail: " + radio + "\n"),
+                            Error("del_uci_element", "uci_lookup_ptr fail: " + vap + "\n"),
+                            Error("del_vap_option", "del_uci_option fail: " + vap + "\n")));
+}
+
 TEST_F(Shortcut, DeletesNothingBehindALongPath) {
     const std::string option(1100, 'o');
     const std::string start = "wireless.@wifi-iface[0].";
@@ -266,6 +289,12 @@ TEST_P(FaultModule, IsDefinedWithItsValueWhereItIsMissing) {
     EXPECT_EQ(GetParam().get(7, &value), 0);
     EXPECT_EQ(value, 30);
     EXPECT_THAT(log_.take(), IsEmpty());
+}
+
+TEST_P(FaultModule, IsCommittedWithItsSectionAndTwiceWithItsValue) {
+    const CallFails none("uci_commit", UCI_OK, 0);
+    EXPECT_EQ(GetParam().set(7, 30), 0);
+    EXPECT_EQ(none.calls(), 3);
 }
 
 TEST_P(FaultModule, KeepsItsOtherOption) {
@@ -399,6 +428,20 @@ TEST_F(FaultThreshold, SetsTheSuppressionOfEveryModule) {
     EXPECT_EQ(stored("tqfm"), expected + "\n");
     EXPECT_EQ(staged("tqfm"), "");
     EXPECT_THAT(log_.take(), IsEmpty());
+}
+
+TEST_F(FaultThreshold, CommitsEachModuleByItself) {
+    write_file("/etc/config/tqfm", "config module '2'\nconfig other 'x'\nconfig module '1'\n");
+    {
+        // The second module's first commit, behind the two of the first module.
+        const CallFails fail("uci_commit", UCI_ERR_IO, 3);
+        EXPECT_EQ(uci_set_suppress_defaults(5), 0);
+        EXPECT_EQ(fail.calls(), 3);
+    }
+    EXPECT_EQ(stored("tqfm"),
+              "\nconfig module '2'\n\toption suppress '5'\n\nconfig other 'x'\n"
+              "\nconfig module '1'\n\n");
+    EXPECT_EQ(staged("tqfm"), "tqfm.1.suppress='5'\n");
 }
 
 TEST_F(FaultThreshold, SetsTheSuppressionOfAModuleWithoutAName) {

@@ -557,12 +557,15 @@ TEST_F(LoadSpecificSection, MatchesNothingWithAnEmptyListOfConditions) {
 }
 
 TEST_F(LoadSpecificSection, RejectsNoType) {
-    uci_config_ctx session = garbage();
+    uci_config_ctx session = radio0();
+    const uci_config_ctx before = session;
     EXPECT_EQ(load_specific_section(UCI_CONFIG_NAT, &session, nullptr, nullptr), -1);
+    EXPECT_EQ(load_specific_section(99, &session, "", nullptr), -1);
     EXPECT_EQ(load_specific_section(99, nullptr, "", nullptr), -1);
+    EXPECT_EQ(memcmp(&session, &before, sizeof(session)), 0);
     EXPECT_EQ(get_uci_entry_by_name("nat")->ctx, nullptr);
-    EXPECT_THAT(log_.take(), ElementsAre(Error("load_specific_section", "no section type\n"),
-                                         Error("load_specific_section", "no section type\n")));
+    const auto rejected = Error("load_specific_section", "no section type\n");
+    EXPECT_THAT(log_.take(), ElementsAre(rejected, rejected, rejected));
 }
 
 TEST_F(LoadSpecificSection, MissesThePackageOfANullSession) {
@@ -674,6 +677,15 @@ TEST_P(SessionOperation, RejectsASessionWhoseSectionAnotherProcessDeleted) {
     expect_rejected(&session, "channel", "x", "uctx->ptr.s:nil\n");
 }
 
+TEST_P(SessionOperation, WorksOnACopyOfTheSessionsAddress) {
+    uci_config_ctx session = radio0();
+    const uci_config_ctx before = session;
+    for (const char* option : {"channel", "basic_rate", "fresh"}) {
+        GetParam().run(&session, option, "7");
+        EXPECT_EQ(memcmp(&session, &before, sizeof(session)), 0) << option;
+    }
+}
+
 std::vector<Operation> writes() {
     std::vector<Operation> taking_values;
     for (const Operation& operation : operations()) {
@@ -717,6 +729,65 @@ TEST_F(UciSessionTest, TakesNoOtherFileForItsOwn) {
     }
 }
 
+TEST_F(UciSessionTest, WorksOnAPackageThatTheCallerHasLoaded) {
+    write_file("/tmp/own/mine", "config thing 'it'\n\toption a '1'\n\tlist l 'x'\n");
+    uci_context* context = uci_alloc_context();
+    uci_package* package = nullptr;
+    ASSERT_EQ(uci_set_confdir(context, "/tmp/own"), UCI_OK);
+    ASSERT_EQ(uci_load(context, "mine", &package), UCI_OK);
+    const char* const names[] = {nullptr, "mine", package->e.name};
+    for (const char* name : names) {
+        uci_config_ctx session{};
+        session.ctx = context;
+        session.pkg = session.ptr.p = package;
+        session.ptr.package = name;
+        EXPECT_EQ(get_uci_config(&session, "a"), nullptr);
+        EXPECT_THAT(log_.take(),
+                    ElementsAre(Error("get_uci_config", "incomplete param, uctx->ptr.s:nil\n")));
+        session.ptr.s = uci_lookup_section(context, package, "it");
+        EXPECT_EQ(text(get_uci_config(&session, "a")), "1");
+        EXPECT_EQ(set_uci_config(&session, "a", "2"), 0);
+        EXPECT_EQ(set_uci_config(&session, "a", "1"), 0);
+        EXPECT_EQ(add_uci_list(&session, "l", "y"), 0);
+        EXPECT_THAT(items(uci_lookup_option_list(&session, "l")), ElementsAre("x", "y"));
+        EXPECT_EQ(del_uci_list(&session, "l", "y"), 0);
+        EXPECT_EQ(del_uci_config(&session, "nothing"), 1);
+        // Also with all of the library's own files loaded.
+        for (int id = 0; id < UCI_CONFIG_ALL; id++)
+            EXPECT_EQ(load_uci_config(id, nullptr), 0);
+        log_.take();
+    }
+    uci_free_context(context);
+}
+
+// libuci refuses what it is asked without a context.
+TEST_F(UciSessionTest, DoesNothingWithoutAContext) {
+    uci_config_ctx session = radio0();
+    session.ctx = nullptr;
+    session.ptr.package = nullptr;
+    for (int last : {UCI_CONFIG_WIRELESS, UCI_CONFIG_ORDERCFG}) {
+        for (int id = 0; id <= last; id++)
+            EXPECT_EQ(load_uci_config(id, nullptr), 0);
+        EXPECT_EQ(get_uci_config(&session, "channel"), nullptr);
+        EXPECT_EQ(set_uci_config(&session, "channel", "11"), -1);
+        EXPECT_EQ(log_.take().size(), 2U);
+        EXPECT_EQ(staged("wireless"), "");
+    }
+}
+
+TEST_F(UciSessionTest, FollowsACallerThatLooksASectionUp) {
+    uci_config_ctx session = radio0();
+    char path[] = "wireless.radio1";
+    ASSERT_EQ(uci_lookup_ptr(session.ctx, &session.ptr, path, true), UCI_OK);
+    ASSERT_NE(session.ptr.package, get_uci_entry_by_name("wireless")->file);
+    EXPECT_EQ(text(get_uci_config(&session, "channel")), "149");
+    EXPECT_EQ(set_uci_config(&session, "channel", "36"), 0);
+    EXPECT_EQ(save_uci_config(UCI_CONFIG_WIRELESS, nullptr, 0), 0);
+    EXPECT_EQ(text(get_uci_config(&session, "channel")), "36");
+    EXPECT_EQ(free_uci_config(UCI_CONFIG_WIRELESS), 0);
+    EXPECT_EQ(get_uci_config(&session, "channel"), nullptr);
+}
+
 // get_uci_config
 
 class GetUciConfig : public UciSessionTest {};
@@ -732,8 +803,9 @@ TEST_F(GetUciConfig, ReadsEveryOptionOfTheDeviceAsTheFileHasIt) {
             uci_element* option = nullptr;
             uci_foreach_element(&session.ptr.s->options, option) {
                 if (uci_to_option(option)->type != UCI_TYPE_STRING) continue;
-                EXPECT_STREQ(get_uci_config(&session, option->name),
-                             uci_to_option(option)->v.string);
+                // The package's own text, not a copy of it.
+                EXPECT_EQ(static_cast<const void*>(get_uci_config(&session, option->name)),
+                          uci_to_option(option)->v.string);
                 read++;
             }
         }
