@@ -42,7 +42,8 @@ typedef void (*notify_reply_handler)(struct ubus_request *req, int type, struct 
  * the thread that makes the requests; a program that does not run uloop needs nothing more. After
  * the end of the broker the socket leaves the uloop; whether a running one then ends is libubus's
  * choice, not this library's.
- * 0; -1 when there is no bus ("Failed to connect to ubus"), nothing is held then. */
+ * 0; -1 when there is no bus ("Failed to connect to ubus"). Nothing is held then but the loop,
+ * which has been initialised (uloop_init), as it may be one that the program runs. */
 TQ_API int init_ubus_client(void);
 
 /* Disconnects and ends the process's uloop (uloop_done): a program that runs one has to add its own

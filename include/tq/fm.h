@@ -7,8 +7,9 @@
  * result is -1.
  *
  * Two kinds of calls run the bus's command "ubus" through the shell instead: the upload notices
- * always, and the setters and the reload while the library is not connected. Their result is 0
- * whatever became of the command. In these commands
+ * always, and the setters and the reload while the library is not connected. Their result is then 0
+ * always, whatever became of the command: only the log tells of one that was not run. In these
+ * commands
  *
  * - a single quote in a value is written so that the shell hands it on as it is: a value arrives
  *   whole and can start nothing, whatever bytes it holds;
@@ -18,7 +19,7 @@
  *   backslash begins one of JSON's escapes. Over the bus both are characters like any other;
  * - a command that is too long (more than 1023 bytes for the setters, 127 for the upload notices,
  *   each single quote counting as four) is not run, because a part of it would be another
- *   command: the result is -1 with "command of more than %zu bytes".
+ *   command. It is logged at LOG_ERR ("command of more than %zu bytes").
  *
  * Numbers go into a message as the 32-bit integers that they are, a negative one as its two's
  * complement. A null text is logged as "invalid parameter", with the result -1. */

@@ -29,8 +29,8 @@ TQ_API void tq_set_offline_reason(int reason);
 
 /* Reads the record: the code's text ("System Reboot", "Change AC", "Change Configuration",
  * "WTP Crash", "WTP Lock", "Network Timeout") and the time. A code outside 1 to 6 reads as
- * "System Reboot". The time is the file's second line, cut at 31 bytes. Blank lines and lines that
- * start with "#" are skipped.
+ * "System Reboot". The time is the file's second line, cut at 31 bytes and otherwise as it is: a
+ * "%" in it is a character like any other. Blank lines and lines that start with "#" are skipped.
  * 0; -1 with *out untouched when there is no file ("fopen %s fail:%s") or it has fewer than two
  * lines (not logged). */
 TQ_API int tq_get_offline_reason(offline_reason_info *out);

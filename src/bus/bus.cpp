@@ -73,18 +73,22 @@ bool read_log_number(blob_attr* msg, uint32_t& number) {
            read_number(msg, "size", number);
 }
 
-// By place in tq::Statistic.
-constexpr char kStatisticKeys[][sizeof("memoryUsage")] = {"ifInFlow", "ifOutFlow", "memoryUsage",
-                                                          "cpuUsage", "cpuCurUsage"};
+// A reply without the key leaves the caller's number as it was, and what else may come is not taken
+// either.
+void store_number(ubus_request* req, blob_attr* msg, const char* key) {
+    auto* number = static_cast<uint32_t*>(req->priv);
+    if (number && !read_number(msg, key, *number)) req->priv = nullptr;
+}
 
 }  // namespace
 
 int init_ubus_client(void) {
     destroy_ubus_client();
+    // Also kept where there is no bus: the loop may be one that the program runs.
+    uloop_init();
     context = ubus_connect(nullptr);
     if (!context) return TQ_FAIL("Failed to connect to ubus\n\n");
     pthread_mutex_init(&request_mutex, nullptr);
-    uloop_init();
     uloop_fd_add(&context->sock, ULOOP_READ | ULOOP_BLOCKING);
     return 0;
 }
@@ -140,11 +144,24 @@ bool is_bus_connected() {
     return context != nullptr;
 }
 
-void store_statistic(ubus_request* req, int, blob_attr* msg) {
-    const auto* request = static_cast<const StatisticRequest*>(req->priv);
-    if (request && !read_number(msg, kStatisticKeys[request->statistic], *request->number)) {
-        req->priv = nullptr;
-    }
+void get_in_flow_statistics(ubus_request* req, int, blob_attr* msg) {
+    store_number(req, msg, "ifInFlow");
+}
+
+void get_out_flow_statistics(ubus_request* req, int, blob_attr* msg) {
+    store_number(req, msg, "ifOutFlow");
+}
+
+void get_mem_usage(ubus_request* req, int, blob_attr* msg) {
+    store_number(req, msg, "memoryUsage");
+}
+
+void get_cpu_usage(ubus_request* req, int, blob_attr* msg) {
+    store_number(req, msg, "cpuUsage");
+}
+
+void get_cpu_cur_usage(ubus_request* req, int, blob_attr* msg) {
+    store_number(req, msg, "cpuCurUsage");
 }
 
 }  // namespace tq

@@ -8,18 +8,14 @@ namespace TQ_HIDDEN tq {
 
 bool is_bus_connected();
 
-// The numbers of the statistics service, as "class_type" in a request.
-enum Statistic { kInFlow = 0, kOutFlow = 1, kMemoryUsage = 2, kCpuUsage = 3, kCpuCurUsage = 4 };
-
-struct StatisticRequest {
-    Statistic statistic;
-    uint32_t* number;
-};
-
-// The reply handler for the statistics service: the request's private pointer points to a
-// StatisticRequest. A reply without the number leaves it untouched and sets the private pointer to
-// null.
-void store_statistic(ubus_request* req, int type, blob_attr* msg);
+// The reply handlers for the statistics service, one for each number: the request's private pointer
+// points to the caller's uint32_t. A reply without the number leaves that untouched and sets the
+// private pointer to null.
+void get_in_flow_statistics(ubus_request* req, int type, blob_attr* msg);
+void get_out_flow_statistics(ubus_request* req, int type, blob_attr* msg);
+void get_mem_usage(ubus_request* req, int type, blob_attr* msg);
+void get_cpu_usage(ubus_request* req, int type, blob_attr* msg);
+void get_cpu_cur_usage(ubus_request* req, int type, blob_attr* msg);
 
 constexpr notify_param int_param(const char* name, uint32_t value) {
     return {name, NOTIFY_PARAM_INT, value, nullptr};

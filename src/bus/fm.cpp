@@ -77,8 +77,8 @@ void append_fields(TextWriter& command, const notify_param* params, const char* 
     }
 }
 
-int call_by_command(const char* function, const Object& object, const Method& method,
-                    const notify_param* params) {
+void call_by_command(const char* function, const Object& object, const Method& method,
+                     const notify_param* params) {
     const bool is_notice = object.way == Way::kCommand;
     const size_t size = is_notice ? kNoticeSize : kSetterSize;
     char text[kSetterSize];
@@ -91,10 +91,12 @@ int call_by_command(const char* function, const Object& object, const Method& me
     }
     if (!is_notice) command.append(" 2> /dev/null");
     // A command that was cut is another command, so it is not run.
-    if (command.cut()) return TQ_FAIL_IN(function, "command of more than %zu bytes\n", size - 1);
+    if (command.cut()) {
+        TQ_LOG_IN(function, LOG_ERR, "command of more than %zu bytes\n", size - 1);
+        return;
+    }
     if (&method == &kDisconnect) TQ_LOG_IN(function, LOG_DEBUG, "%s\n", text);
     (void)!system(text);
-    return 0;
 }
 
 // In the log, before " fail":
@@ -112,7 +114,8 @@ int call(const char* function, const Object& object, const Method& method,
          const notify_param* params) {
     if (object.way == Way::kCommand ||
         (object.way == Way::kBusOrCommand && !tq::is_bus_connected())) {
-        return call_by_command(function, object, method, params);
+        call_by_command(function, object, method, params);
+        return 0;
     }
     if (tq::send_ubus_msg(object.path, method.name, params) == 0) return 0;
     return TQ_FAIL_IN(function, "send_ubus_msg(%s, METHOD_%s, %s) fail\n", object.symbol,

@@ -11,12 +11,18 @@
 
 #include "bus/request_test.h"
 #include "support/bus.h"
+#include "support/bus_calls.h"
 #include "support/log_capture.h"
 
 namespace {
 
+using testing::AllOf;
+using testing::Contains;
 using testing::ElementsAre;
+using testing::Field;
 using testing::IsEmpty;
+using tq_test::BusCall;
+using tq_test::BusCalls;
 using tq_test::BusService;
 using tq_test::Line;
 using tq_test::Request;
@@ -197,6 +203,16 @@ TEST_F(Statistics, AreTakenFromTheirKeyAlone) {
     }
     EXPECT_THAT(values, ElementsAre(4026531841U, 2U, 3U, 4U, 5U));
     EXPECT_THAT(log_.take(), IsEmpty());
+}
+
+TEST_F(Statistics, AreTheRequestsPrivateData) {
+    BusService service({"statistics"});
+    for (const Getter& getter : getters()) {
+        const BusCalls watch;
+        EXPECT_EQ(getter.call(&number), 0);
+        EXPECT_THAT(BusCalls::take(), Contains(AllOf(Field(&BusCall::name, "ubus_invoke"),
+                                                     Field(&BusCall::priv, &number))));
+    }
 }
 
 TEST_F(Statistics, AreLeftAsTheyWereByAReplyWithoutTheKey) {

@@ -93,7 +93,12 @@ void add_client(std::vector<Row>& rows) {
     rows.push_back({.function = "init_ubus_client",
                     .prepare = have_services,
                     .call = [] { return init_ubus_client(); },
-                    .undo = disconnect_bus,
+                    // The loop outlives a connection that failed.
+                    .undo =
+                        [](intptr_t /*result*/) {
+                            destroy_ubus_client();
+                            uloop_done();
+                        },
                     // A process's uloop is for those that run one.
                     .but = {{"pthread_mutex_init", "0"},
                             {"epoll_create1", "0"},

@@ -15,9 +15,9 @@ bool watching = false;
 std::vector<BusCall> calls;
 std::function<void()> invoke_action;
 
-void note(const char* name, long argument = 0) {
+void note(const char* name, long argument = 0, const void* priv = nullptr) {
     const std::lock_guard<std::mutex> lock(mutex);
-    if (watching) calls.push_back({name, gettid(), argument});
+    if (watching) calls.push_back({name, gettid(), argument, priv});
 }
 
 std::function<void()> take_action() {
@@ -66,6 +66,12 @@ std::vector<std::string> BusCalls::take_names() {
 using tq_test::next;
 using tq_test::note;
 
+ubus_context* ubus_connect(const char* path) {
+    static const auto forward = next<decltype(ubus_connect)>("ubus_connect");
+    note("ubus_connect");
+    return forward(path);
+}
+
 int ubus_lookup_id(ubus_context* ctx, const char* path, uint32_t* id) {
     static const auto forward = next<decltype(ubus_lookup_id)>("ubus_lookup_id");
     note("ubus_lookup_id");
@@ -75,7 +81,7 @@ int ubus_lookup_id(ubus_context* ctx, const char* path, uint32_t* id) {
 int ubus_invoke_fd(ubus_context* ctx, uint32_t obj, const char* method, blob_attr* msg,
                    ubus_data_handler_t cb, void* priv, int timeout, int fd) {
     static const auto forward = next<decltype(ubus_invoke_fd)>("ubus_invoke_fd");
-    note("ubus_invoke", timeout);
+    note("ubus_invoke", timeout, priv);
     if (const std::function<void()> action = tq_test::take_action()) action();
     const int result = forward(ctx, obj, method, msg, cb, priv, timeout, fd);
     note("invoked");

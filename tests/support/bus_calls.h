@@ -12,8 +12,9 @@ namespace tq_test {
 
 struct BusCall {
     std::string name;
-    long thread;    // of which it came
-    long argument;  // invoke: the time limit; uloop_fd_add: the flags
+    long thread;       // of which it came
+    long argument;     // invoke: the time limit; uloop_fd_add: the flags
+    const void* priv;  // invoke: the request's private pointer
 };
 
 class BusCalls {

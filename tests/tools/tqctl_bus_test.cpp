@@ -13,6 +13,7 @@ namespace {
 
 using namespace tq_test;  // NOLINT(google-build-using-namespace)
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::MatchesRegex;
 
@@ -179,6 +180,14 @@ TEST_F(TqctlFm, NotifySendsTheEvents) {
                             "fm.ntp connect" + fields,
                             "fm.ism_server disconnect" + fields + " probable_cause=\"\"",
                             "fm.ism_server connect" + fields, "fm.reload.wifi reload"));
+}
+
+TEST_F(TqctlFm, TellsOfAnUploadNoticeThatIsTooLong) {
+    BusService service({"fm.ism_server"});
+    const CommandResult result = tqctl("fm notify ism-upload " + std::string(100, 'a') + " 69");
+    EXPECT_EQ(result.status, kDone);
+    EXPECT_THAT(result.err, HasSubstr("command of more than 127 bytes"));
+    EXPECT_THAT(service.take(), IsEmpty());
 }
 
 TEST_F(TqctlFm, SetChangesTheSettings) {

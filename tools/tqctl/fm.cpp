@@ -122,7 +122,9 @@ constexpr Command kCommands[] = {
      "  ac-connect, ntp-connect, ism-upload (ADDRESS PORT): it is there again\n"
      "  reload-wifi: the Wi-Fi configuration is to be read anew\n"
      "\n"
-     "The ism events go through the command ubus, whose failure is not seen.",
+     "The ism events go through the command ubus, whose failure is not seen: exit\n"
+     "code 0 stands for it, too. A command of more than 127 bytes is not run, which\n"
+     "only standard error tells of.",
      "tqctl fm notify ac-disconnect 192.0.2.1 5246 probable_cause=timeout", notify},
     {"set", "SETTING VALUE...", 2, 5, "changes a setting",
      "SETTING is one of\n"
