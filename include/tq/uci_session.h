@@ -26,6 +26,10 @@
  * ptr.p and ptr.s in them: the operations take it as it is, and committing and freeing are the
  * caller's.
  *
+ * uci_lookup_ptr of libuci may be used on a session's ptr: with the next operation the session is
+ * one on the section that was found. Between the two the file is neither saved nor freed, and the
+ * text that was looked up stays.
+ *
  * The files and sessions belong to one thread of the process; nothing here is locked. What the load
  * functions reject is said with each. The others log at LOG_ERR, in their own name, and return -1
  * or null: "incomplete param, option:nil" for a null option, "incomplete param, uctx:nil" for a

@@ -175,28 +175,36 @@ const uci_entry* row_of(const uci_config_ctx& session) {
     return row_of_context;
 }
 
-bool is_section_of(uci_package* package, const uci_section* section) {
+// What is in a list of libuci's begins with its element.
+bool is_in(uci_list* list, const void* item) {
     uci_element* element = nullptr;
-    uci_foreach_element(&package->sections, element) {
-        if (uci_to_section(element) == section) return true;
+    uci_foreach_element(list, element) {
+        if (element == item) return true;
     }
     return false;
 }
 
 // Whether the session has a section; the one that was selected before a save is found again. A new
 // package can be at the old one's address, with another section at the old section's: it is the
-// name that tells. What a caller has pointed the session to has no name of its own.
+// name that tells. What a caller has pointed the session to has no name of its own; what it has
+// looked up has one that is libuci's or its own, and is not to be used for longer than that.
 bool has_section(uci_config_ctx* session) {
-    const uci_entry* row = row_of(*session);
     uci_ptr& ptr = session->ptr;
     if (!ptr.s) return false;
+    const uci_entry* row = row_of(*session);
     if (!row) return true;
     if (!row->pkg || row->ctx != session->ctx) return false;
+    const bool looked_up = ptr.package != row->file;
+    // Another file's, which the caller has loaded into this one's context.
+    if (looked_up && ptr.p != row->pkg && is_in(&row->ctx->root, ptr.p)) return true;
     const char* name = ptr.last == &ptr.s->e ? ptr.section : nullptr;
     use_package(session, *row);
-    if (is_section_of(row->pkg, ptr.s) && (!name || strcmp(name, ptr.s->e.name) == 0)) return true;
+    if (is_in(&row->pkg->sections, ptr.s) && (!name || strcmp(name, ptr.s->e.name) == 0)) {
+        if (looked_up) select_section(session, ptr.s);
+        return true;
+    }
     ptr.s = nullptr;
-    if (!name) return false;
+    if (!name || looked_up) return false;
     uci_element* found = uci_find_element(row->ctx, &row->pkg->sections, name);
     if (found) select_section(session, uci_to_section(found));
     return found != nullptr;

@@ -25,12 +25,14 @@
 #include "support/device.h"
 #include "support/faults.h"
 #include "support/log_capture.h"
+#include "tq/uci_path.h"
 #include "uci/store.h"
 #include "uci/uci_calls.h"
 #include "uci/uci_session_layout.h"
 
 namespace {
 
+using testing::AnyOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -786,6 +788,49 @@ TEST_F(UciSessionTest, FollowsACallerThatLooksASectionUp) {
     EXPECT_EQ(text(get_uci_config(&session, "channel")), "36");
     EXPECT_EQ(free_uci_config(UCI_CONFIG_WIRELESS), 0);
     EXPECT_EQ(get_uci_config(&session, "channel"), nullptr);
+}
+
+// libuci's look-up by place gives the name in the package, which a save replaces; the one by name
+// gives the caller's own text, and the one of an option says nothing of the section.
+TEST_F(UciSessionTest, KeepsASectionThatACallerHasLookedUp) {
+    for (const char* text_of_path :
+         {"wireless.radio1", "wireless.@wifi-device[1]", "wireless.radio1.channel"}) {
+        SCOPED_TRACE(text_of_path);
+        uci_config_ctx session = radio0();
+        std::string path = text_of_path;
+        ASSERT_EQ(uci_lookup_ptr(session.ctx, &session.ptr, path.data(), true), UCI_OK);
+        EXPECT_EQ(set_uci_config(&session, "fresh", text_of_path), 0);
+        path.assign(path.size(), 'x');
+        for (const char* value : {"36", "40"}) {
+            EXPECT_EQ(save_uci_config(UCI_CONFIG_WIRELESS, nullptr, 0), 0);
+            ASSERT_EQ(set_uci_config(&session, "channel", value), 0);
+            EXPECT_STREQ(session.ptr.s->e.name, "radio1");
+        }
+        EXPECT_EQ(free_uci_config(UCI_CONFIG_ALL), 0);
+    }
+}
+
+// Unless the new package came to be where the old one was.
+TEST_F(UciSessionTest, EndsWithALookUpThatASaveHasEnded) {
+    uci_config_ctx session = radio0();
+    char path[] = "wireless.@wifi-device[1]";
+    ASSERT_EQ(uci_lookup_ptr(session.ctx, &session.ptr, path, true), UCI_OK);
+    EXPECT_EQ(set_uci_option(session.ctx, "wireless.radio1.channel=36"), 0);
+    EXPECT_EQ(save_uci_config(UCI_CONFIG_WIRELESS, nullptr, 0), 0);
+    EXPECT_THAT(text(get_uci_config(&session, "channel")), AnyOf("(null)", "36"));
+}
+
+TEST_F(UciSessionTest, TakesAnotherFileInItsContextForThatFile) {
+    write_file("/etc/config/dhcp", "config dhcp 'lan'\n\toption a '1'\n");
+    write_file("/etc/config/network", "config interface 'lan'\n\toption a '2'\n");
+    uci_config_ctx session{};
+    ASSERT_EQ(load_named_section(UCI_CONFIG_DHCP, &session, "lan"), 0);
+    char path[] = "network.lan";
+    ASSERT_EQ(uci_lookup_ptr(session.ctx, &session.ptr, path, false), UCI_OK);
+    EXPECT_EQ(text(get_uci_config(&session, "a")), "2");
+    EXPECT_EQ(set_uci_config(&session, "a", "3"), 0);
+    EXPECT_EQ(staged("dhcp"), "");
+    EXPECT_EQ(staged("network"), "network.lan.a='3'\n");
 }
 
 // get_uci_config
