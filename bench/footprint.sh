@@ -35,10 +35,10 @@ Bytes of `libtq.so` for the access point's machine: 32-bit little-endian MIPS, M
 needs more raises it there, in a commit that says why.
 
 What a function costs on this machine before it does anything: 20 to 24 bytes to find the library's addresses, where it uses
-any; 12 a call that leaves the library or its source, 8 to another of its sources; 8 for the address of a text or a table; about
-30 a log line, besides its text. 419 exported names take 27 KB in any build: their texts, their entries and what the loader
-finds them by. MIPS16e takes a third off the code of the plain instruction set; link-time optimization takes nothing more off
-it.
+any; 12 a call that leaves the library or stays in its source, 8 one to another of its sources; 8 for the address of a text or
+a table; about 30 a log line, besides its text. 419 exported names take 27 KB in any build: their texts, their entries and what
+the loader finds them by. MIPS16e takes a third off the code of the plain instruction set; link-time optimization takes nothing
+more off it.
 
 The aim is 98304 bytes, 96 KiB. What is too much is spread over all of them: no source takes more than 6 KB.
 
