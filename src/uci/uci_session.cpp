@@ -186,8 +186,8 @@ bool is_in(uci_list* list, const void* item) {
 
 // Whether the session has a section; the one that was selected before a save is found again. A new
 // package can be at the old one's address, with another section at the old section's: it is the
-// name that tells. What a caller has pointed the session to has no name of its own; what it has
-// looked up has one that is libuci's or its own, and is not to be used for longer than that.
+// name that tells. What a caller has pointed the session to has no name of its own; the name of
+// what it has looked up is in the package or in its own text, and is replaced by one that stays.
 bool has_section(uci_config_ctx* session) {
     uci_ptr& ptr = session->ptr;
     if (!ptr.s) return false;
