@@ -281,8 +281,12 @@ bool can_be_staged(const uci_ptr& target) {
 
 using Change = int (*)(uci_context*, uci_ptr*);
 
+// The caller's value may be the option's own text, which libuci frees before it stages the value.
 bool write_and_stage(const uci_config_ctx* session, uci_ptr& target, Change change) {
-    return can_be_staged(target) && change(session->ctx, &target) == UCI_OK &&
+    if (!can_be_staged(target)) return false;
+    const HeapText copy(strdup(target.value));
+    target.value = copy.get();
+    return copy && change(session->ctx, &target) == UCI_OK &&
            uci_save(session->ctx, session->ptr.p) == UCI_OK;
 }
 
