@@ -1547,6 +1547,22 @@ TEST_F(SaveUciConfig, LetsASessionFindItsSectionByItsName) {
     }
 }
 
+TEST_F(SaveUciConfig, LetsASessionLeaveASectionThatHasAnotherName) {
+    uci_config_ctx session = session_on(UCI_CONFIG_WIRELESS, "office_radio0");
+    const uci_section* old = session.ptr.s;
+    // As where a save has put another section at the old one's address.
+    for (const char* names :
+         {"wireless.office_radio0=elsewhere", "wireless.test_radio1=office_radio0"}) {
+        std::string path = names;
+        uci_ptr ptr{};
+        ASSERT_EQ(uci_lookup_ptr(session.ctx, &ptr, path.data(), true), UCI_OK);
+        ASSERT_EQ(uci_rename(session.ctx, &ptr), UCI_OK);
+    }
+    EXPECT_EQ(text(get_uci_config(&session, "ifname")), "ath17");
+    EXPECT_NE(session.ptr.s, old);
+    EXPECT_STREQ(session.ptr.s->e.name, "office_radio0");
+}
+
 TEST_F(SaveUciConfig, EndsASessionWhoseSectionIsGone) {
     uci_config_ctx session = session_on(UCI_CONFIG_WIRELESS, "office_radio0");
     EXPECT_EQ(uci("delete wireless.office_radio0 && uci commit wireless").status, 0);
