@@ -21,7 +21,7 @@ void take_level(syslog_process& process) {
     snprintf(path, sizeof(path), "/tmp/.loglvl.%s", process.tag);
     const File file(fopen(path, "re"));
     char digits[16] = "";
-    if (!file || fscanf(file.get(), "%*s %15s", digits) != 1) return;
+    if (!file || fscanf(file.get(), "%*s %15[-0-9]", digits) != 1) return;
     const auto level = parse_number(digits, INT32_MIN, INT32_MAX);
     if (level) process.level = static_cast<uint32_t>(*level);
 }
