@@ -54,17 +54,16 @@ TQ_API int tq_genl_send(int family_id, struct nl_sock *sock, unsigned char cmd, 
                         int len);
 
 /* Receives a message of the family and copies the first attribute's payload, cut at size bytes,
- * into msg->data; msg->type becomes the command. Other attributes are not looked at. What
- * comes without an attribute, or with one shorter than its own header, has no payload; none is
- * longer than TQ_GENL_PAYLOAD_MAX. A message of more than 5020 bytes is received cut, and so
- * refused. The bytes copied, also in msg->len. -1 with *msg and its buffer untouched when an
- * argument is null or size is 0 ("%s:arguments is null" with the function's name), or when
- * receiving fails: then
- * "%s:genl_rcv_msg error" at LOG_WARNING follows the reason, which is logged in the name of
- * genl_rcv_msg: "invalid parameters, len = %d" for a size that is negative as an integer, "recv
- * fail, ret = %d, errno = %d, err info:%s", "msg.nlh.nlmsg_type = %d, NLMSG_ERROR = %d,
- * NLMSG_OK((&msg.nlh), ret) = %d" for an error message and for one that is cut or lies about its
- * length, "msg.nlh.nlmsg_type = %d, family_id = %d" for another family's. */
+ * into msg->data; msg->type becomes the command. Other attributes are not looked at. What comes
+ * without an attribute, or with one shorter than its own header, has no payload; none is longer
+ * than TQ_GENL_PAYLOAD_MAX. A message of more than 5020 bytes is received cut, and so refused.
+ * The bytes copied, also in msg->len. -1 with *msg and its buffer untouched when an argument is
+ * null or size is 0 ("%s:arguments is null" with the function's name), or when receiving fails:
+ * then "%s:genl_rcv_msg error" at LOG_WARNING follows the reason, which is logged in the name
+ * of genl_rcv_msg: "invalid parameters, len = %d" for a size that is negative as an integer,
+ * "recv fail, ret = %d, errno = %d, err info:%s", "msg.nlh.nlmsg_type = %d, NLMSG_ERROR = %d,
+ * NLMSG_OK((&msg.nlh), ret) = %d" for an error message and for one that is cut or lies about
+ * its length, "msg.nlh.nlmsg_type = %d, family_id = %d" for another family's. */
 TQ_API int tq_genl_recv(int family_id, struct nl_sock *sock, netlink_msg *msg, size_t size);
 
 /* Connects as tq_genl_connect does, and sends command 1 with the payload "Hello", its terminator
