@@ -281,12 +281,8 @@ bool can_be_staged(const uci_ptr& target) {
 
 using Change = int (*)(uci_context*, uci_ptr*);
 
-// The caller's value may be the option's own text, which libuci frees before it stages the value.
 bool write_and_stage(const uci_config_ctx* session, uci_ptr& target, Change change) {
-    if (!can_be_staged(target)) return false;
-    const HeapText copy(strdup(target.value));
-    target.value = copy.get();
-    return copy && change(session->ctx, &target) == UCI_OK &&
+    return can_be_staged(target) && change(session->ctx, &target) == UCI_OK &&
            uci_save(session->ctx, session->ptr.p) == UCI_OK;
 }
 
@@ -419,12 +415,15 @@ int set_uci_config(uci_config_ctx* session, const char* option, const char* valu
         TQ_LOG(LOG_DEBUG, "uci value '%s' of option '%s' is no change\n", value, option);
         return 1;
     }
-    if (!write_and_stage(session, target, change)) {
-        return TQ_FAIL("%s uci value '%s' for option '%s' failed\n", attempt, value, option);
+    // The caller's may be the option's own texts, which libuci replaces before it stages them.
+    const HeapText copy(strdup(value));
+    if (copy) target.value = copy.get();
+    if (!copy || !write_and_stage(session, target, change)) {
+        return TQ_FAIL("%s uci value '%s' for option '%s' failed\n", attempt, target.value,
+                       target.option);
     }
-    // The option's own texts: the caller's may have been those that were replaced.
-    TQ_LOG(LOG_DEBUG, "%s uci value '%s' for option '%s' success\n", success,
-           is_list(target) ? value : target.o->v.string, target.o->e.name);
+    TQ_LOG(LOG_DEBUG, "%s uci value '%s' for option '%s' success\n", success, target.value,
+           target.o->e.name);
     return 0;
 }
 

@@ -232,6 +232,11 @@ TEST_F(TqctlLogTest, ShowLeavesALevelBeyond32BitsAlone) {
     EXPECT_THAT(tqctl("log show").out, HasSubstr(" 1 klogd           3 local5   0.0.0.0\n"));
 }
 
+TEST_F(TqctlLogTest, ShowReadsALevelInFrontOfOtherText) {
+    write_file("/tmp/.loglvl.kernel", "klogd 6abc\n");
+    EXPECT_THAT(tqctl("log show").out, HasSubstr(" 1 klogd           6 local5   0.0.0.0\n"));
+}
+
 TEST_F(TqctlLogTest, ShowSurvivesDamagedFiles) {
     write_file(kConfig, "!|kernel|\n!|" + std::string(5000, 'x') +
                             "|\nlocal5.*\t\t@999.1.1.1\nlocal5.*\t\t@\nlocal5.*\t\t&1 2\n"

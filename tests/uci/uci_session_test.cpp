@@ -1331,6 +1331,22 @@ TEST_F(UciSessionTest, SetsAnOptionToAPartOfItsOwnValue) {
                                   "change uci value '000' for option 'RTSThreshold' success\n")));
 }
 
+TEST_F(UciSessionTest, NamesTheValueThatCouldNotBeStagedWhereItWasTheOptionsOwn) {
+    mallopt(M_PERTURB, 0xff);  // what is freed does not stay as it was
+    uci_config_ctx session = radio0();
+    EXPECT_EQ(set_uci_config(&session, "RTSThreshold", "2000"), 0);
+    log_.take();
+    const uci_option* option = uci_lookup_option(session.ctx, session.ptr.s, "RTSThreshold");
+    {
+        const CallFails fail("uci_save");
+        EXPECT_EQ(set_uci_config(&session, option->e.name, option->v.string + 1), -1);
+    }
+    EXPECT_THAT(log_.take(),
+                ElementsAre(Error("set_uci_config",
+                                  "change uci value '000' for option 'RTSThreshold' failed\n")));
+    mallopt(M_PERTURB, 0);
+}
+
 TEST_F(UciSessionTest, DeletesOptionsByTheirOwnNames) {
     mallopt(M_PERTURB, 0xff);  // what is freed does not stay as it was
     uci_config_ctx session = radio0();
