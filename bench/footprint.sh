@@ -30,9 +30,9 @@ sections() {
 cat <<'END'
 # Footprint
 
-Bytes of `libtq.so` for the access point's machine: 32-bit little-endian MIPS, MIPS16e code, `-Os`, stripped. Made by
-`./run footprint`, which fails where a source, the object or its data outgrow [the budget](../bench/footprint.budget); whoever
-needs more raises it there, in a commit that says why.
+Bytes of `libtq.so` for the access point's machine: 32-bit little-endian MIPS, MIPS16e code, the C library musl, `-Os`,
+stripped. Made by `./run footprint`, which fails where a source, the object or its data outgrow
+[the budget](../bench/footprint.budget); whoever needs more raises it there, in a commit that says why.
 
 What a function costs on this machine before it does anything: 20 to 24 bytes to find the library's addresses, where it uses
 any; 12 a call that leaves the library or stays in its source, 8 one to another of its sources; 8 for the address of a text or
