@@ -146,6 +146,15 @@ TEST_F(TqctlIniTest, SetKeepsModeOwnerAndLinks) {
     EXPECT_TRUE(succeeds(ini("get", "Net:mtu"), "1400\n"));
 }
 
+TEST_F(TqctlIniTest, SetAndUnsetPutNoFileInTheWayOfADevice) {
+    run_command("ln -s /dev/null /tmp/device; mkfifo /tmp/fifo");
+    EXPECT_TRUE(fails(tqctl("ini set /tmp/device a:b c"), kRefused, "not a regular file"));
+    EXPECT_TRUE(fails(run_command("printf '[a]\nb=c\n' >/tmp/fifo & tqctl ini unset /tmp/fifo a:b"),
+                      kRefused, "not a regular file"));
+    EXPECT_EQ(run_command("stat -c %F /dev/null /tmp/fifo").out, "character special file\nfifo\n");
+    EXPECT_EQ(run_command("ls /tmp").out, "device\nfifo\ntest.ini\n");
+}
+
 TEST_F(TqctlIniTest, SetLeavesTheFileWhereTheDiskIsFull) {
     write_file("/etc/config/test.ini", kText);
     {

@@ -235,8 +235,14 @@ class Replacement {
     File stream_;
 };
 
-// Nothing takes the file's place but what reads back as the same.
+bool is_special(const char* path) {
+    struct stat status;
+    return stat(path, &status) == 0 && !S_ISREG(status.st_mode);
+}
+
+// Nothing takes the file's place but what reads back as the same, and that of a device nothing.
 ExitCode store(const Context& context, const char* path, const Ini& ini) {
+    if (is_special(path)) return context.fail(ExitCode::kRefused, "%s: not a regular file", path);
     Replacement file(path);
     if (!file.stream()) return context.fail_by_errno(path);
     write_ini(file.stream(), ini);
