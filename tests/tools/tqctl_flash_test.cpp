@@ -635,6 +635,7 @@ TEST_F(TqctlImage, SwitchAsksFirstAndGoesThereAndBack) {
             << answer;
     }
     EXPECT_TRUE(fails(run_command("tqctl image switch </dev/null"), kRefused, "not confirmed"));
+    EXPECT_TRUE(fails(run_command("echo yes | tqctl -q image switch"), kRefused, ""));
     EXPECT_EQ(block_in_flash(), boot_block(primary_next()));
     const CommandResult result = run_command("echo yes | tqctl image switch");
     EXPECT_EQ(result.status, kDone);

@@ -36,6 +36,7 @@ struct Context {
     const Family* family = nullptr;
     const Command* command = nullptr;
     Complaint* complaint = nullptr;  // where diagnostics go in place of standard error
+    bool is_quiet = false;           // standard error is silenced: nobody can be asked
 
     // Says what went wrong; the result is the code.
     __attribute__((format(printf, 3, 4))) ExitCode fail(ExitCode code, const char* format,

@@ -171,8 +171,9 @@ void print_difference(Context& context, const unsigned char* before) {
     if (context.output.is_json()) context.output.document(differences);
 }
 
-// Standard input answers; its end is a no.
-bool confirms(const char* image) {
+// Standard input answers; its end is a no, and so is it where the question cannot be seen.
+bool confirms(const Context& context, const char* image) {
+    if (context.is_quiet) return false;
     fprintf(stderr, "tqctl: image switch: start the %s image next time? [y/N] ", image);
     char answer[16] = "";
     if (!fgets(answer, sizeof(answer), stdin)) return false;
@@ -226,7 +227,7 @@ ExitCode switch_image(Context& context, Arguments arguments) {
         print_difference(context, before);
         return ExitCode::kDone;
     }
-    if (!options.yes && !confirms(rehearsed_image())) {
+    if (!options.yes && !confirms(context, rehearsed_image())) {
         return context.fail(ExitCode::kRefused, "not confirmed, nothing was changed");
     }
     return switch_now(context);
@@ -238,9 +239,10 @@ constexpr Command kCommands[] = {
      "loader's block, and whether fw_printenv marks them as usable.",
      "tqctl image status", status},
     {"switch", "[--yes] [--dry-run]", 0, 2, "starts the other image next time",
-     "Asks first, on standard error; --yes answers. With --dry-run it prints which\n"
-     "entries of the block would change and how, and changes nothing. The image that\n"
-     "is started next is printed when the block was written, read back and compared.",
+     "Asks first, on standard error; --yes answers, and -q without it is refused.\n"
+     "With --dry-run it prints which entries of the block would change and how, and\n"
+     "changes nothing. The image that is started next is printed when the block was\n"
+     "written, read back and compared.",
      "tqctl image switch --dry-run", switch_image},
     {"check", "", 0, 0, "prints which image is started next", "It is primary or backup.",
      "tqctl image check", check},

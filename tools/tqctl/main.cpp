@@ -35,7 +35,8 @@ void hold_standard_descriptors() {
     }
 }
 
-void silence_diagnostics() {
+void silence_diagnostics(Context& context) {
+    context.is_quiet = true;
     const int fd = open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (fd < 0) return;
     dup2(fd, STDERR_FILENO);
@@ -83,7 +84,7 @@ ExitCode run(Context& context, int argc, char** argv) {
                 context.output.use_json();
                 break;
             case 'q':
-                silence_diagnostics();
+                silence_diagnostics(context);
                 break;
             case 'h':
                 return tqctl::show_map(context);
