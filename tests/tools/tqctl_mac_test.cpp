@@ -24,9 +24,10 @@ TEST_F(TqctlMacTest, ShowListsTheAddressOfEachInterface) {
     EXPECT_EQ(member(json, "wlan7"), "62:00:5e:00:53:24");
 }
 
-TEST_F(TqctlMacTest, ShowSaysWhatTheBoardLeavesOut) {
+TEST_F(TqctlMacTest, EachSaysWhatTheBoardLeavesOut) {
     write_file("/etc/board.conf", "[board]\nid = 1\n");
     EXPECT_TRUE(fails(tqctl("mac show"), kRefused, "no base address"));
+    EXPECT_TRUE(fails(tqctl("mac ssid 1"), kRefused, "no base address"));
 }
 
 TEST_F(TqctlMacTest, SsidPrintsTheFactorysName) {

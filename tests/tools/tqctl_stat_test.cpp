@@ -150,6 +150,8 @@ TEST_F(TqctlStat, WhatCannotBeReadIsSaidAndTheRestShown) {
     EXPECT_THAT(tqctl("stat ports").out, testing::StartsWith("eth1.in_octets=11\n"));
     EXPECT_TRUE(parse(tqctl("-j stat all").out));
     EXPECT_EQ(tqctl("-j stat mem").out, "{}\n");
+    unlink("/etc/board.conf");
+    EXPECT_TRUE(fails(tqctl("stat ports"), kRefused, "not every figure can be read"));
 }
 
 // The live view

@@ -44,10 +44,13 @@ bool show_radio(Context& context, int radio) {
     return true;
 }
 
+ExitCode refuse_without_base(const Context& context) {
+    return context.fail(ExitCode::kRefused, "the board has no base address");
+}
+
 ExitCode show(Context& context, Arguments) {
     uint8_t mac[kMacSize];
-    if (get_wan_mac(mac, sizeof(mac)) < 0)
-        return context.fail(ExitCode::kRefused, "the board has no base address");
+    if (get_wan_mac(mac, sizeof(mac)) < 0) return refuse_without_base(context);
     show_address(context, "wan", mac);
     if (get_vlan_mac(mac, sizeof(mac)) == 0) show_address(context, "vlan", mac);
     show_lan(context);
@@ -62,6 +65,8 @@ ExitCode show(Context& context, Arguments) {
 ExitCode ssid(Context& context, Arguments arguments) {
     const std::optional<int64_t> number = take_number(context, arguments[0], "a number", 0, 999);
     if (!number) return ExitCode::kUsage;
+    uint8_t mac[kMacSize];
+    if (get_base_mac(mac, sizeof(mac)) < 0) return refuse_without_base(context);
     char name[33];
     get_default_ssid(name, sizeof(name), 0, static_cast<int>(*number));
     context.output.value("ssid", name);

@@ -106,8 +106,10 @@ ExitCode read_ports(const Json& figures) {
     // A driver or a service that does not tell more is nothing to complain of.
     const QuietLog quiet;
     const BusConnection bus;
-    ExitCode code = ExitCode::kDone;
-    for (int port = 0; port < tq_get_dev_if_count(); port++) {
+    // Negative where the board library does not answer.
+    const int count = tq_get_dev_if_count();
+    ExitCode code = count < 0 ? ExitCode::kRefused : ExitCode::kDone;
+    for (int port = 0; port < count; port++) {
         if_stats stats;
         const char* name = tq_get_eth_ifname(port);
         if (name && tq_get_if_statistics(port, &stats) == 0) {
