@@ -1,5 +1,6 @@
 // tqctl_status_test.cpp - the commands on the daemons' shared state and on the upgrade lock.
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <string>
@@ -71,9 +72,39 @@ TEST_F(TqctlStatusTest, CapwapStoresANumber) {
     EXPECT_TRUE(succeeds(tqctl("status capwap 3"), ""));
     EXPECT_TRUE(succeeds(tqctl("status capwap"), "3\n"));
     EXPECT_TRUE(succeeds(tqctl("-j status capwap"), "{\"capwap\":3}\n"));
-    EXPECT_TRUE(fails(tqctl("status capwap many"), kUsage, "not a number"));
+    // What -1 would read back as is nothing.
+    for (const char* number : {"many", "-1", "2147483648"})
+        EXPECT_TRUE(fails(tqctl(std::string("status capwap ") + number), kUsage, "not a number"));
     write_file("/etc/config/wtp", "");
-    EXPECT_TRUE(fails(tqctl("status capwap 3"), kInputOutput, "cannot be stored"));
+    EXPECT_TRUE(fails(tqctl("status capwap 3"), kRefused, "wtp: no section of type capwap"));
+}
+
+TEST_F(TqctlStatusTest, CapwapSaysWhatIsWrongWithTheFile) {
+    chmod("/etc/config/wtp", 0600);
+    EXPECT_TRUE(fails(run_command(kNobody + "tqctl status capwap"), kNotPermitted,
+                      "wtp: Permission denied"));
+    write_file("/etc/config/wtp", "config 'capwap\n");
+    EXPECT_TRUE(fails(tqctl("status capwap"), kDamaged, "wtp: the configuration file has"));
+    unlink("/etc/config/wtp");
+    EXPECT_TRUE(fails(tqctl("status capwap"), kRefused, "wtp: No such file"));
+    EXPECT_TRUE(fails(tqctl("status capwap 3"), kRefused, "wtp: No such file"));
+}
+
+TEST_F(TqctlStatusTest, CapwapStagesNothingThatCannotBeWritten) {
+    {
+        const ReadOnly locked("/etc/config");
+        EXPECT_TRUE(fails(tqctl("status capwap 3"), kInputOutput, "wtp: Read-only file system"));
+    }
+    EXPECT_EQ(run_command("uci changes").out, "");
+}
+
+TEST_F(TqctlStatusTest, SaysWhatMayNotBeRead) {
+    tqctl("status offline 1; tqctl status traffic down; tqctl status coredump 192.0.2.7");
+    run_command("chmod 600 /tmp/.offline.reason /tmp/.traffic* /usr/config/coredump_server");
+    for (const char* verb : {"offline", "traffic", "coredump"})
+        EXPECT_TRUE(fails(run_command(kNobody + "tqctl status " + verb), kNotPermitted,
+                          "Permission denied"))
+            << verb;
 }
 
 TEST_F(TqctlStatusTest, CoredumpStoresShowsAndForgetsTheServer) {

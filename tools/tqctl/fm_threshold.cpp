@@ -32,12 +32,9 @@ ExitCode show(Context& context, const Value& value, int module) {
     return ExitCode::kDone;
 }
 
-// Runs a change of the file.
 template <typename Change>
 ExitCode apply(const Context& context, Change change) {
-    if (const auto obstacle = obstacle_to_change(kFile)) return explain(context, kFile, *obstacle);
-    if (change() == 0) return ExitCode::kDone;
-    return explain(context, kFile, cause_of_failure(kFile, "the value cannot be written"));
+    return change_file(context, kFile, "the value cannot be written", change);
 }
 
 ExitCode show_or_set(Context& context, const Value& value, Arguments arguments) {

@@ -1,5 +1,6 @@
 // status.cpp - tqctl status: small pieces of state that the daemons share.
 #include <tq/status_file.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -8,28 +9,44 @@
 #include "families.h"
 #include "file.h"
 #include "number.h"
+#include "uci_store.h"
 
 namespace tqctl {
 
 namespace {
 
+constexpr char kOfflineFile[] = "/tmp/.offline.reason";
+constexpr char kTrafficFile[] = "/tmp/.traffic_statistics_upload";
+constexpr char kCoredumpFile[] = "/usr/config/coredump_server";
+constexpr char kCapwapFile[] = "wtp";
+
+// A file that is not there is an empty record: to the library, so is one that may not be read.
+bool is_readable(const char* path) {
+    return access(path, R_OK) == 0 || errno == ENOENT;
+}
+
+ExitCode refuse_empty(const Context& context, const char* path, const char* what) {
+    if (!is_readable(path)) return context.fail_by_errno(path);
+    return context.fail(ExitCode::kRefused, "%s", what);
+}
+
 ExitCode set_offline(const Context& context, const char* text) {
     const std::optional<int64_t> code = take_number(context, text, "a code", 1, 6);
     if (!code) return ExitCode::kUsage;
     // The library tells its log alone that it cannot.
-    const File record(fopen("/tmp/.offline.reason", "ae"));
-    if (!record) return context.fail_by_errno("offline reason");
+    const File record(fopen(kOfflineFile, "ae"));
+    if (!record) return context.fail_by_errno(kOfflineFile);
     tq_set_offline_reason(static_cast<int>(*code));
     offline_reason_info info{};
     if (tq_get_offline_reason(&info) == 0) return ExitCode::kDone;
-    return context.fail(ExitCode::kInputOutput, "offline reason: it could not be written");
+    return context.fail(ExitCode::kInputOutput, "%s: it could not be written", kOfflineFile);
 }
 
 ExitCode offline(Context& context, Arguments arguments) {
     if (!arguments.empty()) return set_offline(context, arguments[0]);
     offline_reason_info info{};
     if (tq_get_offline_reason(&info) != 0)
-        return context.fail(ExitCode::kRefused, "nothing is recorded");
+        return refuse_empty(context, kOfflineFile, "nothing is recorded");
     context.output.member("reason", info.reason);
     context.output.member("time", info.time);
     return ExitCode::kDone;
@@ -40,27 +57,29 @@ ExitCode set_traffic(const Context& context, const char* word) {
     if (!up && strcmp(word, "down") != 0)
         return context.misuse("'%s' is neither up nor down", word);
     if (set_traffic_upload_status(up ? word : nullptr) != 0)
-        return context.fail_by_errno("traffic upload");
+        return context.fail_by_errno(kTrafficFile);
     return ExitCode::kDone;
 }
 
 ExitCode traffic(Context& context, Arguments arguments) {
     if (!arguments.empty()) return set_traffic(context, arguments[0]);
+    if (!is_readable(kTrafficFile)) return context.fail_by_errno(kTrafficFile);
     context.output.value("traffic", get_traffic_upload_status() ? "down" : "up");
     return ExitCode::kDone;
 }
 
 ExitCode set_capwap(const Context& context, const char* text) {
-    const std::optional<int> status = take_int(context, text);
+    const std::optional<int64_t> status = take_number(context, text, "a number", 0, INT32_MAX);
     if (!status) return ExitCode::kUsage;
-    if (set_capwap_status_file(*status) == 0) return ExitCode::kDone;
-    return context.fail(ExitCode::kInputOutput, "the status cannot be stored");
+    return change_file(context, kCapwapFile, "no section of type capwap",
+                       [=] { return set_capwap_status_file(static_cast<int>(*status)); });
 }
 
 ExitCode capwap(Context& context, Arguments arguments) {
     if (!arguments.empty()) return set_capwap(context, arguments[0]);
     const int status = get_capwap_status_file();
-    if (status == -1) return context.fail(ExitCode::kRefused, "no status is stored");
+    if (status == -1)
+        return explain(context, kCapwapFile, cause_of_failure(kCapwapFile, "no status is stored"));
     context.output.value("capwap", status);
     return ExitCode::kDone;
 }
@@ -70,19 +89,19 @@ constexpr size_t kServerSize = 16;
 ExitCode set_coredump(const Context& context, const char* server) {
     if (!*server) {
         if (delete_coredump_server() == 0 || errno == ENOENT) return ExitCode::kDone;
-        return context.fail_by_errno("core-dump server");
+        return context.fail_by_errno(kCoredumpFile);
     }
     if (strlen(server) > kServerSize)
         return context.fail(ExitCode::kRefused, "a server is at most %zu bytes long", kServerSize);
     return save_coredump_server(server) == 0 ? ExitCode::kDone
-                                             : context.fail_by_errno("core-dump server");
+                                             : context.fail_by_errno(kCoredumpFile);
 }
 
 ExitCode coredump(Context& context, Arguments arguments) {
     if (!arguments.empty()) return set_coredump(context, arguments[0]);
     char server[kServerSize + 1] = "";
     if (get_coredump_server(server) != 0)
-        return context.fail(ExitCode::kRefused, "no server is stored");
+        return refuse_empty(context, kCoredumpFile, "no server is stored");
     context.output.value("coredump", server);
     return ExitCode::kDone;
 }
@@ -95,7 +114,8 @@ constexpr Command kCommands[] = {
     {"traffic", "[up|down]", 0, 1, "shows or records whether traffic statistics are uploaded",
      "What is not recorded counts as up.", "tqctl status traffic", traffic},
     {"capwap", "[NUMBER]", 0, 1, "shows or stores the state of the controller link",
-     "The option \"status\" of the first section of type capwap in the file wtp.",
+     "The option \"status\" of the first section of type capwap in the file wtp.\n"
+     "NUMBER is 0 or more.",
      "tqctl status capwap", capwap},
     {"coredump", "[SERVER]", 0, 1, "shows or stores the server that receives core dumps",
      "SERVER is at most 16 bytes long. An empty one forgets what is stored.",

@@ -97,13 +97,10 @@ const char* UciPath::split_section(char* section) {
     return nullptr;
 }
 
-// Runs a change of the file; its result is negative for a failure.
 template <typename Change>
 ExitCode apply(const Context& context, const char* file, Change change) {
-    if (const auto obstacle = obstacle_to_change(file)) return explain(context, file, *obstacle);
-    if (change() >= 0) return ExitCode::kDone;
-    constexpr char kRefusal[] = "refused: no such section, or a name that is not valid";
-    return explain(context, file, cause_of_failure(file, kRefusal));
+    return change_file(context, file, "refused: no such section, or a name that is not valid",
+                       change);
 }
 
 // get

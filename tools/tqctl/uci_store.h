@@ -40,6 +40,15 @@ ExitCode load_session(const Context& context, const uci_entry& entry, uci_config
 // file, a libuci that does not notice loses the old one.
 std::optional<Cause> obstacle_to_change(const char* file);
 
+// Runs a change of the file, negative for a failure; the refusal is what that means where nothing
+// is wrong with the file.
+template <typename Change>
+ExitCode change_file(const Context& context, const char* file, const char* refusal, Change change) {
+    if (const auto obstacle = obstacle_to_change(file)) return explain(context, file, *obstacle);
+    if (change() >= 0) return ExitCode::kDone;
+    return explain(context, file, cause_of_failure(file, refusal));
+}
+
 // Room for any value of the file, its terminator included.
 size_t value_room(const char* file);
 
