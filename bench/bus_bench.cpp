@@ -4,8 +4,6 @@
 #include <malloc.h>
 #include <tq/bus.h>
 
-#include <cstdio>
-
 #include "bus_device.h"
 #include "support.h"
 
@@ -53,13 +51,8 @@ void request_on_the_bare_client(benchmark::State& state) {
 }
 
 void request_by_command(benchmark::State& state) {
-    char line[256];
-    for (auto _ : state) {
-        FILE* pipe = popen("ubus call statistics get '{\"class_type\":2,\"name\":\"ath0\"}'", "r");
-        while (fgets(line, sizeof(line), pipe))
-            benchmark::DoNotOptimize(line);
-        pclose(pipe);
-    }
+    for (auto _ : state)
+        tq_bench::run_to_end("ubus call statistics get '{\"class_type\":2,\"name\":\"ath0\"}'");
 }
 
 size_t bytes_after(int requests) {

@@ -1,6 +1,7 @@
 #include "support.h"
 
 #include <atomic>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 
@@ -51,6 +52,19 @@ std::string config_text(int sections) {
         text += "\toption disabled '0'\n\n";
     }
     return text;
+}
+
+std::string next_value() {
+    static int number = 0;
+    return std::to_string(number++);
+}
+
+void run_to_end(const std::string& command) {
+    FILE* pipe = popen(command.c_str(), "r");
+    char line[256];
+    while (fgets(line, sizeof(line), pipe))
+        benchmark::DoNotOptimize(line);
+    pclose(pipe);
 }
 
 size_t allocations() {

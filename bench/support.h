@@ -13,6 +13,12 @@ void write_file(const std::string& path, const std::string& content);
 // A wireless-like configuration of that many sections of type "wifi-iface", named vap0, vap1, ...
 std::string config_text(int sections);
 
+// Another value each time: a write that changes nothing would cost less.
+std::string next_value();
+
+// Runs a command and reads what it prints, as one does that wants to know.
+void run_to_end(const std::string& command);
+
 // Heap allocations made by this process so far.
 size_t allocations();
 

@@ -19,14 +19,6 @@ void write_config(const benchmark::State& state) {
                          tq_bench::config_text(static_cast<int>(state.range(0))));
 }
 
-void run_to_end(const std::string& command) {
-    FILE* pipe = popen(command.c_str(), "r");
-    char line[256];
-    while (fgets(line, sizeof(line), pipe))
-        benchmark::DoNotOptimize(line);
-    pclose(pipe);
-}
-
 void get_option(benchmark::State& state) {
     write_config(state);
     const std::string section = middle_section(state);
@@ -59,13 +51,7 @@ void get_option_by_command(benchmark::State& state) {
     write_config(state);
     const std::string command = "uci get wireless." + middle_section(state) + ".ssid";
     for (auto _ : state)
-        run_to_end(command);
-}
-
-// Each iteration writes another value: a write that changes nothing would cost less.
-std::string next_value() {
-    static int number = 0;
-    return std::to_string(number++);
+        tq_bench::run_to_end(command);
 }
 
 void set_option(benchmark::State& state) {
@@ -73,7 +59,8 @@ void set_option(benchmark::State& state) {
     const std::string section = middle_section(state);
     const tq_bench::CountAllocations count(state);
     for (auto _ : state) {
-        uci_set_str_option_by_name("wireless", section.c_str(), "ssid", next_value().c_str());
+        uci_set_str_option_by_name("wireless", section.c_str(), "ssid",
+                                   tq_bench::next_value().c_str());
     }
 }
 
@@ -83,7 +70,7 @@ void set_option_on_libuci(benchmark::State& state) {
     const tq_bench::CountAllocations count(state);
     for (auto _ : state) {
         char copy[1024];
-        snprintf(copy, sizeof(copy), "%s%s", path.c_str(), next_value().c_str());
+        snprintf(copy, sizeof(copy), "%s%s", path.c_str(), tq_bench::next_value().c_str());
         uci_context* context = uci_alloc_context();
         uci_ptr target{};
         uci_lookup_ptr(context, &target, copy, true);
@@ -104,8 +91,8 @@ void set_option_by_command(benchmark::State& state) {
     write_config(state);
     const std::string path = "wireless." + middle_section(state) + ".ssid=";
     for (auto _ : state) {
-        run_to_end("uci set " + path + next_value());
-        run_to_end("uci commit wireless");
+        tq_bench::run_to_end("uci set " + path + tq_bench::next_value());
+        tq_bench::run_to_end("uci commit wireless");
     }
 }
 

@@ -3,8 +3,6 @@
 #include <tq/uci_path.h>
 #include <tq/uci_session.h>
 
-#include <cstdio>
-
 #include "support.h"
 
 namespace {
@@ -24,20 +22,6 @@ void write_config(const benchmark::State& state) {
                          text + "\n" + tq_bench::config_text(static_cast<int>(state.range(0))));
 }
 
-// Each iteration writes another value: a write that changes nothing would cost less.
-std::string next_value() {
-    static int number = 0;
-    return std::to_string(number++);
-}
-
-void run_to_end(const std::string& command) {
-    FILE* pipe = popen(command.c_str(), "r");
-    char line[256];
-    while (fgets(line, sizeof(line), pipe))
-        benchmark::DoNotOptimize(line);
-    pclose(pipe);
-}
-
 void require(benchmark::State& state, bool done) {
     if (!done) state.SkipWithError("a setting failed");
 }
@@ -47,7 +31,7 @@ void twelve_settings(benchmark::State& state) {
     write_config(state);
     const tq_bench::CountAllocations count(state);
     for (auto _ : state) {
-        const std::string value = next_value();
+        const std::string value = tq_bench::next_value();
         uci_config_ctx radio;
         bool done = load_named_section(UCI_CONFIG_WIRELESS, &radio, "radio0") == 0;
         for (const char* option : kOptions)
@@ -64,7 +48,7 @@ void twelve_settings_of_a_daemon(benchmark::State& state) {
     require(state, load_named_section(UCI_CONFIG_WIRELESS, &radio, "radio0") == 0);
     const tq_bench::CountAllocations count(state);
     for (auto _ : state) {
-        const std::string value = next_value();
+        const std::string value = tq_bench::next_value();
         bool done = true;
         for (const char* option : kOptions)
             done = set_uci_config(&radio, option, value.c_str()) == 0 && done;
@@ -77,7 +61,7 @@ void twelve_settings_by_path(benchmark::State& state) {
     write_config(state);
     const tq_bench::CountAllocations count(state);
     for (auto _ : state) {
-        const std::string value = next_value();
+        const std::string value = tq_bench::next_value();
         bool done = true;
         for (const char* option : kOptions) {
             done = uci_set_str_option_by_name("wireless", "radio0", option, value.c_str()) == 0 &&
@@ -90,10 +74,10 @@ void twelve_settings_by_path(benchmark::State& state) {
 void twelve_settings_by_command(benchmark::State& state) {
     write_config(state);
     for (auto _ : state) {
-        const std::string value = next_value();
+        const std::string value = tq_bench::next_value();
         for (const char* option : kOptions)
-            run_to_end("uci set wireless.radio0." + std::string(option) + "=" + value);
-        run_to_end("uci commit wireless");
+            tq_bench::run_to_end("uci set wireless.radio0." + std::string(option) + "=" + value);
+        tq_bench::run_to_end("uci commit wireless");
     }
 }
 
