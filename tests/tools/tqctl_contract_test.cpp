@@ -1,15 +1,10 @@
 // tqctl_contract_test.cpp - what holds for every command: data on standard output, diagnostics on
 // standard error, the documented exit codes, JSON that docs/tqctl.schema.json describes.
 #include <gmock/gmock.h>
-#include <linux/ethtool.h>
 #include <linux/netlink.h>
-#include <linux/sockios.h>
-#include <net/if.h>
-#include <sys/ioctl.h>
 
 #include <algorithm>
 #include <any>
-#include <atomic>
 #include <functional>
 #include <memory>
 #include <set>
@@ -21,6 +16,7 @@
 #include "eloop/ipc_server.h"
 #include "support/bus.h"
 #include "support/named_process.h"
+#include "tools/changing_features.h"
 #include "tools/tqctl.h"
 #include "tools/whole_device.h"
 
@@ -109,41 +105,6 @@ class Daemon {
 
   private:
     IpcServer server_{"fmd"};
-    std::thread thread_;
-};
-
-// An interface whose features change all the time, of which the kernel tells a multicast group.
-class ChangingFeatures {
-  public:
-    ChangingFeatures() {
-        run_command("ip link add tq0 type veth peer name tq1");
-        thread_ = std::thread([this] {
-            for (uint32_t on = 0; !ended_; on = !on) {
-                switch_feature(on);
-                usleep(1000);
-            }
-        });
-    }
-    ~ChangingFeatures() {
-        ended_ = true;
-        thread_.join();
-        run_command("ip link del tq0");
-    }
-    ChangingFeatures(const ChangingFeatures&) = delete;
-    ChangingFeatures& operator=(const ChangingFeatures&) = delete;
-
-  private:
-    static void switch_feature(uint32_t on) {
-        ethtool_value value = {.cmd = ETHTOOL_SGSO, .data = on};
-        ifreq request{};
-        snprintf(request.ifr_name, sizeof(request.ifr_name), "tq0");
-        request.ifr_data = reinterpret_cast<char*>(&value);
-        const int sock = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        ioctl(sock, SIOCETHTOOL, &request);
-        close(sock);
-    }
-
-    std::atomic<bool> ended_ = false;
     std::thread thread_;
 };
 

@@ -1,16 +1,13 @@
 // tqctl_netlink_test.cpp - tqctl netlink and genl, on the kernel's own protocols and families.
 #include <gmock/gmock.h>
-#include <linux/ethtool.h>
 #include <linux/ethtool_netlink.h>
-#include <linux/sockios.h>
-#include <net/if.h>
-#include <sys/ioctl.h>
 
 #include <atomic>
 #include <string>
 #include <thread>
 
 #include "eloop/netlink_support.h"
+#include "tools/changing_features.h"
 #include "tools/tqctl.h"
 
 namespace {
@@ -115,34 +112,12 @@ TEST_F(TqctlNetlink, GenlListenNeedsTheFamilyAndTheGroup) {
     EXPECT_TRUE(fails(tqctl("genl listen nlctrl nosuch"), kRefused, "nosuch: no such group\n"));
 }
 
-// Switches an offload of the interface.
-void switch_feature(bool on) {
-    ethtool_value value = {.cmd = ETHTOOL_SGSO, .data = on};
-    ifreq request{};
-    snprintf(request.ifr_name, sizeof(request.ifr_name), "tq0");
-    request.ifr_data = reinterpret_cast<char*>(&value);
-    const int sock = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    ioctl(sock, SIOCETHTOOL, &request);
-    close(sock);
-}
-
-// The kernel tells the group "monitor" of changes to an interface's features.
 TEST_F(TqctlNetlink, GenlListenPrintsTheGroupsMessages) {
     TQ_NEEDS_NETLINK(NETLINK_GENERIC);
     if (tqctl("genl family ethtool").status != kDone) GTEST_SKIP() << "no family ethtool";
-    ASSERT_EQ(run_command("ip link add tq0 type veth peer name tq1").status, 0);
-    std::atomic<bool> ended = false;
-    std::thread changes([&] {
-        for (bool on = false; !ended; on = !on) {
-            switch_feature(on);
-            usleep(1000);
-        }
-    });
+    const ChangingFeatures features;
     const CommandResult text = tqctl("genl listen ethtool monitor 1");
     const CommandResult json = tqctl("-j genl listen ethtool monitor 1");
-    ended = true;
-    changes.join();
-    EXPECT_EQ(run_command("ip link del tq0").status, 0);
     // The first attribute nests the interface's index and name.
     const std::string command = std::to_string(ETHTOOL_MSG_FEATURES_NTF);
     EXPECT_THAT(text.out, MatchesRegex(command + " 16 08000100[0-9a-f]+74713000\n"));
