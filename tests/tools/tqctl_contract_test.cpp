@@ -170,6 +170,7 @@ const std::vector<Case> kCases = {
     ends("mac ssid", "x", kUsage),
     prints("selftest", "").in(kDeviceWorld),
     ends("selftest", "", kDamaged).still_printing(),
+    ends("selftest", "", kRefused).still_printing().after(kNoBoard),
 
     prints("if list", ""),
     ends("if list", "x", kUsage),

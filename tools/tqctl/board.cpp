@@ -26,6 +26,11 @@ Json text_if_any(const char* text) {
     return *text ? json_text(text) : nullptr;
 }
 
+// A negative count is no answer.
+Json count_if_any(int count) {
+    return count < 0 ? nullptr : json_number(count);
+}
+
 Json wan_fact(GetWanFact get) {
     Fact fact;
     return get(fact.text) == 0 ? text_if_any(fact.text) : nullptr;
@@ -51,14 +56,16 @@ const char* forward_mode() {
 
 Json describe_board() {
     Json object(json_object_new_object());
+    int radios = -1;
+    bbi_radio_count(&radios);
     Fact model;
     get_ap_modelname(model.text, sizeof(model.text));
     json_add(object.get(), "model", text_if_any(model.text));
     json_add(object.get(), "mode", json_text(tq_get_apmode() == 0 ? "fat" : "managed"));
     json_add(object.get(), "forward", json_text(forward_mode()));
-    json_add(object.get(), "radios", json_number(bbi_radio_count_ret()));
-    json_add(object.get(), "ports", json_number(tq_get_dev_if_count()));
-    json_add(object.get(), "lan_ports", json_number(tq_get_dev_lan_count()));
+    json_add(object.get(), "radios", count_if_any(radios));
+    json_add(object.get(), "ports", count_if_any(tq_get_dev_if_count()));
+    json_add(object.get(), "lan_ports", count_if_any(tq_get_dev_lan_count()));
     json_add(object.get(), "wan_name", wan_fact(get_wan_if_name));
     json_add(object.get(), "wan_label", wan_fact(get_wan_if_label));
     json_add(object.get(), "wan_port", wan_fact(get_wan_if_port));
