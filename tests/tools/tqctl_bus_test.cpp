@@ -209,7 +209,8 @@ TEST_F(TqctlFm, SetChangesTheSettings) {
 TEST_F(TqctlFm, RefusesWhatItDoesNotKnow) {
     for (const char* arguments :
          {"notify", "notify nothing", "notify ac-connect", "notify ac-connect a x",
-          "notify ac-connect a 1 2", "notify ac-disconnect a 1", "notify ac-disconnect a 1 cause",
+          "notify ac-connect a 0", "notify ism-upload a 65536", "notify ac-connect a 1 2",
+          "notify ac-disconnect a 1", "notify ac-disconnect a 1 cause",
           "notify ac-disconnect a x probable_cause=c", "notify reload-wifi now", "set action",
           "set nothing 1", "set action x", "set action 2147483648", "set action 1 2",
           "set threshold 1", "set threshold 1 x", "set wifi-down-cause 1 2 3"}) {

@@ -50,7 +50,7 @@ ExitCode send_event(const Context& context, const Event& event, Arguments words)
     if (words.size() != (is_loss ? 3U : 2U))
         return context.misuse("%s are needed",
                               is_loss ? "ADDRESS, PORT and a CAUSE" : "ADDRESS and PORT");
-    const std::optional<int> port = take_int(context, words[1]);
+    const std::optional<uint16_t> port = take_port(context, words[1]);
     if (!port) return ExitCode::kUsage;
     const char* probable = after(kProbable, words.back());
     const char* specific = after(kSpecific, words.back());

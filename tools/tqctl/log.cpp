@@ -181,11 +181,11 @@ ExitCode start_trace(const Context& context, Arguments arguments) {
     wcd_trace_settings trace{};
     trace.enable = 1;
     trace.host_name = arguments[0];
-    const std::optional<int64_t> port = take_number(context, arguments[1], "a port", 1, UINT16_MAX);
+    const std::optional<uint16_t> port = take_port(context, arguments[1]);
     if (!port) return ExitCode::kUsage;
     if (!parse_level(arguments[2], level))
         return context.misuse("'%s' is not a level from 0 (emerg) to 7 (debug)", arguments[2]);
-    trace.port = static_cast<uint16_t>(*port);
+    trace.port = *port;
     trace.level = level;
     if (arguments.size() == 4 && !parse_identifier(arguments[3], trace.id))
         return context.misuse("'%s' is not an identifier", arguments[3]);

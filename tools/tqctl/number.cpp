@@ -48,4 +48,8 @@ std::optional<int> take_int(const Context& context, const char* argument) {
     return narrow<int>(take_number(context, argument, kNumber, INT32_MIN, INT32_MAX));
 }
 
+std::optional<uint16_t> take_port(const Context& context, const char* argument) {
+    return narrow<uint16_t>(take_number(context, argument, "a port", 1, UINT16_MAX));
+}
+
 }  // namespace tqctl

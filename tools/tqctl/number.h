@@ -17,5 +17,6 @@ std::optional<int64_t> take_number(const Context& context, const char* argument,
                                    int64_t least, int64_t most);
 std::optional<uint32_t> take_u32(const Context& context, const char* argument);
 std::optional<int> take_int(const Context& context, const char* argument);
+std::optional<uint16_t> take_port(const Context& context, const char* argument);
 
 }  // namespace tqctl

@@ -276,7 +276,8 @@ constexpr Command kCommands[] = {
      "tqctl uci set wireless.radio0.channel=36", set},
     {"add", "FILE TYPE [NAME]", 2, 3, "adds a section",
      "Without a NAME the section is anonymous, and its index among those of its TYPE\n"
-     "is printed. A named section that exists keeps its options.",
+     "is printed. A named section that exists becomes one of TYPE and keeps its\n"
+     "options.",
      "tqctl uci add firewall rule", add},
     {"del", "PATH", 1, 1, "deletes an option or a section",
      "What does not exist counts as deleted; the file must exist.",

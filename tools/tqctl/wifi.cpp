@@ -218,12 +218,12 @@ ExitCode write_radius(const Context& context, uci_config_ctx* session, Arguments
     in_addr address{};
     if (inet_pton(AF_INET, values[0], &address) != 1)
         return context.misuse("%s: not an IPv4 address", values[0]);
-    const std::optional<int64_t> port = take_number(context, values[1], "a port", 1, UINT16_MAX);
+    const std::optional<uint16_t> port = take_port(context, values[1]);
     if (!port) return ExitCode::kUsage;
     const Secret secret(values[2]);
     if (secret.problem()) return context.misuse("the secret is %s", secret.problem());
     HeapText copy(strdup(secret.c_str()));
-    const wifi_radius_server server{ntohl(address.s_addr), static_cast<int32_t>(*port), copy.get()};
+    const wifi_radius_server server{ntohl(address.s_addr), *port, copy.get()};
     result = wifi_set_auth_radius_server(session, &server);
     return ExitCode::kDone;
 }
