@@ -207,6 +207,21 @@ TEST_F(TqctlLogTest, SaysThatTheConfigurationCannotBeWritten) {
 
 // log show
 
+// The library would cut the files, and not tell.
+TEST_F(TqctlLogTest, LeavesTheConfigurationWhereTheDiskIsFull) {
+    EXPECT_EQ(tqctl("log server all 192.0.2.7").status, kDone);
+    const std::string before = read_file(kConfig);
+    for (const char* directory : {"/etc", "/tmp"}) {
+        const FullDisk full(directory);
+        for (const char* command : {"server off", "size 4096", "trace 192.0.2.7 5140 debug"})
+            EXPECT_TRUE(fails(tqctl(std::string("log ") + command), kInputOutput,
+                              std::string(directory) + ": No space left on device"))
+                << command;
+        EXPECT_EQ(read_file(kConfig), before);
+        EXPECT_EQ(read_file("/tmp/syslogserver"), "on logging");
+    }
+}
+
 TEST_F(TqctlLogTest, ShowListsTheTable) {
     const CommandResult result = tqctl("log show");
     EXPECT_EQ(result.status, kDone);

@@ -64,6 +64,9 @@ TEST_F(TqctlStatusTest, TrafficSaysWhyItCannotRecord) {
     tqctl("status traffic up");
     EXPECT_TRUE(fails(run_command(kNobody + "tqctl status traffic down"), kNotPermitted,
                       "Permission denied"));
+    unlink("/tmp/.traffic_statistics_upload");
+    const FullDisk full("/tmp");
+    EXPECT_TRUE(fails(tqctl("status traffic down"), kInputOutput, "it could not be written"));
 }
 
 TEST_F(TqctlStatusTest, CapwapStoresANumber) {

@@ -1,8 +1,11 @@
-// file.h - owners of streams and descriptors.
+// file.h - owners of streams and descriptors, and the room for files.
 #pragma once
 
+#include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 
@@ -12,6 +15,13 @@ struct CloseFile {
     void operator()(FILE* file) const { fclose(file); }
 };
 using File = std::unique_ptr<FILE, CloseFile>;
+
+// A file system of no stated size, a ramfs for one, has no end.
+inline bool is_full(const char* directory, size_t needed) {
+    struct statvfs space {};
+    if (statvfs(directory, &space) != 0 || space.f_blocks == 0) return false;
+    return uint64_t{space.f_bavail} * space.f_frsize < needed;
+}
 
 class UniqueFd {
   public:

@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "families.h"
+#include "file.h"
 #include "log_state.h"
 #include "number.h"
 #include "process.h"
@@ -57,12 +58,20 @@ bool is_meant(const syslog_process& process, uint32_t id) {
     return id == SYSLOG_ALL_PROCESSES || process.id == id;
 }
 
-// The library is silent where the file cannot be opened, and logs each trace block that it writes
+// What the library writes of it is less.
+constexpr size_t kLongestConfig = 16384;
+
+// The library is silent where a file cannot be written, and logs each trace block that it writes
 // like an error: from here on its lines are not for the terminal.
 ExitCode prepare_config_file(const Context& context) {
     const bool can_write =
         access(kConfigFile, W_OK) == 0 || (errno == ENOENT && access("/etc", W_OK) == 0);
     if (!can_write) return context.fail_by_errno(kConfigFile);
+    for (const char* directory : {"/etc", "/tmp"}) {
+        if (!is_full(directory, kLongestConfig)) continue;
+        errno = ENOSPC;
+        return context.fail_by_errno(directory);
+    }
     openlog("tqctl", 0, LOG_USER);
     return ExitCode::kDone;
 }

@@ -30,6 +30,11 @@ ExitCode refuse_empty(const Context& context, const char* path, const char* what
     return context.fail(ExitCode::kRefused, "%s", what);
 }
 
+// The library does not tell what a full file system has not taken.
+ExitCode refuse_lost(const Context& context, const char* path) {
+    return context.fail(ExitCode::kInputOutput, "%s: it could not be written", path);
+}
+
 ExitCode set_offline(const Context& context, const char* text) {
     const std::optional<int64_t> code = take_number(context, text, "a code", 1, 6);
     if (!code) return ExitCode::kUsage;
@@ -39,7 +44,7 @@ ExitCode set_offline(const Context& context, const char* text) {
     tq_set_offline_reason(static_cast<int>(*code));
     offline_reason_info info{};
     if (tq_get_offline_reason(&info) == 0) return ExitCode::kDone;
-    return context.fail(ExitCode::kInputOutput, "%s: it could not be written", kOfflineFile);
+    return refuse_lost(context, kOfflineFile);
 }
 
 ExitCode offline(Context& context, Arguments arguments) {
@@ -52,19 +57,23 @@ ExitCode offline(Context& context, Arguments arguments) {
     return ExitCode::kDone;
 }
 
+bool is_traffic_up() {
+    return get_traffic_upload_status() == 0;
+}
+
 ExitCode set_traffic(const Context& context, const char* word) {
     const bool up = strcmp(word, "up") == 0;
     if (!up && strcmp(word, "down") != 0)
         return context.misuse("'%s' is neither up nor down", word);
     if (set_traffic_upload_status(up ? word : nullptr) != 0)
         return context.fail_by_errno(kTrafficFile);
-    return ExitCode::kDone;
+    return is_traffic_up() == up ? ExitCode::kDone : refuse_lost(context, kTrafficFile);
 }
 
 ExitCode traffic(Context& context, Arguments arguments) {
     if (!arguments.empty()) return set_traffic(context, arguments[0]);
     if (!is_readable(kTrafficFile)) return context.fail_by_errno(kTrafficFile);
-    context.output.value("traffic", get_traffic_upload_status() ? "down" : "up");
+    context.output.value("traffic", is_traffic_up() ? "up" : "down");
     return ExitCode::kDone;
 }
 

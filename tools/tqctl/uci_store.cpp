@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <uci.h>
 #include <unistd.h>
 
@@ -59,13 +58,6 @@ bool loads(const char* file) {
 
 Cause cause_of_error(int error) {
     return {exit_code_of(error), strerror(error)};
-}
-
-// A file system of no stated size, a ramfs for one, has no end.
-bool is_full(const char* directory, size_t needed) {
-    struct statvfs space {};
-    if (statvfs(directory, &space) != 0 || space.f_blocks == 0) return false;
-    return uint64_t{space.f_bavail} * space.f_frsize < needed;
 }
 
 std::optional<Cause> obstacle_to_new_file(const char* directory, size_t size) {
