@@ -231,7 +231,8 @@ constexpr Command kCommands[] = {
     {"save", "[--commit2] [FILE...]", 0, 17, "commits what is staged",
      "What 'uci set' and others have staged in /tmp/.uci is written to the files, by\n"
      "default to all that are there. With --commit2 the firmware's command\n"
-     "'uci commit2 FILE' is run for each file that was saved.",
+     "'uci commit2 FILE' is run for each file that was saved; its failure is not\n"
+     "seen.",
      "tqctl config save wireless network", save},
 };
 static_assert(is_complete(kCommands));
