@@ -800,9 +800,10 @@ TEST_F(TqctlSerial, IsNotStoredInAnEntryOfAnotherType) {
     EXPECT_EQ(block_in_flash(), block);
 }
 
-TEST_F(TqctlSerial, ThatIsTooLongIsRefused) {
-    const std::string block = boot_block("");
+TEST_F(TqctlSerial, ThatIsEmptyOrTooLongIsRefused) {
+    const std::string block = boot_block(string_entry("serial_number", "A1"));
     put_block(block);
+    EXPECT_TRUE(fails(tqctl("sn set ''"), kUsage, "tqctl: sn set: the serial number is empty\n"));
     EXPECT_TRUE(fails(tqctl("sn set " + std::string(128, 's')), kRefused,
                       "a serial number is at most 127 bytes long"));
     EXPECT_EQ(block_in_flash(), block);

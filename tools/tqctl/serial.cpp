@@ -23,6 +23,8 @@ ExitCode get(Context& context, Arguments) {
 }
 
 ExitCode set(Context& context, Arguments arguments) {
+    // A script's unset variable must not take the unit its number.
+    if (!*arguments[0]) return context.misuse("the serial number is empty");
     if (strlen(arguments[0]) > kLongestText) {
         return context.fail(ExitCode::kRefused, "a serial number is at most %zu bytes long",
                             kLongestText);
@@ -51,7 +53,7 @@ constexpr Command kCommands[] = {
     {"get", "", 0, 0, "prints the serial number", "Up to 128 bytes, as they are stored.",
      "tqctl sn get", get},
     {"set", "TEXT", 1, 1, "stores the serial number",
-     "At most 127 bytes. It is written at once, read back and compared.", "tqctl sn set A1B2C3D4",
+     "From 1 to 127 bytes. It is written at once, read back and compared.", "tqctl sn set A1B2C3D4",
      set},
 };
 static_assert(is_complete(kCommands));
