@@ -317,11 +317,12 @@ void run_commit2(const char* caller, const uci_entry& row) {
 }
 
 int free_row(const char* caller, uci_entry& row) {
-    if (row.pkg && uci_save(row.ctx, row.pkg) != UCI_OK) {
-        return TQ_FAIL_IN(caller, "uci_save %s fail\n", row.file);
+    int result = 0;
+    if (is_loaded(row) && uci_save(row.ctx, row.pkg) != UCI_OK) {
+        result = TQ_FAIL_IN(caller, "uci_save %s fail\n", row.file);
     }
     if (row.ctx) clear(row);
-    return 0;
+    return result;
 }
 
 }  // namespace
@@ -487,13 +488,11 @@ int save_uci_config(int id, const int* commit2, int count) {
 }
 
 int free_uci_config(int id) {
-    if (id != UCI_CONFIG_ALL) {
-        uci_entry* row = find_row(id);
-        return row ? free_row(__func__, *row) : TQ_FAIL("unspport uci entry %d\n", id);
-    }
+    if (id < 0 || id > UCI_CONFIG_ALL) return TQ_FAIL("unspport uci entry %d\n", id);
     int result = 0;
-    for (uci_entry& row : registry)
-        result |= free_row(__func__, row);
+    for (uci_entry& row : registry) {
+        if (id == row.id || id == UCI_CONFIG_ALL) result |= free_row(__func__, row);
+    }
     return result;
 }
 

@@ -1824,7 +1824,8 @@ TEST_F(FreeUciConfig, RejectsAnIdOfNoFile) {
     }
 }
 
-TEST_F(FreeUciConfig, KeepsAFileWhoseChangesCannotBeStaged) {
+TEST_F(FreeUciConfig, FreesAFileWhoseChangesCannotBeStaged) {
+    const std::string before = staged("wireless");
     uci_config_ctx session = radio0();
     EXPECT_EQ(load_uci_config(UCI_CONFIG_SYSTEM, nullptr), 0);
     EXPECT_EQ(del_uci_config(&session, "beacon_int"), 0);
@@ -1832,14 +1833,32 @@ TEST_F(FreeUciConfig, KeepsAFileWhoseChangesCannotBeStaged) {
     {
         const ReadOnly locked("/tmp");
         EXPECT_EQ(free_uci_config(UCI_CONFIG_WIRELESS), -1);
-        EXPECT_EQ(free_uci_config(UCI_CONFIG_ALL), -1);
-        EXPECT_THAT(log_.take(), ElementsAre(Error("free_uci_config", "uci_save wireless fail\n"),
-                                             Error("free_uci_config", "uci_save wireless fail\n")));
+        EXPECT_THAT(log_.take(), ElementsAre(Error("free_uci_config", "uci_save wireless fail\n")));
+        EXPECT_EQ(live_contexts(), 1);
+        EXPECT_EQ(get_uci_entry_by_name("wireless")->ctx, nullptr);
+        EXPECT_EQ(get_uci_entry_by_name("wireless")->pkg, nullptr);
+        EXPECT_EQ(free_uci_config(UCI_CONFIG_WIRELESS), 0);
     }
-    EXPECT_EQ(live_contexts(), 1);
-    EXPECT_EQ(text(get_uci_config(&session, "channel")), "6");
-    EXPECT_EQ(free_uci_config(UCI_CONFIG_WIRELESS), 0);
-    EXPECT_EQ(staged("wireless"), "-wireless.radio0.beacon_int\n");
+    EXPECT_EQ(get_uci_config(&session, "channel"), nullptr);
+    log_.take();
+    session = radio0();
+    EXPECT_EQ(text(get_uci_config(&session, "beacon_int")), "100");
+    EXPECT_EQ(staged("wireless"), before);
+    expect_silence();
+}
+
+TEST_F(FreeUciConfig, FreesEveryFileWhenTheChangesOfOneCannotBeStaged) {
+    uci_config_ctx session = radio0();
+    EXPECT_EQ(load_uci_config(UCI_CONFIG_DHCP, nullptr), 0);
+    EXPECT_EQ(load_uci_config(UCI_CONFIG_SYSTEM, nullptr), 0);
+    EXPECT_EQ(del_uci_config(&session, "beacon_int"), 0);
+    log_.take();
+    const ReadOnly locked("/tmp");
+    EXPECT_EQ(free_uci_config(UCI_CONFIG_ALL), -1);
+    EXPECT_THAT(log_.take(), ElementsAre(Error("free_uci_config", "uci_save wireless fail\n")));
+    EXPECT_EQ(live_contexts(), 0);
+    EXPECT_EQ(free_uci_config(UCI_CONFIG_ALL), 0);
+    expect_silence();
 }
 
 // add_section
