@@ -112,7 +112,7 @@ typedef struct uci_config_ptr {
  * may point ptr.s to another section of ptr.p, until the next save. */
 typedef struct uci_config_ctx {
     struct uci_context *ctx; /* of the file */
-    struct uci_package *pkg; /* of the file */
+    struct uci_package *pkg; /* of the file; after a save, with the session's next operation */
     uci_config_ptr ptr;      /* the selected section */
 } uci_config_ctx;
 
@@ -205,7 +205,8 @@ TQ_API int save_uci_config(int id, const int *commit2, int count);
 TQ_API int free_uci_config(int id);
 
 /* Adds an anonymous section to a package and stages it, as uci_add_section_by_type of uci_path.h
- * does; its failures are logged in this function's name. */
+ * does; its failures are logged in this function's name. A session's package may be the one from
+ * before a save. */
 TQ_API int add_section(struct uci_context *ctx, struct uci_package *pkg, const char *type);
 
 TQ_END_DECLS

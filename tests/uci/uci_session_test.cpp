@@ -1888,6 +1888,28 @@ TEST_F(AddSection, StagesTheSectionForTheNextSave) {
     EXPECT_EQ(stored("bind"), before + "config bind\n\n");
 }
 
+// The session's package is the one from before the save.
+TEST_F(AddSection, TakesASessionsPackageAcrossASave) {
+    const std::string before = stored("bind");
+    EXPECT_EQ(add_section(bind_.ctx, bind_.pkg, "bind"), 3);
+    EXPECT_EQ(save_uci_config(UCI_CONFIG_BIND, nullptr, 0), 0);
+    EXPECT_EQ(add_section(bind_.ctx, bind_.pkg, "bind"), 4);
+    EXPECT_EQ(add_section(bind_.ctx, bind_.pkg, "profile"), 2);
+    EXPECT_EQ(save_uci_config(UCI_CONFIG_ALL, nullptr, 0), UCI_CONFIG_ALL);
+    EXPECT_EQ(add_section(bind_.ctx, nullptr, "bind"), -1);
+    EXPECT_EQ(stored("bind"), before + "config bind\n\nconfig bind\n\nconfig profile\n\n");
+    EXPECT_THAT(log_.take(), ElementsAre(Error("add_section", "invalid parameters\n")));
+}
+
+TEST_F(AddSection, TakesAPackageThatACallerHasLoadedIntoTheFilesContext) {
+    uci_package* other = nullptr;
+    ASSERT_EQ(uci_load(bind_.ctx, "dhcp", &other), UCI_OK);
+    EXPECT_EQ(add_section(bind_.ctx, other, "fresh"), 0);
+    EXPECT_THAT(staged("dhcp"), testing::MatchesRegex("\\+dhcp.cfg[0-9a-f]+='fresh'\n"));
+    EXPECT_EQ(staged("bind"), "");
+    expect_silence();
+}
+
 TEST_F(AddSection, SaysInItsOwnNameWhatLibuciRefuses) {
     EXPECT_EQ(add_section(bind_.ctx, bind_.pkg, "two words"), -1);
     EXPECT_EQ(add_section(bind_.ctx, bind_.pkg, ""), -1);
