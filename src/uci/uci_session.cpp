@@ -274,9 +274,18 @@ bool is_name(const char* text) {
     return *text != '\0';
 }
 
+// And what as its value.
+bool is_text(const char* text) {
+    for (const char* c = text; *c; c++) {
+        const auto byte = static_cast<unsigned char>(*c);
+        if (byte < ' ' && byte != '\t' && byte != '\n' && byte != '\r') return false;
+    }
+    return true;
+}
+
 // libuci writes anything, but passes over the staged line when it reads it.
 bool can_be_staged(const uci_ptr& target) {
-    return is_name(target.option) && uci_validate_text(target.value);
+    return is_name(target.option) && is_text(target.value);
 }
 
 using Change = int (*)(uci_context*, uci_ptr*);

@@ -1078,7 +1078,8 @@ TEST_F(SetUciConfig, KeepsEveryTextByteForByte) {
 
 TEST_F(SetUciConfig, RefusesWhatNoFileCanHold) {
     uci_config_ctx session = radio0();
-    for (const std::string value : {"\x01", "a\x1b[0m", "\x08", "tail\x1f"}) {
+    for (const std::string value :
+         {"\x01", "a\x1b[0m", "\x08", "\x0b", "\x0c", "\x0e", "tail\x1f"}) {
         EXPECT_EQ(set_uci_config(&session, "channel", value.c_str()), -1);
         EXPECT_EQ(set_uci_config(&session, "fresh", value.c_str()), -1);
         EXPECT_EQ(set_uci_config(&session, "basic_rate", value.c_str()), -1);
