@@ -206,7 +206,7 @@ TQ_API int free_uci_config(int id);
 
 /* Adds an anonymous section to a package and stages it, as uci_add_section_by_type of uci_path.h
  * does; its failures are logged in this function's name. A session's package may be the one from
- * before a save. */
+ * before a save; it is rejected where a failed one has unloaded the file ("invalid parameters"). */
 TQ_API int add_section(struct uci_context *ctx, struct uci_package *pkg, const char *type);
 
 TQ_END_DECLS

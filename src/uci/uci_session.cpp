@@ -508,7 +508,7 @@ int free_uci_config(int id) {
 int add_section(struct uci_context* ctx, struct uci_package* pkg, const char* type) {
     // Of a session from before a save: the package that it has is gone.
     for (const uci_entry& row : registry) {
-        if (pkg && ctx == row.ctx && is_loaded(row) && !is_in(&ctx->root, pkg)) pkg = row.pkg;
+        if (ctx && pkg && ctx == row.ctx && !is_in(&ctx->root, pkg)) pkg = row.pkg;
     }
     return tq::stage_section(__func__, ctx, pkg, type);
 }

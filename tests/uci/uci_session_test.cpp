@@ -1889,6 +1889,20 @@ TEST_F(AddSection, StagesTheSectionForTheNextSave) {
     EXPECT_EQ(stored("bind"), before + "config bind\n\n");
 }
 
+// There is no other package either.
+TEST_F(AddSection, RejectsASessionsPackageThatAFailedCommitHasUnloaded) {
+    {
+        const CallFails fail("uci_commit", UCI_ERR_PARSE);
+        EXPECT_EQ(save_uci_config(UCI_CONFIG_BIND, nullptr, 0), UCI_ERR_PARSE);
+    }
+    log_.take();
+    EXPECT_EQ(add_section(bind_.ctx, bind_.pkg, "bind"), -1);
+    EXPECT_THAT(log_.take(), ElementsAre(Error("add_section", "invalid parameters\n")));
+    EXPECT_EQ(staged("bind"), "");
+    EXPECT_EQ(load_uci_config(UCI_CONFIG_BIND, &bind_), 0);
+    EXPECT_EQ(add_section(bind_.ctx, bind_.pkg, "bind"), 3);
+}
+
 // The session's package is the one from before the save.
 TEST_F(AddSection, TakesASessionsPackageAcrossASave) {
     const std::string before = stored("bind");
