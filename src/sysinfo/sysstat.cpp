@@ -228,11 +228,12 @@ int tq_get_flash_free_size(uint32_t* free_kb) {
     MountTable mounts;
     if (!mounts) return TQ_FAIL("setmntent fail\n");
     struct statfs room {};
-    const char* directory = mounts.next();
-    while (directory && (strcmp(directory, kOverlay) != 0 || statfs(directory, &room) < 0))
-        directory = mounts.next();
-    *free_kb = static_cast<uint32_t>(room.f_bsize) * static_cast<uint32_t>(room.f_bavail) >> 10;
-    return directory ? 0 : -1;
+    while (const char* directory = mounts.next()) {
+        if (strcmp(directory, kOverlay) != 0 || statfs(directory, &room) < 0) continue;
+        *free_kb = static_cast<uint32_t>(room.f_bsize) * static_cast<uint32_t>(room.f_bavail) >> 10;
+        return 0;
+    }
+    return -1;
 }
 
 int tq_hal_get_flash_size(void) {
@@ -267,14 +268,14 @@ int tq_get_eth_flow(uint32_t port, uint32_t* in, uint32_t* out) {
     if (!in || !out) return tq::reject_parameter(__func__);
     *in = 0;
     *out = 0;
-    uint32_t flow = 0;
-    if (tq_get_in_flow_statistics(port, &flow) != 0)
+    uint32_t in_flow = 0;
+    if (tq_get_in_flow_statistics(port, &in_flow) != 0)
         return TQ_FAIL("tq_get_in_flow_statistics fail\n");
-    *in = flow;
-    flow = 0;
-    if (tq_get_out_flow_statistics(port, &flow) != 0)
+    *in = in_flow;
+    uint32_t out_flow = 0;
+    if (tq_get_out_flow_statistics(port, &out_flow) != 0)
         return TQ_FAIL("tq_get_out_flow_statistics fail\n");
-    *out = flow;
+    *out = out_flow;
     return 0;
 }
 
@@ -288,17 +289,18 @@ int tq_get_eth_stats(int port, if_stats* rec) {
         return -1;
     }
     uint64_t numbers[6];
-    const bool known = read_numbers(line, numbers, std::size(numbers));
-    if (known) {
+    int result = 0;
+    if (read_numbers(line, numbers, std::size(numbers))) {
         rec->in_octets = numbers[0];
         rec->out_octets = numbers[3];
     } else {
         TQ_LOG(LOG_WARNING, "unknown format: '%s'\n", line);
+        result = -1;
     }
     TQ_LOG(LOG_DEBUG, "ifInOctets:%llu ifOutOctets: %llu\n",
            static_cast<unsigned long long>(rec->in_octets),
            static_cast<unsigned long long>(rec->out_octets));
-    return known ? 0 : -1;
+    return result;
 }
 
 int tq_get_if_statistics(int port, if_stats* rec) {
