@@ -780,7 +780,8 @@ TEST_F(FlashFree, IsWhatUsersWithoutPrivilegesMayTake) {
     } while (before.f_bavail != after.f_bavail);
     if (before.f_bavail == before.f_bfree) GTEST_SKIP() << "it keeps no blocks back for root";
     EXPECT_EQ(free.result, 0);
-    EXPECT_EQ(free.kb, static_cast<uint32_t>(before.f_bsize * before.f_bavail) / 1024);
+    const auto room = static_cast<uint64_t>(before.f_bsize) * before.f_bavail;
+    EXPECT_EQ(free.kb, static_cast<uint32_t>(room) / 1024);
 }
 
 TEST_F(FlashFree, IsAskedForOnce) {
