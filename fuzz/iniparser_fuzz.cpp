@@ -56,7 +56,8 @@ void ask(const dictionary* d) {
     expect(used == d->n);
 }
 
-// The section's own entries: a colon in a name would make another section's of them.
+// Entries whose lines read as what they are: a colon in a name would make another section's of
+// them, and a line in brackets is a section.
 bool is_plain(const dictionary* d) {
     for (int slot = 0; slot < d->size; slot++) {
         const char* key = d->key[slot];
@@ -65,6 +66,7 @@ bool is_plain(const dictionary* d) {
         const char* colon = strchr(key, ':');
         if (!*key || key == colon || (colon && (!val || strchr(colon + 1, ':')))) return false;
         if (val && (strpbrk(val, ";#\\\"'") || strlen(key) + strlen(val) > 900)) return false;
+        if (colon && colon[1] == '[' && *val && val[strlen(val) - 1] == ']') return false;
     }
     return true;
 }

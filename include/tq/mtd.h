@@ -36,13 +36,13 @@ TQ_API int get_active_image_type(void);
 
 /* Reads the image block of the primary image, the backup image and the backup boot loader into out,
  * of TQ_IMAGE_BLOCK_SIZE bytes; what a shorter partition does not fill is zeroed.
- * 0; -1 when the board library does not name the partition ("tq_get_pri_image_partition fail",
- * "tq_get_bk_image_partition fail", "get AP_TYPE_PAT_BK_UBOOT_IMAGE fail"), the image is not marked
- * as usable ("check_primary_image fail", "check_backup_image fail", "check_backup_uboot fail",
- * after what the check logs), or its version cannot be read ("get_version_info fail"). The last
- * comes after a line of "get_version_info_from_offset": "open fail", "lseek fail", "read fail", or
- * "not ascii string, fail" for a version that is empty or has a byte above 0x7f; out then holds
- * what was read. */
+ * 0; -1 when the board library's answer for the partition's name is -1 ("tq_get_pri_image_partition
+ * fail", "tq_get_bk_image_partition fail", "get AP_TYPE_PAT_BK_UBOOT_IMAGE fail"), the image is not
+ * marked as usable ("check_primary_image fail", "check_backup_image fail", "check_backup_uboot
+ * fail", after what the check logs), or its version cannot be read ("get_version_info fail"). The
+ * last comes after a line of "get_version_info_from_offset": "open fail", "lseek fail", "read
+ * fail", or "not ascii string, fail" for a version that is empty or has a byte above 0x7f; out then
+ * holds what was read. */
 TQ_API int get_primary_info(char *out);
 TQ_API int get_backup_info(char *out);
 TQ_API int get_backup_boot_info(char *out);

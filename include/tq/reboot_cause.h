@@ -156,8 +156,9 @@ TQ_API int rb_correct_reboot_time_now(void);
 /* Begins a run, once per boot. Where the last run left no record it writes one: cause 7, "Watch
  * dog", when the watchdog driver says that it made the reset ("/dev/watchdog", request 0x89ABCDF1,
  * answer 1), else cause 6, "Power down". Then both flags of the header are cleared.
- * A second call of the same process, with no other record in between, is still in the same run and
- * adds nothing. A call by another process cannot be told from the next boot's.
+ * After a call that recorded a reset another one of the same process, with no other record in
+ * between, is still in the same run and adds nothing. After a planned reboot's record, and in
+ * another process, a second call cannot be told from the next boot's.
  * 100 when there was a reset to record, else 0, also where the store is not available. */
 TQ_API int rb_kernel_up_check(void);
 

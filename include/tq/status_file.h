@@ -23,8 +23,9 @@ typedef struct offline_reason_info {
 
 /* Records in /tmp/.offline.reason that the access point went offline now: 1 system reboot, 2 change
  * of the controller, 3 change of the configuration, 4 WTP crash, 5 WTP lock, 6 network timeout. Any
- * other code is recorded as it is. A file that cannot be created is logged ("fopen %s fail:%s",
- * with the system's error text) and stays as it was; the caller learns nothing of it. */
+ * other code is recorded as it is. The time is the local one of the zone that TZ names at the
+ * moment of the call. A file that cannot be created is logged ("fopen %s fail:%s", with the
+ * system's error text) and stays as it was; the caller learns nothing of it. */
 TQ_API void tq_set_offline_reason(int reason);
 
 /* Reads the record: the code's text ("System Reboot", "Change AC", "Change Configuration",

@@ -14,7 +14,7 @@
  * see it; a delete or a change of a list is staged by the next one, or by saving or freeing the
  * file. save_uci_config writes what is staged to the file as it is by then, so that what other
  * processes committed meanwhile is kept, and reads the file anew. A change that could not be staged
- * or committed is not lost: it is part of the next attempt.
+ * or committed is not lost: it is part of the next attempt, unless the file is freed first.
  *
  * A session outlives a save and finds its section again by its name. It ends when its file is freed
  * or its section is deleted, or with the save where the caller has pointed it to another section
@@ -112,7 +112,7 @@ typedef struct uci_config_ptr {
  * may point ptr.s to another section of ptr.p, until the next save. */
 typedef struct uci_config_ctx {
     struct uci_context *ctx; /* of the file */
-    struct uci_package *pkg; /* of the file */
+    struct uci_package *pkg; /* of the file; after a save, with the session's next operation */
     uci_config_ptr ptr;      /* the selected section */
 } uci_config_ctx;
 
@@ -201,11 +201,12 @@ TQ_API int save_uci_config(int id, const int *commit2, int count);
 /* Unloads a file, or all with UCI_CONFIG_ALL, and ends the sessions on it. What is not staged is
  * staged before; nothing is committed.
  * 0, also for a file that is not loaded; -1 with "unspport uci entry %d", or with "uci_save %s
- * fail" for a file whose changes could not be staged, which stays loaded with them. */
+ * fail" for a file whose changes could not be staged: it is unloaded without them. */
 TQ_API int free_uci_config(int id);
 
 /* Adds an anonymous section to a package and stages it, as uci_add_section_by_type of uci_path.h
- * does; its failures are logged in this function's name. */
+ * does; its failures are logged in this function's name. A session's package may be the one from
+ * before a save; it is rejected where a failed one has unloaded the file ("invalid parameters"). */
 TQ_API int add_section(struct uci_context *ctx, struct uci_package *pkg, const char *type);
 
 TQ_END_DECLS

@@ -51,20 +51,23 @@ int build(Message& message, const notify_param* param, const char* function,
     return built ? 0 : TQ_FAIL_IN(function, "cannot build a message to %s\n", object_path);
 }
 
-// The value of a key in a reply; null where it has no such key, or has it with another type. The
-// bytes are another process's: libubox checks them against their lengths.
-blob_attr* find_value(blob_attr* msg, const char* key, enum blobmsg_type type) {
+// What a key in a reply holds; null where the reply has no such key, or has it with another type.
+// The bytes are another process's: libubox checks them against their lengths. Inlined it would be
+// larger.
+[[gnu::noinline]] const char* find_value(blob_attr* msg, const char* key, enum blobmsg_type type) {
     if (!msg) return nullptr;
     const blobmsg_policy policy = {key, type};
     blob_attr* value = nullptr;
     blobmsg_parse(&policy, 1, &value, blob_data(msg), static_cast<unsigned>(blob_len(msg)));
-    return value;
+    return value ? static_cast<const char*>(blobmsg_data(value)) : nullptr;
 }
 
 bool read_number(blob_attr* msg, const char* key, uint32_t& number) {
-    blob_attr* value = find_value(msg, key, BLOBMSG_TYPE_INT32);
-    if (value) number = blobmsg_get_u32(value);
-    return value != nullptr;
+    const char* bytes = find_value(msg, key, BLOBMSG_TYPE_INT32);
+    if (!bytes) return false;
+    memcpy(&number, bytes, sizeof(number));
+    number = be32_to_cpu(number);
+    return true;
 }
 
 // The first of the numbers that a log service answers with.
@@ -129,13 +132,12 @@ void get_log_data(ubus_request* req, int, blob_attr* msg) {
         memcpy(req->priv, &number, sizeof(number));
         return;
     }
-    blob_attr* ip = failed ? nullptr : find_value(msg, "ip", BLOBMSG_TYPE_STRING);
+    const char* ip = failed ? nullptr : find_value(msg, "ip", BLOBMSG_TYPE_STRING);
     if (!ip) {
         req->priv = nullptr;
         return;
     }
-    const char* text = blobmsg_get_string(ip);
-    memcpy(req->priv, text, strlen(text) + 1);
+    memcpy(req->priv, ip, strlen(ip) + 1);
 }
 
 namespace tq {

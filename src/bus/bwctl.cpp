@@ -49,6 +49,17 @@ int set_limit(const char* function, BandwidthClass class_type, const char* vap_n
                       is_set ? "SET" : "DEL", kParamSuffixes[class_type]);
 }
 
+// The other requests, by what stands for them in the log:
+//   "send_ubus_msg(BWCTRL_MAX_STA, METHOD_SET, param)"
+//   "send_ubus_msg(BWCTRL, METHOD_SET, param)"
+//   "send_ubus_msg(BWCTRL, METHOD_RELOAD, NULL)"
+// before " fail".
+int request(const char* function, const char* object_path, const char* method,
+            const notify_param* params, const char* symbols) {
+    if (send_ubus_msg(object_path, method, params) == 0) return 0;
+    return TQ_FAIL_IN(function, "send_ubus_msg(%s) fail\n", symbols);
+}
+
 // The function's name without its prefix is what the request's handler is called in log lines:
 //   "notify_ubus_server(STATISTICS, METHOD_GET, param, get_in_flow_statistics, flow, 3 * 1000)"
 //   "notify_ubus_server(STATISTICS, METHOD_GET, param, get_out_flow_statistics, flow, 3 * 1000)"
@@ -91,19 +102,16 @@ int set_max_sta_bwctl(const char* vap_name, uint32_t maxassoc) {
     if (!vap_name) return tq::reject(__func__);
     const notify_param params[] = {str_param("vap_name", vap_name), int_param("maxassoc", maxassoc),
                                    kEndOfParams};
-    if (send_ubus_msg("bwctrl.maxassoc", "set", params) == 0) return 0;
-    return TQ_FAIL("send_ubus_msg(BWCTRL_MAX_STA, METHOD_SET, param) fail\n");
+    return request(__func__, "bwctrl.maxassoc", "set", params, "BWCTRL_MAX_STA, METHOD_SET, param");
 }
 
 int set_config_save_bwctl(void) {
     const notify_param params[] = {int_param("class_type", kSaveConfig), kEndOfParams};
-    if (send_ubus_msg("bwctrl", "set", params) == 0) return 0;
-    return TQ_FAIL("send_ubus_msg(BWCTRL, METHOD_SET, param) fail\n");
+    return request(__func__, "bwctrl", "set", params, "BWCTRL, METHOD_SET, param");
 }
 
 int reload_bwctl(void) {
-    if (send_ubus_msg("bwctrl", "reload", nullptr) == 0) return 0;
-    return TQ_FAIL("send_ubus_msg(BWCTRL, METHOD_RELOAD, NULL) fail\n");
+    return request(__func__, "bwctrl", "reload", nullptr, "BWCTRL, METHOD_RELOAD, NULL");
 }
 
 int tq_get_in_flow_statistics(uint32_t index, uint32_t* flow) {

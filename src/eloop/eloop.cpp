@@ -8,11 +8,9 @@
 
 namespace {
 
-using tq::shared;
-
 constinit eloop_state state = {};
 
-// Set while the array of signals is freed memory: a signal may still come.
+// Set while the array of signals is freed or forgotten memory: a signal may still come.
 constinit std::atomic<bool> signals_are_gone = false;
 
 // Keeps all signals from this thread.
@@ -33,14 +31,20 @@ class HoldSignals {
     sigset_t before_;
 };
 
+// Of deliveries that interrupt one another, one may go uncounted: whether there is any is what
+// counts.
+void count_one_more(int& deliveries) {
+    tq::set_shared(deliveries, tq::look_at(deliveries) + 1);
+}
+
 // Runs in signal context.
 void count_delivery(int sig) {
     if (signals_are_gone.load(std::memory_order_relaxed)) return;
     int i = 0;
     while (i < state.signal_count && state.signals[i].sig != sig)
         i++;
-    if (i < state.signal_count) shared(state.signals[i].signaled)++;
-    shared(state.signaled)++;
+    if (i < state.signal_count) count_one_more(state.signals[i].signaled);
+    count_one_more(state.signaled);
 }
 
 bool has_work() {
@@ -69,7 +73,8 @@ void call_signal_handlers() {
     // The array is read anew after each handler, which may have changed it.
     for (int i = 0; i < state.signal_count; i++) {
         eloop_signal& signal = state.signals[i];
-        if (shared(signal.signaled).exchange(0) == 0) continue;
+        if (tq::look_at(signal.signaled) == 0) continue;
+        tq::set_shared(signal.signaled, 0);
         signal.handler(signal.sig, state.user_data, signal.user_data);
     }
 }
@@ -77,9 +82,11 @@ void call_signal_handlers() {
 }  // namespace
 
 void eloop_init(void* user_data) {
-    const HoldSignals hold;
+    signals_are_gone.store(true, std::memory_order_relaxed);
+    std::atomic_signal_fence(std::memory_order_seq_cst);
     state = {};
     state.user_data = user_data;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
     signals_are_gone.store(false, std::memory_order_relaxed);
 }
 

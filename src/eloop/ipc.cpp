@@ -5,7 +5,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -23,7 +22,7 @@ using tq::UniqueFd;
 constexpr int kExecSeconds = 1;
 
 // What a reply begins with: its owner's business.
-constexpr int kReplyHeaderSize = 4;
+constexpr size_t kReplyHeaderSize = 4;
 
 constinit tq::SocketNumber socket_number;
 
@@ -111,9 +110,8 @@ int ipc_exec(const char* server_name, const void* req, size_t req_len, void* res
 
 int resp_set_error_msg(char* resp, const char* msg, size_t resp_size) {
     if (!resp || !msg || !is_size(resp_size)) return fail_with(EINVAL);
-    const int room = static_cast<int>(resp_size) - kReplyHeaderSize;
-    if (room < 0) return fail_with(EINVAL);
-    const auto length = std::min(static_cast<size_t>(room), strlen(msg));
-    std::copy_n(msg, length, &resp[kReplyHeaderSize]);
+    if (resp_size < kReplyHeaderSize) return fail_with(EINVAL);
+    const size_t length = strnlen(msg, resp_size - kReplyHeaderSize);
+    memcpy(&resp[kReplyHeaderSize], msg, length);
     return static_cast<int>(length);
 }

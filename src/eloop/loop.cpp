@@ -33,14 +33,16 @@ bool earlier(const A& a, const B& b) {
 
 // That long after an instant, or the last instant that there is.
 tq_timeval after(const tq_timeval& instant, uint32_t secs, uint32_t usecs) {
-    int64_t sec = int64_t{instant.tv_sec} + secs + usecs / kMicrosecondsInSecond;
+    auto sec = static_cast<uint32_t>(instant.tv_sec) + usecs / kMicrosecondsInSecond;
     auto usec = instant.tv_usec + static_cast<int32_t>(usecs % kMicrosecondsInSecond);
     while (usec >= kMicrosecondsInSecond) {
         usec -= kMicrosecondsInSecond;
         sec++;
     }
-    if (sec > INT32_MAX) return {.tv_sec = INT32_MAX, .tv_usec = kMicrosecondsInSecond - 1};
-    return {.tv_sec = static_cast<int32_t>(sec), .tv_usec = usec};
+    if (sec > INT32_MAX || secs > INT32_MAX - sec) {
+        return {.tv_sec = INT32_MAX, .tv_usec = kMicrosecondsInSecond - 1};
+    }
+    return {.tv_sec = static_cast<int32_t>(sec + secs), .tv_usec = usec};
 }
 
 tq_timeval read_clock() {
@@ -174,23 +176,17 @@ bool Pass::limit_to_timeout(const eloop_state& loop) {
     return true;
 }
 
-int Pass::wait_in_select(int count) {
-    timeval limit = limit_;
-    return select(count, &readable_, nullptr, nullptr, limited_ ? &limit : nullptr);
-}
-
-int Pass::wait_in_pselect(int count, const sigset_t* mask) {
-    const long nanoseconds = static_cast<long>(limit_.tv_usec) * 1000;
-    const timespec limit = {.tv_sec = limit_.tv_sec, .tv_nsec = nanoseconds};
-    return pselect(count, &readable_, nullptr, nullptr, limited_ ? &limit : nullptr, mask);
-}
-
 int Pass::wait(const eloop_state& loop, const sigset_t* mask) {
     FD_ZERO(&readable_);
     for (int i = 0; i < loop.reader_count; i++)
         FD_SET(loop.readers[i].sock, &readable_);
     const int count = std::min(loop.max_sock + (loop.cmm_agent_connected ? 2 : 1), FD_SETSIZE);
-    return mask ? wait_in_pselect(count, mask) : wait_in_select(count);
+    if (mask) {
+        const timespec limit = {.tv_sec = limit_.tv_sec, .tv_nsec = limit_.tv_usec * 1000L};
+        return pselect(count, &readable_, nullptr, nullptr, limited_ ? &limit : nullptr, mask);
+    }
+    timeval limit = {.tv_sec = limit_.tv_sec, .tv_usec = limit_.tv_usec};
+    return select(count, &readable_, nullptr, nullptr, limited_ ? &limit : nullptr);
 }
 
 eloop_timeout* Pass::take_due(eloop_state& loop) {

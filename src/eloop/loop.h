@@ -95,12 +95,9 @@ class Pass {
     void call_readers(const eloop_state& loop) const;
 
   private:
-    int wait_in_select(int count);
-    int wait_in_pselect(int count, const sigset_t* mask);
-
     fd_set readable_;      // since the wait
     tq_timeval now_ = {};  // an instant that is known to have passed
-    timeval limit_ = {};
+    tq_timeval limit_ = {};
     bool limited_ = false;
 };
 

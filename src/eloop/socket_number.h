@@ -18,11 +18,15 @@ class SocketNumber {
     constexpr SocketNumber(uint32_t high, uint32_t low) : high_(high), low_(low) {}
 
     Value next() {
-        const uint32_t low = ++low_;
-        return {low == 0 ? ++high_ : high_.load(), low};
+        const uint32_t low = one_more(low_);
+        return {low == 0 ? one_more(high_) : high_.load(std::memory_order_relaxed), low};
     }
 
   private:
+    static uint32_t one_more(std::atomic<uint32_t>& counter) {
+        return counter.fetch_add(1, std::memory_order_relaxed) + 1;
+    }
+
     std::atomic<uint32_t> high_ = 0;
     std::atomic<uint32_t> low_ = 0;
 };

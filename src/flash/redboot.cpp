@@ -154,45 +154,13 @@ void get_value(Entry* entry, void* value) {
     }
 }
 
-// Never reads past the text's own end. What is stored may have been handed out of the same field.
-void store_text(char* field, size_t size, const void* text) {
-    const size_t length = strnlen(static_cast<const char*>(text), size);
-    memmove(field, text, length);
-    memset(field + length, 0, size - length);
-}
-
-void set_value(Entry* entry, const void* value) {
-    const ValueLayout& layout = layout_of(entry->type);
-    if (layout.is_text) {
-        store_text(entry->value(), layout.used, value);
-    } else {
-        memcpy(entry->value(), value, layout.used);
-    }
-}
-
-// The entry's type may be another than the option's: what its room does not hold is cut.
-void redboot_store_default(Entry* entry, const redboot_config_option& option) {
-    char* field = entry->value();
-    const size_t room = std::min<size_t>(entry->room(), layout_of(option.type).used);
-    // NOLINTNEXTLINE(performance-no-int-to-ptr): a word that is a pointer for some types
-    const auto* source = reinterpret_cast<const char*>(option.default_value);
-    const auto number = static_cast<uint32_t>(option.default_value);
-    switch (option.type) {
-        case REDBOOT_CONFIG_STRING:
-            store_text(field, room, source);
-            break;
-        case REDBOOT_CONFIG_NET_PORT:
-            memmove(field, source, std::min(room, strnlen(source, kTextSize) + 1));
-            break;
-        case REDBOOT_CONFIG_ESA:
-            memcpy(field, source, room);
-            break;
-        case REDBOOT_CONFIG_SCRIPT:
-            break;
-        default:
-            memcpy(field, &number, room);
-            break;
-    }
+// Of a text never more than up to its own end; what is stored may have been handed out of the same
+// field. The entry's type may be another than the value's: what its room does not hold is cut.
+void store(Entry* entry, const ValueLayout& layout, const void* value) {
+    const size_t size = std::min<size_t>(entry->room(), layout.used);
+    const size_t length = layout.is_text ? strnlen(static_cast<const char*>(value), size) : size;
+    memmove(entry->value(), value, length);
+    memset(entry->value() + length, 0, size - length);
 }
 
 bool default_is_pointer(uint32_t type) {
@@ -204,6 +172,24 @@ bool is_valid_option(const redboot_config_option* option) {
     if (!option || !option->key) return false;
     if (option->type == 0 || option->type > UINT8_MAX) return false;
     return option->default_value != 0 || !default_is_pointer(option->type);
+}
+
+void redboot_store_default(Entry* entry, const redboot_config_option& option) {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): a word that is a pointer for some types
+    const auto* source = reinterpret_cast<const char*>(option.default_value);
+    const auto number = static_cast<uint32_t>(option.default_value);
+    switch (option.type) {
+        case REDBOOT_CONFIG_NET_PORT:
+            memmove(entry->value(), source,
+                    std::min(entry->room(), strnlen(source, kTextSize) + 1));
+            break;
+        case REDBOOT_CONFIG_SCRIPT:
+            break;
+        default:
+            store(entry, layout_of(option.type),
+                  default_is_pointer(option.type) ? source : static_cast<const void*>(&number));
+            break;
+    }
 }
 
 // A key's length in the block, its terminator included; none is 0.
@@ -237,33 +223,33 @@ bool is_enabled(Entry* entry) {
 }
 
 void print_script(const char* script, size_t size) {
-    printf("\n");
+    puts("");
     const char* const end = script + strnlen(script, size);
     while (script < end) {
-        const char* feed = std::find(script, end, '\n');
+        const auto* feed =
+            static_cast<const char*>(memchr(script, '\n', static_cast<size_t>(end - script)));
+        if (!feed) feed = end;
         printf(".. %.*s\n", static_cast<int>(feed - script), script);
         script = feed + 1;
     }
-    printf("\n");
+    puts("");
 }
 
 void print_ethernet_address(const unsigned char* address) {
     for (size_t i = 0; i < kEthernetSize; i++)
-        printf("%s0x%02X", i > 0 ? ":" : "", address[i]);
-    printf("\n");
+        printf("0x%02X%c", address[i], i + 1 < kEthernetSize ? ':' : '\n');
 }
 
 void redboot_print_config_entry(Entry* entry) {
     printf("%.*s: ", entry->key_size, entry->key());
     const char* field = entry->value();
-    uint32_t number = 0;
+    uint32_t number = 0;  // within the block, where the entry has no value and ends its area, too
+    memcpy(&number, field, sizeof(number));
     switch (entry->type) {
         case REDBOOT_CONFIG_BOOL:
-            memcpy(&number, field, sizeof(number));
             printf("%s\n", number ? "true" : "false");
             break;
         case REDBOOT_CONFIG_INT:
-            memcpy(&number, field, sizeof(number));
             printf("%lu\n", static_cast<unsigned long>(number));
             break;
         case REDBOOT_CONFIG_SCRIPT:
@@ -358,7 +344,7 @@ int redboot_set_config(const char* key, const void* value, uint32_t type) {
         printf("Can't set config value '%s' - wrong type\n", key);
         return 0;
     }
-    set_value(entry, value);
+    store(entry, layout_of(type), value);
     return 1;
 }
 

@@ -71,6 +71,7 @@ constexpr RadioText kProcDir = {AP_TYPE_RADIO_PROC_DIR, false, "bbi_radio_proc_d
 //   "get radio %d proc dir fail\n",
 //   "radio %d device '%s'\n", "radio %d prefix ifname '%s'\n", "radio %d proc dir '%s'\n"
 int read_radio_text(const RadioText& text, int radio, char* out, unsigned len) {
+    if (!out || !tq::is_size(len)) return -1;
     *out = '\0';
     Answer answer;
     if (ask_radio(text.selector, radio, answer) < 0) {
@@ -82,19 +83,20 @@ int read_radio_text(const RadioText& text, int radio, char* out, unsigned len) {
     return 0;
 }
 
-// A text of the WAN's or of a LAN port: the function that hands it out, and the arguments of the
-// call to the board library, as a failure is logged.
+// A text of the WAN's or of a LAN port: the function that hands it out, and what of the call to the
+// board library is the text's own where a failure is logged.
 struct PortText {
     uint8_t selector;
     char function[sizeof("get_wan_if_label")];
-    char arguments[sizeof("NAME, index, ifname")];
+    char kind[sizeof("LABEL")];
+    char argument[sizeof("ifname")];
 };
-constexpr PortText kWanName = {AP_TYPE_WAN_IF_NAME, "get_wan_if_name", "NAME, ifname"};
-constexpr PortText kWanLabel = {AP_TYPE_WAN_IF_LABEL, "get_wan_if_label", "LABEL, name"};
-constexpr PortText kWanPort = {AP_TYPE_WAN_IF_PORT, "get_wan_if_port", "PORT, port"};
-constexpr PortText kLanName = {AP_TYPE_LAN_IF_NAME, "get_lan_if_name", "NAME, index, ifname"};
-constexpr PortText kLanLabel = {AP_TYPE_LAN_IF_LABEL, "get_lan_if_label", "LABEL, index, name"};
-constexpr PortText kLanPort = {AP_TYPE_LAN_IF_PORT, "get_lan_if_port", "PORT, index, port"};
+constexpr PortText kWanName = {AP_TYPE_WAN_IF_NAME, "get_wan_if_name", "NAME", "ifname"};
+constexpr PortText kWanLabel = {AP_TYPE_WAN_IF_LABEL, "get_wan_if_label", "LABEL", "name"};
+constexpr PortText kWanPort = {AP_TYPE_WAN_IF_PORT, "get_wan_if_port", "PORT", "port"};
+constexpr PortText kLanName = {AP_TYPE_LAN_IF_NAME, "get_lan_if_name", "NAME", "ifname"};
+constexpr PortText kLanLabel = {AP_TYPE_LAN_IF_LABEL, "get_lan_if_label", "LABEL", "name"};
+constexpr PortText kLanPort = {AP_TYPE_LAN_IF_PORT, "get_lan_if_port", "PORT", "port"};
 
 // In the log, before " fail":
 //   "tq_get_oem_ap_type_wan_info(AP_TYPE_WAN_IF_NAME, ifname)"
@@ -104,8 +106,8 @@ int read_wan(const PortText& text, char* out) {
     if (!out) return tq::reject(text.function);
     *out = '\0';
     if (tq_get_oem_ap_type_wan_info(text.selector, out) >= 0) return 0;
-    return TQ_FAIL_IN(text.function, "tq_get_oem_ap_type_wan_info(AP_TYPE_WAN_IF_%s) fail\n",
-                      text.arguments);
+    return TQ_FAIL_IN(text.function, "tq_get_oem_ap_type_wan_info(AP_TYPE_WAN_IF_%s, %s) fail\n",
+                      text.kind, text.argument);
 }
 
 //   "tq_get_oem_ap_type_lan_index_info(AP_TYPE_LAN_IF_NAME, index, ifname)"
@@ -115,8 +117,9 @@ int read_lan(const PortText& text, int index, char* out) {
     if (!out) return tq::reject(text.function);
     *out = '\0';
     if (index >= 0 && tq_get_oem_ap_type_lan_index_info(text.selector, index, out) >= 0) return 0;
-    return TQ_FAIL_IN(text.function, "tq_get_oem_ap_type_lan_index_info(AP_TYPE_LAN_IF_%s) fail\n",
-                      text.arguments);
+    return TQ_FAIL_IN(text.function,
+                      "tq_get_oem_ap_type_lan_index_info(AP_TYPE_LAN_IF_%s, index, %s) fail\n",
+                      text.kind, text.argument);
 }
 
 // Sums of what the board library says, whatever it says.
@@ -170,11 +173,11 @@ int bbi_radio_count(int* count) {
 }
 
 int bbi_radio_device(int radio, char* out, unsigned len) {
-    return out && tq::is_size(len) ? read_radio_text(kDevice, radio, out, len) : -1;
+    return read_radio_text(kDevice, radio, out, len);
 }
 
 int bbi_radio_prefix_ifname(int radio, char* out, unsigned len) {
-    return out && tq::is_size(len) ? read_radio_text(kPrefix, radio, out, len) : -1;
+    return read_radio_text(kPrefix, radio, out, len);
 }
 
 int bbi_radio_support_mode(int radio, unsigned* mode) {

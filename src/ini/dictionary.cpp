@@ -217,7 +217,7 @@ int find(const dictionary* d, const char* key, unsigned hash) {
 int first_free(const dictionary* d) {
     if (const Index* index = index_in_step(d)) return index->free_slots.first();
     char** const end = d->key + d->size;
-    char** const found = std::find(d->key, end, nullptr);
+    char** const found = std::ranges::find(d->key, end, nullptr);
     return found == end ? kNone : static_cast<int>(found - d->key);
 }
 

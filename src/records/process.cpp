@@ -69,29 +69,45 @@ int open_entry(int pid, const char* file) {
     return open(path.c_str(), O_RDONLY | O_CLOEXEC);
 }
 
-// The name in the next line, as fscanf("Name: %1023s") reads it; empty where there is none. Valid
-// until the next line is read.
-std::string_view scan_name(LineReader& lines) {
-    const char* line = lines.next();
-    if (!line) return {};
-    tq::NumberReader reader(line);
-    return reader.literal("Name:") ? reader.word() : std::string_view();
-}
+// What the kernel tells of a process, as far as it was read. What it hands out is valid until the
+// next line is read.
+class ProcessFile {
+  public:
+    ProcessFile(int pid, const char* file) : file_(open_entry(pid, file)), lines_(file_.get()) {}
 
-bool is_named(int pid, std::string_view name) {
-    const UniqueFd status(open_entry(pid, "status"));
-    if (!status) return false;
-    LineReader lines(status.get());
-    return scan_name(lines) == name;
-}
+    explicit operator bool() const { return static_cast<bool>(file_); }
+
+    const char* next_line() { return lines_.next(); }
+
+    // The name in the next line, as fscanf("Name: %1023s") reads it; empty where there is none, as
+    // of a process that is gone.
+    std::string_view scan_name() {
+        const char* line = next_line();
+        if (!line) return {};
+        tq::NumberReader reader(line);
+        return reader.literal("Name:") ? reader.word() : std::string_view();
+    }
+
+    // The next line that has it, or null.
+    const char* find(const char* part) {
+        while (const char* line = next_line()) {
+            if (strstr(line, part)) return line;
+        }
+        return nullptr;
+    }
+
+  private:
+    UniqueFd file_;
+    LineReader lines_;
+};
 
 // False where the process surely has another name. The kernel makes "comm", the bare name, in less
 // than half the time of "status", which shows the same name with its line feeds escaped.
 bool may_be_named(int pid, const char* name) {
-    const UniqueFd file(open_entry(pid, "comm"));
-    if (!file) return true;
-    char comm[128];
-    return tq::read_text(file.get(), comm) && strstr(comm, name);
+    ProcessFile comm(pid, "comm");
+    if (!comm) return true;
+    const char* line = comm.next_line();
+    return line && strstr(line, name);
 }
 
 // Null for what does not name one process.
@@ -112,14 +128,6 @@ bool is_listed(const char* list, std::string_view name) {
         }
     }
     return false;
-}
-
-// The line with the mask of caught signals, or null.
-const char* find_caught_signals(LineReader& lines) {
-    while (const char* line = lines.next()) {
-        if (strstr(line, "SigCgt:")) return line;
-    }
-    return nullptr;
 }
 
 // The mask is in hexadecimal, its last digit for the signals 1 to 4, and a line feed ends the line:
@@ -160,7 +168,7 @@ int apps_is_running(uint32_t id) {
     ProcessList processes;
     if (!processes) return -1;
     while (const int pid = processes.next()) {
-        if (may_be_named(pid, name) && is_named(pid, name)) return 1;
+        if (may_be_named(pid, name) && ProcessFile(pid, "status").scan_name() == name) return 1;
     }
     return errno == 0 ? 0 : -1;
 }
@@ -188,12 +196,10 @@ int tq::notice_apps(const char* list) {
     ProcessList processes;
     if (!processes) return 0;
     while (const int pid = processes.next()) {
-        const UniqueFd status(open_entry(pid, "status"));
-        if (!status) continue;
-        LineReader lines(status.get());
-        const std::string_view name = scan_name(lines);
+        ProcessFile status(pid, "status");
+        const std::string_view name = status.scan_name();
         if (name.empty() || !is_listed(list, name)) continue;
-        const char* caught = find_caught_signals(lines);
+        const char* caught = status.find("SigCgt:");
         if (!caught) continue;
         if (catches_reload_signal(caught)) {
             kill(pid, tq::kReloadSignal);

@@ -77,20 +77,19 @@ constexpr unsigned kHangSeconds = 20;
 // The reset that this process recorded last.
 constinit reboot_cause_record recorded_reset{};
 
-constexpr off_t offset_of_slot(int slot) {
-    return static_cast<off_t>(offsetof(StoreFront, ring) +
-                              sizeof(reboot_cause_record) * static_cast<size_t>(slot));
+constexpr size_t offset_of_slot(int slot) {
+    return offsetof(StoreFront, ring) + sizeof(reboot_cause_record) * static_cast<size_t>(slot);
 }
 
 // Goes on where the storage took a part: half a header would count a record that is not there.
-bool write_at(int fd, const void* data, size_t size, off_t offset) {
+bool write_at(int fd, const void* data, size_t size, size_t offset) {
     const auto* bytes = static_cast<const char*>(data);
     while (size > 0) {
-        const ssize_t written = pwrite(fd, bytes, size, offset);
+        const ssize_t written = pwrite(fd, bytes, size, static_cast<off_t>(offset));
         if (written <= 0) return false;
         bytes += written;
         size -= static_cast<size_t>(written);
-        offset += written;
+        offset += static_cast<size_t>(written);
     }
     return true;
 }
@@ -154,7 +153,7 @@ void get_self_process_name(char (&name)[16]) {
 }
 
 uint32_t seconds_now() {
-    timeval now{};
+    timeval now;
     gettimeofday(&now, nullptr);
     return static_cast<uint32_t>(now.tv_sec);
 }
@@ -229,10 +228,10 @@ bool watchdog_made_reset() {
 
 // True where this process has recorded a reset and nothing has come behind it: no process outlives
 // a run, so this is still the same one. The record's time may have been corrected since.
-bool is_recorded_already(const StoreFront& front) {
+bool is_recorded_already(StoreFront& front) {
     const int slot = newest_slot(front.header);
     if (slot < 0 || recorded_reset.sequence == 0) return false;
-    reboot_cause_record newest = front.ring[slot];
+    reboot_cause_record& newest = front.ring[slot];
     newest.time = recorded_reset.time;
     newest.time_quality = recorded_reset.time_quality;
     return memcmp(&newest, &recorded_reset, sizeof(newest)) == 0;
@@ -242,7 +241,7 @@ void record_reset() {
     const bool watchdog = watchdog_made_reset();
     rb_generate_reboot_cause(
         &recorded_reset, watchdog ? REBOOT_CAUSE_WATCHDOG : REBOOT_CAUSE_POWER_DOWN,
-        "reboot_cause.c", "rb_kernel_up_check", watchdog ? kWatchdogLine : kPowerDownLine, "%s",
+        "reboot_cause.c", "rb_kernel_up_check", watchdog ? kWatchdogLine : kPowerDownLine,
         watchdog ? "Watch dog" : "Power down");
     rb_write_reboot_cause_inner(&recorded_reset);
 }

@@ -5,10 +5,12 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <span>
 
 #include "foundation/file.h"
 #include "foundation/log.h"
@@ -31,23 +33,28 @@ constexpr char kBackupScript[] = "/usr/bin/backup_log.sh";
 
 constexpr size_t kCoredumpServerSize = 16;
 
-// By code; what is not among them is shown as the first.
-constexpr uint32_t kSystemReboot = 1;
-constexpr char kReasons[][sizeof("Change Configuration")] = {
-    "",          "System Reboot", "Change AC",       "Change Configuration",
-    "WTP Crash", "WTP Lock",      "Network Timeout",
-};
+// By code from 1 on, each terminated; what is not among them is shown as the first.
+constexpr char kReasons[] =
+    "System Reboot\0"
+    "Change AC\0"
+    "Change Configuration\0"
+    "WTP Crash\0"
+    "WTP Lock\0"
+    "Network Timeout";
+constexpr uint32_t kReasonCount = std::ranges::count(kReasons, '\0');
 
 const char* reason_text(const char* code) {
+    const char* text = kReasons;
     uint32_t number = 0;
-    const bool known = tq::NumberReader(code).number_up_to(std::size(kReasons) - 1, number);
-    return kReasons[known && number > 0 ? number : kSystemReboot];
+    if (!tq::NumberReader(code).number_up_to(kReasonCount, number)) return text;
+    for (; number > 1; number--)
+        text += strlen(text) + 1;
+    return text;
 }
 
-template <size_t N>
-uint32_t store(char (&out)[N], const char* text) {
-    tq::copy_text(out, N, text);
-    return static_cast<uint32_t>(strlen(out));
+uint32_t store(std::span<char> out, const char* text) {
+    tq::copy_text(out.data(), out.size(), text);
+    return static_cast<uint32_t>(strlen(out.data()));
 }
 
 }  // namespace
@@ -57,6 +64,8 @@ uint32_t store(char (&out)[N], const char* text) {
 void tq_set_offline_reason(int reason) {
     const time_t now = time(nullptr);
     tm local{};
+    // The zone of now, however long this process runs: localtime_r alone may keep an older one.
+    tzset();
     localtime_r(&now, &local);
     Text<64> record;
     record.append("%d\n%d-%02d-%02d %02d:%02d:%02d\n", reason, local.tm_year + 1900,
@@ -81,10 +90,11 @@ int tq_get_offline_reason(offline_reason_info* out) {
 }
 
 int set_traffic_upload_status(const void* up) {
-    if (tq::write_file(kTrafficUpload, up ? "up\n" : "down\n") < 0) {
+    const char* line = up ? "up\n" : "down\n";
+    if (tq::write_file(kTrafficUpload, line) < 0) {
         return TQ_LOG_AT(581, LOG_ERR, "open %s fail\n", kTrafficUpload);
     }
-    TQ_LOG_AT(591, LOG_DEBUG, "%s\n", up ? "up" : "down");
+    TQ_LOG_AT(591, LOG_DEBUG, "%s", line);
     return 0;
 }
 

@@ -63,9 +63,9 @@ bool is_type(const char* type) {
     return *type != '\0';
 }
 
-int apply(uci_context* context, uci_ptr* target, UciAction action) {
+int apply(uci_context* context, uci_ptr* target, UciAction action, const char* caller) {
     if (target->value && !takes_value(action, target->value)) {
-        return TQ_FAIL_IN("uci_do_section", "invalid\n");
+        return TQ_FAIL_IN(caller, "invalid\n");
     }
     int result = perform(context, target, action);
     if (result == UCI_ERR_NOTFOUND && tolerates_absence(action)) result = UCI_OK;
@@ -73,9 +73,9 @@ int apply(uci_context* context, uci_ptr* target, UciAction action) {
     return result == UCI_OK ? 0 : -1;
 }
 
-int commit(uci_context* context, uci_ptr* target, const char* file) {
+int commit(uci_context* context, uci_ptr* target, const char* file, const char* caller) {
     if (uci_commit(context, &target->p, false) == UCI_OK) return 0;
-    return TQ_FAIL_IN("uci_commit_cfg", "uci_commit fail, %s\n", file);
+    return TQ_FAIL_IN(caller, "uci_commit fail, %s\n", file);
 }
 
 // Applies the action to what the path leads to, in a context of its own, or commits it where there
@@ -89,7 +89,8 @@ int work_on(const char* path, const UciAction* action, const char* caller) {
     if (!copy || uci_lookup_ptr(context.get(), &target, copy.get(), true) != UCI_OK) {
         return TQ_FAIL_IN(caller, "uci_lookup_ptr fail, %s\n", path);
     }
-    return action ? apply(context.get(), &target, *action) : commit(context.get(), &target, path);
+    return action ? apply(context.get(), &target, *action, caller)
+                  : commit(context.get(), &target, path, caller);
 }
 
 }  // namespace

@@ -274,9 +274,18 @@ bool is_name(const char* text) {
     return *text != '\0';
 }
 
+// And what as its value.
+bool is_text(const char* text) {
+    for (const char* c = text; *c; c++) {
+        const auto byte = static_cast<unsigned char>(*c);
+        if (byte < ' ' && byte != '\t' && byte != '\n' && byte != '\r') return false;
+    }
+    return true;
+}
+
 // libuci writes anything, but passes over the staged line when it reads it.
 bool can_be_staged(const uci_ptr& target) {
-    return is_name(target.option) && uci_validate_text(target.value);
+    return is_name(target.option) && is_text(target.value);
 }
 
 using Change = int (*)(uci_context*, uci_ptr*);
@@ -317,11 +326,12 @@ void run_commit2(const char* caller, const uci_entry& row) {
 }
 
 int free_row(const char* caller, uci_entry& row) {
-    if (row.pkg && uci_save(row.ctx, row.pkg) != UCI_OK) {
-        return TQ_FAIL_IN(caller, "uci_save %s fail\n", row.file);
+    int result = 0;
+    if (is_loaded(row) && uci_save(row.ctx, row.pkg) != UCI_OK) {
+        result = TQ_FAIL_IN(caller, "uci_save %s fail\n", row.file);
     }
     if (row.ctx) clear(row);
-    return 0;
+    return result;
 }
 
 }  // namespace
@@ -487,16 +497,18 @@ int save_uci_config(int id, const int* commit2, int count) {
 }
 
 int free_uci_config(int id) {
-    if (id != UCI_CONFIG_ALL) {
-        uci_entry* row = find_row(id);
-        return row ? free_row(__func__, *row) : TQ_FAIL("unspport uci entry %d\n", id);
-    }
+    if (id < 0 || id > UCI_CONFIG_ALL) return TQ_FAIL("unspport uci entry %d\n", id);
     int result = 0;
-    for (uci_entry& row : registry)
-        result |= free_row(__func__, row);
+    for (uci_entry& row : registry) {
+        if (id == row.id || id == UCI_CONFIG_ALL) result |= free_row(__func__, row);
+    }
     return result;
 }
 
 int add_section(struct uci_context* ctx, struct uci_package* pkg, const char* type) {
+    // Of a session from before a save: the package that it has is gone.
+    for (const uci_entry& row : registry) {
+        if (ctx && pkg && ctx == row.ctx && !is_in(&ctx->root, pkg)) pkg = row.pkg;
+    }
     return tq::stage_section(__func__, ctx, pkg, type);
 }

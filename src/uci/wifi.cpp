@@ -94,6 +94,7 @@ static_assert(std::size(kCountries) == 26);
 constexpr int kChina = 156;
 
 // Of a RADIUS server and the access point's own side, in the order in which they are deleted.
+enum RadiusOption : uint8_t { kServer, kSecret, kPort, kBridge, kPreauthBridge, kOwnAddress };
 constexpr char kRadiusOptions[][14] = {"auth_server", "auth_secret",   "auth_port",
                                        "eapifname",   "preauthifname", "ownip"};
 
@@ -332,27 +333,27 @@ int wifi_set_auth_radius_server(uci_config_ctx* session, const struct wifi_radiu
     if (network) bridge.append("br-%s", network);
     if (!network || bridge.cut()) return TQ_FAIL("get vap network failed!\n");
     const in_addr_t address = htonl(server->addr);
-    int result = write_address(session, "auth_server", &address);
-    result &= set_uci_config(session, "auth_secret", server->secret);
-    result &= write_number(session, "auth_port", server->port);
-    result &= write_address(session, "ownip", &wan);
-    result &= set_uci_config(session, "eapifname", bridge.c_str());
-    result &= set_uci_config(session, "preauthifname", bridge.c_str());
+    int result = write_address(session, kRadiusOptions[kServer], &address);
+    result &= set_uci_config(session, kRadiusOptions[kSecret], server->secret);
+    result &= write_number(session, kRadiusOptions[kPort], server->port);
+    result &= write_address(session, kRadiusOptions[kOwnAddress], &wan);
+    result &= set_uci_config(session, kRadiusOptions[kBridge], bridge.c_str());
+    result &= set_uci_config(session, kRadiusOptions[kPreauthBridge], bridge.c_str());
     return result;
 }
 
 int wifi_get_auth_radius_server(uci_config_ctx* session, struct wifi_radius_server* server,
                                 int* count) {
     if (!session || !server || !count) return tq::reject(__func__);
-    const char* address_text = get_uci_config(session, "auth_server");
+    const char* address_text = get_uci_config(session, kRadiusOptions[kServer]);
     if (!address_text) return -1;
     in_addr address{};
     if (inet_pton(AF_INET, address_text, &address) != 1) {
         return TQ_FAIL("invalid addr: %s\n", address_text);
     }
     int port = 0;
-    if (!read_number(session, "auth_port", port)) return -1;
-    const char* secret = get_uci_config(session, "auth_secret");
+    if (!read_number(session, kRadiusOptions[kPort], port)) return -1;
+    const char* secret = get_uci_config(session, kRadiusOptions[kSecret]);
     if (!secret) return -1;
     char* copy = strdup(secret);
     if (!copy) return TQ_FAIL("strdup fail\n");

@@ -292,6 +292,20 @@ TEST_F(Signals, LeaveTheSignalMaskAsItWas) {
     EXPECT_NE(eloop_terminated(), 0);
 }
 
+TEST_F(Signals, WaitForTheNextRunWhereAWaitFails) {
+    Action signalled = note_and_stop("signal");
+    eloop_register_signal(SIGUSR1, on_signal, &signalled);
+    eloop_connect_cmm_agent(1);
+    raise(SIGUSR1);
+    waits::fail_next(ENOMEM);
+    testing::internal::CaptureStderr();
+    eloop_run();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "select: Cannot allocate memory\n");
+    EXPECT_TRUE(events.empty());
+    eloop_run();
+    EXPECT_THAT(events, ElementsAre("signal"));
+}
+
 TEST_F(Signals, AloneDoNotKeepTheLoopRunning) {
     eloop_register_signal(
         SIGUSR1, [](int, void*, void*) { ADD_FAILURE(); }, nullptr);

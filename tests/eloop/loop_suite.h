@@ -218,6 +218,16 @@ TYPED_TEST_P(LoopSuite, NeverWrapsADueTimeThatIsTooFarAway) {
     EXPECT_EQ(waits::VirtualTime::now(), 103999999);
 }
 
+TYPED_TEST_P(LoopSuite, CutsADueTimeThatItsMicrosecondsCarryTooFarAway) {
+    const waits::VirtualTime time(INT_MAX, 999999);
+    Action first = this->note("first");
+    Action second = this->note("second");
+    this->add_timeout(0, 0, first);
+    this->add_timeout(0, 1, second);
+    this->loop.run();
+    EXPECT_THAT(this->events, testing::ElementsAre("first", "second"));
+}
+
 TYPED_TEST_P(LoopSuite, OrdersTimeoutsByDueTimeAndThenByRegistration) {
     const waits::VirtualTime time(50, 0);
     std::mt19937 random = seeded(7);
@@ -426,6 +436,20 @@ TYPED_TEST_P(LoopSuite, LetsAHandlerRegisterMoreSocketsThanTheTableHeld) {
         EXPECT_EQ(this->loop.unregister_read_sock(each.one()), 0);
 }
 
+TYPED_TEST_P(LoopSuite, CallsWhatAHandlerRegistersForAReadableSocketInTheSamePass) {
+    const SocketPair pair;
+    pair.send();
+    Action late = this->note_and_stop("late");
+    Action early = [&] {
+        this->events.emplace_back("early");
+        this->add_reader(pair.one(), late);
+    };
+    this->add_reader(pair.one(), early);
+    this->loop.run();
+    EXPECT_THAT(this->events, testing::ElementsAre("early", "late"));
+    EXPECT_EQ(waits::seen().size(), 1U);
+}
+
 TYPED_TEST_P(LoopSuite, TellsThatAPeerHasGone) {
     auto ends = std::array<int, 2>();
     ASSERT_EQ(pipe(ends.data()), 0);
@@ -489,6 +513,18 @@ TYPED_TEST_P(LoopSuite, WatchesUpToTheHighestSocketEverRegistered) {
     this->loop.register_read_sock(high.other(), never_readable, nullptr, nullptr);
     this->add_reader(low.one(), stop);
     this->loop.unregister_read_sock(high.other());
+    this->loop.run();
+    EXPECT_EQ(waits::seen().at(0).count, high.other() + 1);
+}
+
+TYPED_TEST_P(LoopSuite, WatchesNoFewerWhenItBeginsAnewWithALowerSocket) {
+    const SocketPair low;
+    const SocketPair high;
+    low.send();
+    Action stop = this->note_and_stop("readable");
+    this->loop.register_read_sock(high.other(), never_readable, nullptr, nullptr);
+    this->loop.unregister_read_sock(high.other());
+    this->add_reader(low.one(), stop);
     this->loop.run();
     EXPECT_EQ(waits::seen().at(0).count, high.other() + 1);
 }
@@ -728,18 +764,19 @@ REGISTER_TYPED_TEST_SUITE_P(
     ReturnsWhenTheLastTimeoutHasRun, GivesEachHandlerItsArguments, DoesNotWaitOnceItIsTerminated,
     RunsATimeoutBeforeTheSocketsAndOneAPass, WaitsUntilTheFirstTimeoutIsDue,
     CarriesAnyNumberOfMicroseconds, NeverWrapsADueTimeThatIsTooFarAway,
-    OrdersTimeoutsByDueTimeAndThenByRegistration, CancelsAndAddsInAnyOrder,
-    KeepsTimersThatAddThemselvesAgainInOrder, CancelsByHandlerAndDataWithWildcards,
-    LetsATimeoutAddItselfAgainAndCancelOthers, CallsEveryEntryOfASocketInOrder,
-    UnregistersTheFirstEntryAndKeepsTheOrder, LetsAHandlerUnregisterItsOwnAndOtherSockets,
-    LetsAHandlerRegisterMoreSocketsThanTheTableHeld, TellsThatAPeerHasGone,
+    CutsADueTimeThatItsMicrosecondsCarryTooFarAway, OrdersTimeoutsByDueTimeAndThenByRegistration,
+    CancelsAndAddsInAnyOrder, KeepsTimersThatAddThemselvesAgainInOrder,
+    CancelsByHandlerAndDataWithWildcards, LetsATimeoutAddItselfAgainAndCancelOthers,
+    CallsEveryEntryOfASocketInOrder, UnregistersTheFirstEntryAndKeepsTheOrder,
+    LetsAHandlerUnregisterItsOwnAndOtherSockets, LetsAHandlerRegisterMoreSocketsThanTheTableHeld,
+    CallsWhatAHandlerRegistersForAReadableSocketInTheSamePass, TellsThatAPeerHasGone,
     RefusesWhatSelectCannotHold, RefusesNullHandlers, WatchesUpToTheHighestSocketEverRegistered,
-    AsksForTheRegisteredSocketsAlone, WatchesOneDescriptorMoreForTheCmmAgent,
-    GoesOnAfterAnInterruptedWait, StopsWithAMessageWhenASocketWasClosed,
-    IsUnchangedWhenMemoryRunsOut, SaysThatTheClockIsInvalidAndGoesOn,
-    TakesTheLargestValidReadingAsItIs, ReadsTheClockOnceAPassAndTwiceWhereTimeWentBy,
-    ReadsNoClockWithoutATimeout, RunsNothingThatIsNotDueWhereAWaitEndsTooSoon,
-    LooksAtTheClockAgainWhenASocketEndsTheWait, AllocatesOnceForEachRegistration,
-    RunsNoTimeoutBeforeItIsDue);
+    WatchesNoFewerWhenItBeginsAnewWithALowerSocket, AsksForTheRegisteredSocketsAlone,
+    WatchesOneDescriptorMoreForTheCmmAgent, GoesOnAfterAnInterruptedWait,
+    StopsWithAMessageWhenASocketWasClosed, IsUnchangedWhenMemoryRunsOut,
+    SaysThatTheClockIsInvalidAndGoesOn, TakesTheLargestValidReadingAsItIs,
+    ReadsTheClockOnceAPassAndTwiceWhereTimeWentBy, ReadsNoClockWithoutATimeout,
+    RunsNothingThatIsNotDueWhereAWaitEndsTooSoon, LooksAtTheClockAgainWhenASocketEndsTheWait,
+    AllocatesOnceForEachRegistration, RunsNoTimeoutBeforeItIsDue);
 
 }  // namespace tq_test

@@ -3,16 +3,20 @@
 // /proc/mtd lists is a fixture.
 #include "tq/mtd.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <tq/oem.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/boot_block.h"
@@ -29,6 +33,22 @@ using namespace tq_test;  // NOLINT(google-build-using-namespace)
 using testing::ElementsAre;
 using testing::IsEmpty;
 using tq_test::faults::Fail;
+
+// How the board library was last asked for a partition, and an answer in place of the board's.
+std::pair<int, std::string> asked;
+std::optional<int> answer_of_test;
+
+}  // namespace
+
+int tq_get_oem_ap_type_partion_info(int selector, char* out, int len) {
+    asked = {selector, std::string(out, static_cast<size_t>(len))};
+    if (answer_of_test) return *answer_of_test;
+    auto* board =
+        reinterpret_cast<decltype(&tq_get_oem_ap_type_partion_info)>(dlsym(RTLD_NEXT, __func__));
+    return board(selector, out, len);
+}
+
+namespace {
 
 const std::string kTable =
     "dev:    size   erasesize  name\n"
@@ -462,6 +482,20 @@ TEST_P(ImageInfo, HoldsTheFirst512BytesOfThePartition) {
     const MtdTable table(kTable);
     name_partition("rootfs_data");
     expect_version(image(std::string("1.2.3\0", 6)));
+}
+
+TEST_P(ImageInfo, AsksForThePartitionWithAnEmptyNameOf64Bytes) {
+    const MtdTable table(kTable);
+    name_partition("rootfs_data");
+    expect_version(image(k24));
+    EXPECT_EQ(asked, std::pair(GetParam().image + 1, std::string(64, '\0')));
+}
+
+TEST_P(ImageInfo, TakesMinusOneOnlyForAPartitionThatTheBoardDoesNotHave) {
+    const MtdTable table(kTable);
+    answer_of_test = -2;
+    expect_failure(image(k24), 89, "open fail\n");
+    answer_of_test.reset();
 }
 
 TEST_P(ImageInfo, TakesAVersionOfUpTo24CharactersAndLooksNoFurther) {

@@ -364,7 +364,8 @@ TEST_F(Redboot, SaysThatItCannotOpenTheFlashForWriting) {
     load_entries("");
     const std::string before = loaded_block();
     std::filesystem::remove(kFlash);
-    memset(redboot_config, 0, 4);
+    memset(redboot_config, 0, 8);
+    memset(&redboot_config[4088], 0, 8);
     EXPECT_EQ(outcome(redboot_write_config), (Outcome{0, kCantOpen}));
     EXPECT_EQ(loaded_block(), before) << "completed all the same";
     EXPECT_FALSE(exists(kFlash));

@@ -166,6 +166,9 @@ TEST_F(ProcessTest, HasNoAnswerForWhatIsNotOneKnownProcess) {
         EXPECT_EQ(apps_is_running(id), -1) << id;
     table()[kRoamd].name = nullptr;
     EXPECT_EQ(apps_is_running(kRoamd), -1);
+    // Whatever a caller makes of the table.
+    table()[kRoamd] = {54, "unknown", "roam", 3, {}, 168};
+    EXPECT_EQ(apps_is_running(54), -1);
     EXPECT_THAT(log_.take(), IsEmpty());
 }
 

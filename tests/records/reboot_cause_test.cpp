@@ -1269,6 +1269,9 @@ TEST_F(CorrectTime, NeedsTheUptime) {
     const ScopedProc proc(Files{{"uptime", "0.99 0.00\n"}});
     EXPECT_EQ(rb_correct_reboot_time_now(), -1);
     EXPECT_EQ(bytes_of(stored()), bytes_of(before));
+    unlink(kStore);
+    EXPECT_EQ(rb_correct_reboot_time_now(), -1);
+    EXPECT_FALSE(exists(kStore));
 }
 
 TEST_F(CorrectTime, MakesAnEstimateForTheNextRunPossible) {
@@ -1291,6 +1294,17 @@ TEST_F(UpCheck, BeginsARunAfterAPlannedReboot) {
     expected.header.recorded = 0;
     expected.header.time_synchronised = 0;
     EXPECT_EQ(bytes_of(stored()), bytes_of(expected));
+}
+
+TEST_F(UpCheck, TakesAnyFlagButZeroForARecord) {
+    for (const int flag : {1, 2, 255}) {
+        Image image = empty_store();
+        image.header.recorded = static_cast<uint8_t>(flag);
+        put(image);
+        EXPECT_EQ(write_planned(1), 1) << flag;
+        EXPECT_EQ(rb_kernel_up_check(), 0) << flag;
+        EXPECT_EQ(bytes_of(stored()), bytes_of(empty_store())) << flag;
+    }
 }
 
 // What the check records after a run that left no record.

@@ -104,6 +104,21 @@ TEST_F(OfflineReasonTest, WritesTheCodeAndTheLocalTime) {
     tzset();
 }
 
+TEST_F(OfflineReasonTest, FollowsAChangeOfTheTimeZone) {
+    for (const char* zone : {"UTC", "UTC-5:45", "UTC+11"}) {
+        setenv("TZ", zone, 1);
+        const time_t before = time(nullptr);
+        tq_set_offline_reason(1);
+        const std::string content = read_file(kOfflineReason);
+        const time_t after = time(nullptr);
+        tzset();
+        EXPECT_LE("1\n" + local_time(before) + "\n", content) << zone;
+        EXPECT_GE("1\n" + local_time(after) + "\n", content) << zone;
+    }
+    unsetenv("TZ");
+    tzset();
+}
+
 TEST_F(OfflineReasonTest, RecordsAnyCodeAsItIs) {
     for (const int code : {0, 7, -1, INT_MIN, INT_MAX}) {
         tq_set_offline_reason(code);

@@ -234,6 +234,12 @@ TEST_F(SyslogConfigTest, InitNotifiesEveryRunningProcess) {
     EXPECT_TRUE(becomes([] { return shared()->signals == 4; }));
 }
 
+TEST_F(SyslogConfigTest, InitNotifiesBeforeItWritesTheConfiguration) {
+    tq_test::faults::reset();
+    init_syslog();
+    EXPECT_TRUE(tq_test::faults::in_order({"opendir", "fopen", "system"}));
+}
+
 TEST_F(SyslogConfigTest, InitSaysWhenThereIsNoTable) {
     write_file(kConfig, "old");
     table_is_missing = true;
@@ -821,6 +827,11 @@ TEST_F(SyslogConfigTest, RewritesTheConfigurationWhenAServerChangesWhileRemoteLo
     unlink(kConfig);
     set_server_ip_scfg(54, address);
     EXPECT_FALSE(exists(kConfig));
+    table()[1].server[0] = 10;
+    set_server_ip_scfg(54, address);
+    EXPECT_TRUE(exists(kConfig));
+    unlink(kConfig);
+    syslog_server_status = 2;
     table()[1].server[0] = 10;
     set_server_ip_scfg(54, address);
     EXPECT_TRUE(exists(kConfig));

@@ -1078,7 +1078,8 @@ TEST_F(SetUciConfig, KeepsEveryTextByteForByte) {
 
 TEST_F(SetUciConfig, RefusesWhatNoFileCanHold) {
     uci_config_ctx session = radio0();
-    for (const std::string value : {"\x01", "a\x1b[0m", "\x08", "tail\x1f"}) {
+    for (const std::string value :
+         {"\x01", "a\x1b[0m", "\x08", "\x0b", "\x0c", "\x0e", "tail\x1f"}) {
         EXPECT_EQ(set_uci_config(&session, "channel", value.c_str()), -1);
         EXPECT_EQ(set_uci_config(&session, "fresh", value.c_str()), -1);
         EXPECT_EQ(set_uci_config(&session, "basic_rate", value.c_str()), -1);
@@ -1824,7 +1825,8 @@ TEST_F(FreeUciConfig, RejectsAnIdOfNoFile) {
     }
 }
 
-TEST_F(FreeUciConfig, KeepsAFileWhoseChangesCannotBeStaged) {
+TEST_F(FreeUciConfig, FreesAFileWhoseChangesCannotBeStaged) {
+    const std::string before = staged("wireless");
     uci_config_ctx session = radio0();
     EXPECT_EQ(load_uci_config(UCI_CONFIG_SYSTEM, nullptr), 0);
     EXPECT_EQ(del_uci_config(&session, "beacon_int"), 0);
@@ -1832,14 +1834,32 @@ TEST_F(FreeUciConfig, KeepsAFileWhoseChangesCannotBeStaged) {
     {
         const ReadOnly locked("/tmp");
         EXPECT_EQ(free_uci_config(UCI_CONFIG_WIRELESS), -1);
-        EXPECT_EQ(free_uci_config(UCI_CONFIG_ALL), -1);
-        EXPECT_THAT(log_.take(), ElementsAre(Error("free_uci_config", "uci_save wireless fail\n"),
-                                             Error("free_uci_config", "uci_save wireless fail\n")));
+        EXPECT_THAT(log_.take(), ElementsAre(Error("free_uci_config", "uci_save wireless fail\n")));
+        EXPECT_EQ(live_contexts(), 1);
+        EXPECT_EQ(get_uci_entry_by_name("wireless")->ctx, nullptr);
+        EXPECT_EQ(get_uci_entry_by_name("wireless")->pkg, nullptr);
+        EXPECT_EQ(free_uci_config(UCI_CONFIG_WIRELESS), 0);
     }
-    EXPECT_EQ(live_contexts(), 1);
-    EXPECT_EQ(text(get_uci_config(&session, "channel")), "6");
-    EXPECT_EQ(free_uci_config(UCI_CONFIG_WIRELESS), 0);
-    EXPECT_EQ(staged("wireless"), "-wireless.radio0.beacon_int\n");
+    EXPECT_EQ(get_uci_config(&session, "channel"), nullptr);
+    log_.take();
+    session = radio0();
+    EXPECT_EQ(text(get_uci_config(&session, "beacon_int")), "100");
+    EXPECT_EQ(staged("wireless"), before);
+    expect_silence();
+}
+
+TEST_F(FreeUciConfig, FreesEveryFileWhenTheChangesOfOneCannotBeStaged) {
+    uci_config_ctx session = radio0();
+    EXPECT_EQ(load_uci_config(UCI_CONFIG_DHCP, nullptr), 0);
+    EXPECT_EQ(load_uci_config(UCI_CONFIG_SYSTEM, nullptr), 0);
+    EXPECT_EQ(del_uci_config(&session, "beacon_int"), 0);
+    log_.take();
+    const ReadOnly locked("/tmp");
+    EXPECT_EQ(free_uci_config(UCI_CONFIG_ALL), -1);
+    EXPECT_THAT(log_.take(), ElementsAre(Error("free_uci_config", "uci_save wireless fail\n")));
+    EXPECT_EQ(live_contexts(), 0);
+    EXPECT_EQ(free_uci_config(UCI_CONFIG_ALL), 0);
+    expect_silence();
 }
 
 // add_section
@@ -1867,6 +1887,42 @@ TEST_F(AddSection, StagesTheSectionForTheNextSave) {
     EXPECT_EQ(seen_by_uci("bind.@bind[3]"), "bind\n");
     EXPECT_EQ(save_uci_config(UCI_CONFIG_BIND, nullptr, 0), 0);
     EXPECT_EQ(stored("bind"), before + "config bind\n\n");
+}
+
+// There is no other package either.
+TEST_F(AddSection, RejectsASessionsPackageThatAFailedCommitHasUnloaded) {
+    {
+        const CallFails fail("uci_commit", UCI_ERR_PARSE);
+        EXPECT_EQ(save_uci_config(UCI_CONFIG_BIND, nullptr, 0), UCI_ERR_PARSE);
+    }
+    log_.take();
+    EXPECT_EQ(add_section(bind_.ctx, bind_.pkg, "bind"), -1);
+    EXPECT_THAT(log_.take(), ElementsAre(Error("add_section", "invalid parameters\n")));
+    EXPECT_EQ(staged("bind"), "");
+    EXPECT_EQ(load_uci_config(UCI_CONFIG_BIND, &bind_), 0);
+    EXPECT_EQ(add_section(bind_.ctx, bind_.pkg, "bind"), 3);
+}
+
+// The session's package is the one from before the save.
+TEST_F(AddSection, TakesASessionsPackageAcrossASave) {
+    const std::string before = stored("bind");
+    EXPECT_EQ(add_section(bind_.ctx, bind_.pkg, "bind"), 3);
+    EXPECT_EQ(save_uci_config(UCI_CONFIG_BIND, nullptr, 0), 0);
+    EXPECT_EQ(add_section(bind_.ctx, bind_.pkg, "bind"), 4);
+    EXPECT_EQ(add_section(bind_.ctx, bind_.pkg, "profile"), 2);
+    EXPECT_EQ(save_uci_config(UCI_CONFIG_ALL, nullptr, 0), UCI_CONFIG_ALL);
+    EXPECT_EQ(add_section(bind_.ctx, nullptr, "bind"), -1);
+    EXPECT_EQ(stored("bind"), before + "config bind\n\nconfig bind\n\nconfig profile\n\n");
+    EXPECT_THAT(log_.take(), ElementsAre(Error("add_section", "invalid parameters\n")));
+}
+
+TEST_F(AddSection, TakesAPackageThatACallerHasLoadedIntoTheFilesContext) {
+    uci_package* other = nullptr;
+    ASSERT_EQ(uci_load(bind_.ctx, "dhcp", &other), UCI_OK);
+    EXPECT_EQ(add_section(bind_.ctx, other, "fresh"), 0);
+    EXPECT_THAT(staged("dhcp"), testing::MatchesRegex("\\+dhcp.cfg[0-9a-f]+='fresh'\n"));
+    EXPECT_EQ(staged("bind"), "");
+    expect_silence();
 }
 
 TEST_F(AddSection, SaysInItsOwnNameWhatLibuciRefuses) {
