@@ -16,8 +16,8 @@
  * the LAN, one with 2 shares its own with the VLAN, one with 0 shares its own with the WAN.
  *
  * An address is six bytes, the octet with the multicast and local bits first. Functions that take a
- * number of bytes want at least 6; null and less give -1. Nothing here is logged but by
- * get_radio_stats.
+ * number of bytes want at least 6; null and less give -1, and a number of 2^31 or more counts as
+ * one below zero. Nothing here is logged but by get_radio_stats.
  */
 #ifndef TQ_MAC_H
 #define TQ_MAC_H

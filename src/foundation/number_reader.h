@@ -43,15 +43,6 @@ class NumberReader {
     // As "%s": what there is up to the next blank, of no length at the end of the text.
     std::string_view word();
 
-    void skip_blanks() {
-        const char* first = next_;
-        while (is_blank(*first))
-            first++;
-        next_ = first;
-    }
-
-    [[nodiscard]] const char* rest() const { return next_; }
-
     static bool is_digit(char c) { return c >= '0' && c <= '9'; }
     static bool is_blank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
@@ -62,6 +53,13 @@ class NumberReader {
         bool fits;
         uint64_t magnitude;
     };
+
+    void skip_blanks() {
+        const char* first = next_;
+        while (is_blank(*first))
+            first++;
+        next_ = first;
+    }
 
     // Steps over blanks and a sign; true for a minus.
     bool minus();

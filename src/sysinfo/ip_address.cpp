@@ -31,9 +31,11 @@ using V4Bytes = std::array<uint8_t, 4>;
 
 // The bytes of a mask, whose first bits are set.
 void put_mask(uint8_t* out, size_t size, uint32_t length) {
-    auto rest = static_cast<int>(length);
-    for (size_t i = 0; i < size; i++, rest -= 8)
-        out[i] = static_cast<uint8_t>(0xff00 >> std::clamp(rest, 0, 8));
+    for (size_t i = 0; i < size; i++) {
+        const uint32_t bits = std::min(length, 8U);
+        out[i] = static_cast<uint8_t>(0xff00 >> bits);
+        length -= bits;
+    }
 }
 
 using Octets = std::array<uint32_t, 4>;
@@ -244,16 +246,12 @@ int ip_set_v4_str_addr_mask(ip_address* address, const char* text) {
     NumberReader reader(text);
     Octets octets;
     if (!read_octets(reader, octets) || !reader.literal('/')) return -1;
-    reader.skip_blanks();
-    const char* rest = reader.rest();
+    const std::string_view rest = reader.word();
+    if (rest.empty() || !copy_octets(address->form.v4.address, octets)) return -1;
     char word[256];
-    size_t length = 0;
-    while (length < sizeof(word) - 1 && rest[length] && !NumberReader::is_blank(rest[length])) {
-        word[length] = rest[length];
-        length++;
-    }
+    const size_t length = std::min(rest.size(), sizeof(word) - 1);
+    memcpy(word, rest.data(), length);
     word[length] = '\0';
-    if (length == 0 || !copy_octets(address->form.v4.address, octets)) return -1;
     address->size = sizeof(*address);
     if (ip_set_v4_str_mask(address, word) == 0) return 0;
     uint32_t prefix_length = 0;
@@ -308,7 +306,7 @@ int ip_address_to_v6_byte_addr(const ip_address* address, uint8_t out[16]) {
 
 int ip_get_v6_byte_mask(const ip_address* address, uint8_t out[16]) {
     if (!out || !is_v6(address)) return -1;
-    put_mask(out, 16, std::min(address->form.v6.prefix_length, kMaxV6Length));
+    put_mask(out, 16, address->form.v6.prefix_length);
     return 0;
 }
 

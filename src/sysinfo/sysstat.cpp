@@ -65,29 +65,16 @@ bool read_ticks(const char* text, uint32_t* ticks, size_t count) {
     return strncmp(text, "cpu", kNameSize) == 0 && read_numbers(text + kNameSize, ticks, count);
 }
 
-struct MemoryName {
-    uint8_t length;
-    char text[9];
-};
-
-constexpr MemoryName kMemoryNames[PROC_MEMINFO_FIGURES] = {
-    {8, "MemTotal"}, {7, "MemFree"}, {7, "Buffers"}, {6, "Cached"}};
+constexpr char kMemoryNames[PROC_MEMINFO_FIGURES][10] = {
+    "MemTotal:", "MemFree:", "Buffers:", "Cached:"};
 
 // The place of the first of the names that the line contains; PROC_MEMINFO_FIGURES where there is
-// none. A colon ends it, of which a line has one as a rule.
-size_t memory_figure(const char* line, const char* colon) {
-    size_t first = PROC_MEMINFO_FIGURES;
-    for (; colon; colon = strchr(colon + 1, ':')) {
-        const auto length = static_cast<size_t>(colon - line);
-        for (size_t place = 0; place < first; place++) {
-            const MemoryName& name = kMemoryNames[place];
-            // The last letter tells most of them apart.
-            if (length >= name.length && colon[-1] == name.text[name.length - 1] &&
-                memcmp(colon - name.length, name.text, name.length) == 0)
-                first = place;
-        }
-    }
-    return first;
+// none.
+size_t memory_figure(const char* line) {
+    size_t place = 0;
+    while (place < PROC_MEMINFO_FIGURES && !strstr(line, kMemoryNames[place]))
+        place++;
+    return place;
 }
 
 int read_memory(const char* function, uint32_t (&figures)[PROC_MEMINFO_FIGURES]) {
@@ -161,22 +148,20 @@ int get_proc_meminfo(uint32_t figures[PROC_MEMINFO_FIGURES]) {
     if (!figures) return tq::reject_parameter(__func__);
     const UniqueFd file = open_to_read("/proc/meminfo");
     if (!file) return TQ_FAIL("fopen fail\n");
-    const bool traced = tq::is_logged(LOG_DEBUG);
     LineReader lines(file.get());
     int found = 0;
     while (found < PROC_MEMINFO_FIGURES) {
         const char* line = lines.next();
         if (!line) break;
-        const char* colon = strchr(line, ':');
-        const size_t place = memory_figure(line, colon);
+        const size_t place = memory_figure(line);
         if (place == PROC_MEMINFO_FIGURES) continue;
+        const char* colon = strchr(line, ':');
         // The number stands behind the first colon, in front of which something has to be.
         if (colon == line || !NumberReader(colon + 1).number(figures[place])) {
             TQ_LOG(LOG_ERR, "sscanf %s fail\n", line);
             break;
         }
-        if (traced)
-            TQ_LOG(LOG_DEBUG, "%s - %lu\n", line, static_cast<unsigned long>(figures[place]));
+        TQ_LOG(LOG_DEBUG, "%s - %lu\n", line, static_cast<unsigned long>(figures[place]));
         found++;
     }
     return found == PROC_MEMINFO_FIGURES ? 1 : -1;
@@ -228,11 +213,12 @@ int tq_get_flash_free_size(uint32_t* free_kb) {
     MountTable mounts;
     if (!mounts) return TQ_FAIL("setmntent fail\n");
     struct statfs room {};
-    const char* directory = mounts.next();
-    while (directory && (strcmp(directory, kOverlay) != 0 || statfs(directory, &room) < 0))
-        directory = mounts.next();
-    *free_kb = static_cast<uint32_t>(room.f_bsize) * static_cast<uint32_t>(room.f_bavail) >> 10;
-    return directory ? 0 : -1;
+    while (const char* directory = mounts.next()) {
+        if (strcmp(directory, kOverlay) != 0 || statfs(directory, &room) < 0) continue;
+        *free_kb = static_cast<uint32_t>(room.f_bsize) * static_cast<uint32_t>(room.f_bavail) >> 10;
+        return 0;
+    }
+    return -1;
 }
 
 int tq_hal_get_flash_size(void) {
@@ -267,14 +253,14 @@ int tq_get_eth_flow(uint32_t port, uint32_t* in, uint32_t* out) {
     if (!in || !out) return tq::reject_parameter(__func__);
     *in = 0;
     *out = 0;
-    uint32_t flow = 0;
-    if (tq_get_in_flow_statistics(port, &flow) != 0)
+    uint32_t in_flow = 0;
+    if (tq_get_in_flow_statistics(port, &in_flow) != 0)
         return TQ_FAIL("tq_get_in_flow_statistics fail\n");
-    *in = flow;
-    flow = 0;
-    if (tq_get_out_flow_statistics(port, &flow) != 0)
+    *in = in_flow;
+    uint32_t out_flow = 0;
+    if (tq_get_out_flow_statistics(port, &out_flow) != 0)
         return TQ_FAIL("tq_get_out_flow_statistics fail\n");
-    *out = flow;
+    *out = out_flow;
     return 0;
 }
 
@@ -288,17 +274,18 @@ int tq_get_eth_stats(int port, if_stats* rec) {
         return -1;
     }
     uint64_t numbers[6];
-    const bool known = read_numbers(line, numbers, std::size(numbers));
-    if (known) {
+    int result = 0;
+    if (read_numbers(line, numbers, std::size(numbers))) {
         rec->in_octets = numbers[0];
         rec->out_octets = numbers[3];
     } else {
         TQ_LOG(LOG_WARNING, "unknown format: '%s'\n", line);
+        result = -1;
     }
     TQ_LOG(LOG_DEBUG, "ifInOctets:%llu ifOutOctets: %llu\n",
            static_cast<unsigned long long>(rec->in_octets),
            static_cast<unsigned long long>(rec->out_octets));
-    return known ? 0 : -1;
+    return result;
 }
 
 int tq_get_if_statistics(int port, if_stats* rec) {
