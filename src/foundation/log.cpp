@@ -5,10 +5,13 @@
 
 namespace tq {
 
+bool is_logged(int priority) {
+    return (setlogmask(0) & LOG_MASK(priority)) != 0;
+}
+
 int log_line(unsigned where, const char* function, const char* format, ...) {
-    const auto priority = static_cast<int>(where & 7);
     // Most traces are masked, and need no text then.
-    if ((setlogmask(0) & LOG_MASK(priority)) == 0) return -1;
+    if (!is_logged(static_cast<int>(where & 7))) return -1;
     // Only the library's own texts come here, none of them near this long; their values are
     // formatted by syslog itself, at whatever length it allows.
     char prefixed[512];
@@ -17,7 +20,7 @@ int log_line(unsigned where, const char* function, const char* format, ...) {
     va_start(values, format);
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    vsyslog(priority, prefixed, values);
+    vsyslog(static_cast<int>(where & 7), prefixed, values);
 #pragma GCC diagnostic pop
     va_end(values);
     return -1;

@@ -12,6 +12,9 @@ constexpr unsigned log_where(int line, int priority) {
     return static_cast<unsigned>(line) << 3 | static_cast<unsigned>(priority);
 }
 
+// Whether a line of this priority is wanted at all: for whoever writes several of them in a loop.
+bool is_logged(int priority);
+
 // Logs "[function:line] text" with no explicit facility. The result is -1 always, which makes a
 // failure and its line one expression.
 __attribute__((format(printf, 3, 4))) int log_line(unsigned where, const char* function,

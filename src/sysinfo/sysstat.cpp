@@ -148,6 +148,7 @@ int get_proc_meminfo(uint32_t figures[PROC_MEMINFO_FIGURES]) {
     if (!figures) return tq::reject_parameter(__func__);
     const UniqueFd file = open_to_read("/proc/meminfo");
     if (!file) return TQ_FAIL("fopen fail\n");
+    const bool traced = tq::is_logged(LOG_DEBUG);
     LineReader lines(file.get());
     int found = 0;
     while (found < PROC_MEMINFO_FIGURES) {
@@ -161,7 +162,8 @@ int get_proc_meminfo(uint32_t figures[PROC_MEMINFO_FIGURES]) {
             TQ_LOG(LOG_ERR, "sscanf %s fail\n", line);
             break;
         }
-        TQ_LOG(LOG_DEBUG, "%s - %lu\n", line, static_cast<unsigned long>(figures[place]));
+        if (traced)
+            TQ_LOG(LOG_DEBUG, "%s - %lu\n", line, static_cast<unsigned long>(figures[place]));
         found++;
     }
     return found == PROC_MEMINFO_FIGURES ? 1 : -1;
