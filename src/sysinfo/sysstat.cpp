@@ -65,16 +65,29 @@ bool read_ticks(const char* text, uint32_t* ticks, size_t count) {
     return strncmp(text, "cpu", kNameSize) == 0 && read_numbers(text + kNameSize, ticks, count);
 }
 
-constexpr char kMemoryNames[PROC_MEMINFO_FIGURES][10] = {
-    "MemTotal:", "MemFree:", "Buffers:", "Cached:"};
+struct MemoryName {
+    uint8_t length;
+    char text[9];
+};
+
+constexpr MemoryName kMemoryNames[PROC_MEMINFO_FIGURES] = {
+    {8, "MemTotal"}, {7, "MemFree"}, {7, "Buffers"}, {6, "Cached"}};
 
 // The place of the first of the names that the line contains; PROC_MEMINFO_FIGURES where there is
-// none.
-size_t memory_figure(const char* line) {
-    size_t place = 0;
-    while (place < PROC_MEMINFO_FIGURES && !strstr(line, kMemoryNames[place]))
-        place++;
-    return place;
+// none. A colon ends it, of which a line has one as a rule.
+size_t memory_figure(const char* line, const char* colon) {
+    size_t first = PROC_MEMINFO_FIGURES;
+    for (; colon; colon = strchr(colon + 1, ':')) {
+        const auto length = static_cast<size_t>(colon - line);
+        for (size_t place = 0; place < first; place++) {
+            const MemoryName& name = kMemoryNames[place];
+            // The last letter tells most of them apart.
+            if (length >= name.length && colon[-1] == name.text[name.length - 1] &&
+                memcmp(colon - name.length, name.text, name.length) == 0)
+                first = place;
+        }
+    }
+    return first;
 }
 
 int read_memory(const char* function, uint32_t (&figures)[PROC_MEMINFO_FIGURES]) {
@@ -154,9 +167,9 @@ int get_proc_meminfo(uint32_t figures[PROC_MEMINFO_FIGURES]) {
     while (found < PROC_MEMINFO_FIGURES) {
         const char* line = lines.next();
         if (!line) break;
-        const size_t place = memory_figure(line);
-        if (place == PROC_MEMINFO_FIGURES) continue;
         const char* colon = strchr(line, ':');
+        const size_t place = memory_figure(line, colon);
+        if (place == PROC_MEMINFO_FIGURES) continue;
         // The number stands behind the first colon, in front of which something has to be.
         if (colon == line || !NumberReader(colon + 1).number(figures[place])) {
             TQ_LOG(LOG_ERR, "sscanf %s fail\n", line);
