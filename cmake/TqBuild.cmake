@@ -37,13 +37,22 @@ target_compile_options(tq_freestanding INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
     -fvisibility=hidden -ffunction-sections -fdata-sections
     $<$<CONFIG:MinSizeRel>:-fno-asynchronous-unwind-tables>)
-# On MIPS the table of addresses stays writable whatever the linker is told, and what else could be protected is less than the
-# padding that it takes.
-if(NOT CMAKE_SYSTEM_PROCESSOR MATCHES "^mips")
-    set(relro -Wl,-z,relro)
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^mips")
+    # A call is dearer there than GCC assumes when it inlines, or splits functions, for size; so is a branch; and with eight
+    # registers in reach of most MIPS16 instructions, what it keeps in one for later costs more than it saves.
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        target_compile_options(tq_freestanding INTERFACE "$<$<AND:$<CONFIG:MinSizeRel>,$<COMPILE_LANGUAGE:CXX>>:\
+-fno-partial-inlining;--param=max-inline-insns-size=3;--param=uninlined-function-insns=6;-mbranch-cost=20;\
+-fno-expensive-optimizations;-fno-ira-hoist-pressure;-frename-registers>")
+    endif()
+    # The table of addresses stays writable whatever the linker is told, and what else could be protected is less than the
+    # padding that it takes; so is what the data would share a page with.
+    set(segments -Wl,-z,common-page-size=16)
+else()
+    set(segments -Wl,-z,relro)
 endif()
 target_link_options(tq_freestanding INTERFACE
-    ${relro} -Wl,-z,now -Wl,--gc-sections -Wl,--as-needed)
+    ${segments} -Wl,-z,now -Wl,--gc-sections -Wl,--as-needed)
 
 if(TQ_SANITIZE)
     add_compile_options(-fsanitize=${TQ_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
