@@ -13,7 +13,7 @@ set(CMAKE_C_FLAGS_INIT "-mips32r2 -mips16 -minterlink-mips16")
 # A call is dearer there than the compiler assumes when it inlines, or splits functions, for size; and with eight registers in
 # reach of most instructions, what it keeps in one for later costs more than it saves.
 set(CMAKE_CXX_FLAGS_INIT "${CMAKE_C_FLAGS_INIT} -fno-partial-inlining --param=max-inline-insns-size=3 \
---param=uninlined-function-insns=6 -fno-expensive-optimizations -fno-ira-hoist-pressure -frename-registers")
+--param=uninlined-function-insns=6 -fno-expensive-optimizations -fno-ira-hoist-pressure -frename-registers -mbranch-cost=20")
 # The device's kernel has pages of 4 KiB: the linker's default of 64 KiB would only pad the file, and so would starting the
 # data on a page of its own. Debian's compiler adds an identifier of the build, a firmware's does not.
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "-Wl,-z,max-page-size=4096 -Wl,-z,common-page-size=16 -Wl,--build-id=none")
