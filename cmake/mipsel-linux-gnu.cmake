@@ -10,8 +10,8 @@ set(CMAKE_FIND_ROOT_PATH /usr/mipsel-linux-gnu)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 # MIPS16e, as firmware for these cores (24Kc and the like) is built where size counts: three quarters of the code's size.
 set(CMAKE_C_FLAGS_INIT "-mips32r2 -mips16 -minterlink-mips16")
-# A call is dearer there than the compiler assumes when it inlines, or splits functions, for size; and with eight registers in
-# reach of most instructions, what it keeps in one for later costs more than it saves.
+# A call is dearer there than the compiler assumes when it inlines, or splits functions, for size, and so is a branch beside a
+# calculation; with eight registers in reach of most instructions, what it keeps in one for later costs more than it saves.
 set(CMAKE_CXX_FLAGS_INIT "${CMAKE_C_FLAGS_INIT} -fno-partial-inlining --param=max-inline-insns-size=3 \
 --param=uninlined-function-insns=6 -fno-expensive-optimizations -fno-ira-hoist-pressure -frename-registers -mbranch-cost=20")
 # The device's kernel has pages of 4 KiB: the linker's default of 64 KiB would only pad the file, and so would starting the
