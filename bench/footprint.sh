@@ -36,7 +36,7 @@ stripped. Made by `./run footprint`, which fails where a source, the object or i
 
 What a function costs on this machine before it does anything: 20 to 24 bytes to find the library's addresses, where it uses
 any; 12 a call that leaves the library or stays in its source, 8 one to another of its sources; 8 for the address of a text or
-a table; about 30 a log line, besides its text. 419 exported names take 27 KB in any build: their texts, their entries and what
+a table; about 30 a log line, besides its text. 419 exported names take 16 KB in any build: their texts, their entries and what
 the loader finds them by. MIPS16e takes a third off the code of the plain instruction set; link-time optimization takes nothing
 more off it.
 

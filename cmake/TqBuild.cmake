@@ -38,8 +38,9 @@ target_compile_options(tq_freestanding INTERFACE
     -fvisibility=hidden -ffunction-sections -fdata-sections
     $<$<CONFIG:MinSizeRel>:-fno-asynchronous-unwind-tables>)
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^mips")
-    # A call is dearer there than GCC assumes when it inlines, or splits functions, for size; so is a branch; and with eight
-    # registers in reach of most MIPS16 instructions, what it keeps in one for later costs more than it saves.
+    # A call is dearer there than GCC assumes when it inlines, or splits functions, for size, and so is a branch beside a
+    # calculation; with eight registers in reach of most MIPS16 instructions, what it keeps in one for later costs more than it
+    # saves.
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
         target_compile_options(tq_freestanding INTERFACE "$<$<AND:$<CONFIG:MinSizeRel>,$<COMPILE_LANGUAGE:CXX>>:\
 -fno-partial-inlining;--param=max-inline-insns-size=3;--param=uninlined-function-insns=6;-mbranch-cost=20;\

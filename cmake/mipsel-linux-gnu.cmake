@@ -8,7 +8,7 @@ set(CMAKE_CXX_COMPILER mipsel-linux-gnu-g++)
 set(CMAKE_LIBRARY_ARCHITECTURE mipsel-linux-gnu)
 set(CMAKE_FIND_ROOT_PATH /usr/mipsel-linux-gnu)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
-# MIPS16e, as firmware for these cores (24Kc and the like) is built where size counts: three quarters of the code's size.
+# MIPS16e, as firmware for these cores (24Kc and the like) is built where size counts: two thirds of the code's size.
 set(CMAKE_C_FLAGS_INIT "-mips32r2 -mips16 -minterlink-mips16")
 set(CMAKE_CXX_FLAGS_INIT "${CMAKE_C_FLAGS_INIT}")
 # Debian's compiler adds an identifier of the build, a firmware's does not.

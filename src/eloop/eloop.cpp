@@ -70,6 +70,8 @@ int wait(tq::Pass& pass) {
 void call_signal_handlers() {
     if (tq::look_at(state.signaled) == 0) return;
     tq::set_shared(state.signaled, 0);
+    // Only now the entries: a delivery that comes behind the look at one is for the next pass.
+    std::atomic_signal_fence(std::memory_order_seq_cst);
     // The array is read anew after each handler, which may have changed it.
     for (int i = 0; i < state.signal_count; i++) {
         eloop_signal& signal = state.signals[i];

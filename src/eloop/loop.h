@@ -16,8 +16,8 @@ namespace TQ_HIDDEN tq {
 
 constexpr int32_t kMicrosecondsInSecond = 1000000;
 
-// A field that a signal handler or another thread may change at any time. Nothing else is told by
-// it, so its readers need no order.
+// A field that a signal handler or another thread may change at any time. What another thread
+// writes tells of nothing else, so that its readers need no order.
 inline std::atomic_ref<int> shared(int& field) {
     static_assert(std::atomic_ref<int>::is_always_lock_free);
     return std::atomic_ref<int>(field);

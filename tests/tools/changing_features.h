@@ -1,6 +1,7 @@
 // changing_features.h - an interface of which the kernel always has something to tell.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <linux/ethtool.h>
 #include <linux/sockios.h>
 #include <net/if.h>
@@ -22,7 +23,7 @@ namespace tq_test {
 class ChangingFeatures {
   public:
     ChangingFeatures() {
-        run_command("ip link add tq0 type veth peer name tq1");
+        EXPECT_EQ(run_command("ip link add tq0 type veth peer name tq1").status, 0);
         thread_ = std::thread([this] {
             for (uint32_t on = 0; !ended_; on = !on) {
                 switch_feature(on);
@@ -33,7 +34,7 @@ class ChangingFeatures {
     ~ChangingFeatures() {
         ended_ = true;
         thread_.join();
-        run_command("ip link del tq0");
+        EXPECT_EQ(run_command("ip link del tq0").status, 0);
     }
     ChangingFeatures(const ChangingFeatures&) = delete;
     ChangingFeatures& operator=(const ChangingFeatures&) = delete;

@@ -205,8 +205,6 @@ TEST_F(TqctlLogTest, SaysThatTheConfigurationCannotBeWritten) {
     EXPECT_FALSE(exists("/tmp/.loglvl.kernel"));
 }
 
-// log show
-
 // The library would cut the files, and not tell.
 TEST_F(TqctlLogTest, LeavesTheConfigurationWhereTheDiskIsFull) {
     EXPECT_EQ(tqctl("log server all 192.0.2.7").status, kDone);
@@ -221,6 +219,8 @@ TEST_F(TqctlLogTest, LeavesTheConfigurationWhereTheDiskIsFull) {
         EXPECT_EQ(read_file("/tmp/syslogserver"), "on logging");
     }
 }
+
+// log show
 
 TEST_F(TqctlLogTest, ShowListsTheTable) {
     const CommandResult result = tqctl("log show");
