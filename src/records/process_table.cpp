@@ -113,37 +113,16 @@ constexpr size_t kTagsLength = list_length([](auto& known) { return known.tag; }
 static_assert(kNamesLength + 1 < tq::kNameListSize);
 static_assert(kTagsLength + kLongestRemainder.size() < tq::kConfigLineSize);
 
-// Whether the row has the id and the facility that follow from the one before it.
-consteval bool follows(size_t row) {
-    if (row == 0) return false;
-    const KnownProcess& before = kProcesses[row - 1];
-    return kProcesses[row].id == before.id + 1 && kProcesses[row].facility == before.facility;
-}
-
-consteval size_t count_jumps() {
-    size_t jumps = 0;
-    for (size_t row = 0; row < kProcessCount; row++)
-        jumps += follows(row) ? 0 : 1;
-    return jumps;
-}
-
-// In front of a row that does not follow: a zero byte, which no name starts with, id and facility.
-constexpr size_t kJumpSize = 3;
-
-// The rows as they are stored, one behind the other without padding or relocation: name and tag,
-// both terminated.
-using Stored = std::array<char, kJumpSize * count_jumps() + kNamesLength + kTagsLength>;
+// The rows as they are stored, one behind the other without padding or relocation: id, facility,
+// name and tag, both terminated.
+using Stored = std::array<char, 2 * kProcessCount + kNamesLength + kTagsLength>;
 
 consteval Stored store() {
     Stored stored{};
     char* end = stored.data();
-    for (size_t row = 0; row < kProcessCount; row++) {
-        const KnownProcess& known = kProcesses[row];
-        if (!follows(row)) {
-            end[1] = static_cast<char>(known.id);
-            end[2] = static_cast<char>(known.facility);
-            end += kJumpSize;
-        }
+    for (const KnownProcess& known : kProcesses) {
+        *end++ = static_cast<char>(known.id);
+        *end++ = static_cast<char>(known.facility);
         end = std::ranges::copy(known.name, end).out + 1;
         end = std::ranges::copy(known.tag, end).out + 1;
     }
@@ -163,16 +142,9 @@ const char* behind_text(const char* text) {
 
 void fill_table() {
     const char* stored = kStored.data();
-    uint8_t id = 0;
-    uint8_t facility = 0;
     for (syslog_process& row : table) {
-        if (*stored == '\0') {
-            id = static_cast<uint8_t>(stored[1]);
-            facility = static_cast<uint8_t>(stored[2]);
-            stored += kJumpSize;
-        }
-        row.id = id++;
-        row.facility = facility;
+        row.id = static_cast<uint8_t>(*stored++);
+        row.facility = static_cast<uint8_t>(*stored++);
         row.level = LOG_ERR;
         row.name = stored;
         row.tag = behind_text(row.name);

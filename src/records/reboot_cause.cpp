@@ -228,10 +228,10 @@ bool watchdog_made_reset() {
 
 // True where this process has recorded a reset and nothing has come behind it: no process outlives
 // a run, so this is still the same one. The record's time may have been corrected since.
-bool is_recorded_already(StoreFront& front) {
+bool is_recorded_already(const StoreFront& front) {
     const int slot = newest_slot(front.header);
     if (slot < 0 || recorded_reset.sequence == 0) return false;
-    reboot_cause_record& newest = front.ring[slot];
+    reboot_cause_record newest = front.ring[slot];
     newest.time = recorded_reset.time;
     newest.time_quality = recorded_reset.time_quality;
     return memcmp(&newest, &recorded_reset, sizeof(newest)) == 0;

@@ -5,7 +5,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -33,23 +32,17 @@ constexpr char kBackupScript[] = "/usr/bin/backup_log.sh";
 
 constexpr size_t kCoredumpServerSize = 16;
 
-// By code from 1 on, each terminated; what is not among them is shown as the first.
-constexpr char kReasons[] =
-    "System Reboot\0"
-    "Change AC\0"
-    "Change Configuration\0"
-    "WTP Crash\0"
-    "WTP Lock\0"
-    "Network Timeout";
-constexpr uint32_t kReasonCount = std::ranges::count(kReasons, '\0');
+// By code; what is not among them is shown as the first.
+constexpr uint32_t kSystemReboot = 1;
+constexpr char kReasons[][sizeof("Change Configuration")] = {
+    "",          "System Reboot", "Change AC",       "Change Configuration",
+    "WTP Crash", "WTP Lock",      "Network Timeout",
+};
 
 const char* reason_text(const char* code) {
-    const char* text = kReasons;
     uint32_t number = 0;
-    if (!tq::NumberReader(code).number_up_to(kReasonCount, number)) return text;
-    for (; number > 1; number--)
-        text += strlen(text) + 1;
-    return text;
+    const bool known = tq::NumberReader(code).number_up_to(std::size(kReasons) - 1, number);
+    return kReasons[known && number > 0 ? number : kSystemReboot];
 }
 
 uint32_t store(std::span<char> out, const char* text) {

@@ -289,18 +289,17 @@ int tq_get_eth_stats(int port, if_stats* rec) {
         return -1;
     }
     uint64_t numbers[6];
-    int result = 0;
-    if (read_numbers(line, numbers, std::size(numbers))) {
+    const bool known = read_numbers(line, numbers, std::size(numbers));
+    if (known) {
         rec->in_octets = numbers[0];
         rec->out_octets = numbers[3];
     } else {
         TQ_LOG(LOG_WARNING, "unknown format: '%s'\n", line);
-        result = -1;
     }
     TQ_LOG(LOG_DEBUG, "ifInOctets:%llu ifOutOctets: %llu\n",
            static_cast<unsigned long long>(rec->in_octets),
            static_cast<unsigned long long>(rec->out_octets));
-    return result;
+    return known ? 0 : -1;
 }
 
 int tq_get_if_statistics(int port, if_stats* rec) {

@@ -497,11 +497,13 @@ int save_uci_config(int id, const int* commit2, int count) {
 }
 
 int free_uci_config(int id) {
-    if (id < 0 || id > UCI_CONFIG_ALL) return TQ_FAIL("unspport uci entry %d\n", id);
-    int result = 0;
-    for (uci_entry& row : registry) {
-        if (id == row.id || id == UCI_CONFIG_ALL) result |= free_row(__func__, row);
+    if (id != UCI_CONFIG_ALL) {
+        uci_entry* row = find_row(id);
+        return row ? free_row(__func__, *row) : TQ_FAIL("unspport uci entry %d\n", id);
     }
+    int result = 0;
+    for (uci_entry& row : registry)
+        result |= free_row(__func__, row);
     return result;
 }
 
