@@ -53,9 +53,9 @@ int open_device(int number, uint8_t block) {
 
 // A text of ASCII characters that is not empty and ends at a NUL or with its field.
 bool is_version(const char* field) {
-    const size_t length = strnlen(field, TQ_IMAGE_VERSION_SIZE);
-    for (size_t i = 0; i < length; i++) {
-        if (field[i] & 0x80) return false;
+    size_t length = 0;
+    while (length < TQ_IMAGE_VERSION_SIZE && field[length] != '\0') {
+        if (field[length++] & 0x80) return false;
     }
     return length > 0;
 }
