@@ -3,12 +3,12 @@
 #include <fcntl.h>
 #include <tq/oem.h>
 
+#include <cstdio>
 #include <cstring>
 
 #include "foundation/file.h"
 #include "foundation/log.h"
 #include "foundation/number_reader.h"
-#include "foundation/text.h"
 #include "tq/command.h"
 
 namespace {
@@ -16,7 +16,6 @@ namespace {
 using tq::LineReader;
 using tq::log_where;
 using tq::NumberReader;
-using tq::Text;
 using tq::UniqueFd;
 
 constexpr size_t kPartitionNameSize = 64;
@@ -29,20 +28,20 @@ int open_for_reading(const char* path) {
 // Looks through the lines of /proc/mtd that begin with "mtd" and a partition's number.
 bool find_partition(int table, const char* name, int index, int& number) {
     // One that is cut is as long as a whole piece of a line, and so in none behind its number.
-    Text<kQuotedNameSize> quoted;
-    quoted.append("\"%s\"", name);
+    char quoted[kQuotedNameSize];
+    snprintf(quoted, sizeof(quoted), "\"%s\"", name);
     LineReader lines(table, LineReader::kLongPiece);
     while (const char* line = lines.next()) {
         if (strncmp(line, "mtd", 3) != 0 || !NumberReader(line + 3).number(number)) continue;
-        if (strstr(line, quoted.c_str()) && index-- == 0) return true;
+        if (strstr(line, quoted) && index-- == 0) return true;
     }
     return false;
 }
 
 int open_node(const char* kind, const char* separator, int number) {
-    Text<64> path;
-    path.append("/dev/mtd%s%s%d", kind, separator, number);
-    return open_for_reading(path.c_str());
+    char path[64];
+    snprintf(path, sizeof(path), "/dev/mtd%s%s%d", kind, separator, number);
+    return open_for_reading(path);
 }
 
 int open_device(int number, uint8_t block) {

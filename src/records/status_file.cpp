@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -60,10 +61,11 @@ void tq_set_offline_reason(int reason) {
     // The zone of now, however long this process runs: localtime_r alone may keep an older one.
     tzset();
     localtime_r(&now, &local);
-    Text<64> record;
-    record.append("%d\n%d-%02d-%02d %02d:%02d:%02d\n", reason, local.tm_year + 1900,
-                  local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
-    if (tq::write_file(kOfflineReason, record.c_str()) < 0) {
+    char record[64];
+    snprintf(record, sizeof(record), "%d\n%d-%02d-%02d %02d:%02d:%02d\n", reason,
+             local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min,
+             local.tm_sec);
+    if (tq::write_file(kOfflineReason, record) < 0) {
         TQ_LOG_AT(908, LOG_ERR, "fopen %s fail:%s\n", kOfflineReason, strerror(errno));
     }
 }

@@ -281,11 +281,11 @@ int tq_get_eth_flow(uint32_t port, uint32_t* in, uint32_t* out) {
 
 int tq_get_eth_stats(int port, if_stats* rec) {
     if (!rec) return TQ_FAIL("null buff\n");
-    tq::Text<128> path;
-    path.append("/proc/net/eth/eth%d/stats", port);
+    char path[128];
+    snprintf(path, sizeof(path), "/proc/net/eth/eth%d/stats", port);
     char line[kLineSize];
-    if (tq::read_first_line(path.c_str(), line) < 0) {
-        TQ_LOG(LOG_WARNING, "fopen %s failed: %s\n", path.c_str(), strerror(errno));
+    if (tq::read_first_line(path, line) < 0) {
+        TQ_LOG(LOG_WARNING, "fopen %s failed: %s\n", path, strerror(errno));
         return -1;
     }
     uint64_t numbers[6];
@@ -307,14 +307,14 @@ int tq_get_if_statistics(int port, if_stats* rec) {
     const char* ifname = tq_get_eth_ifname(port);
     if (!ifname) return TQ_FAIL("tq_get_eth_ifname fail, index  = %d\n", port);
     *rec = {};
-    tq::Text<64> key;
-    key.append("%s:", ifname);
+    char key[64];
+    snprintf(key, sizeof(key), "%s:", ifname);
     char line[kLineSize];
-    if (read_line("/proc/net/dev", key.c_str(), line, sizeof(line)) != 0)
+    if (read_line("/proc/net/dev", key, line, sizeof(line)) != 0)
         return TQ_FAIL("read_line fail\n");
     // Behind the interface's name, eight columns of what was received and eight of what was sent.
     uint64_t columns[16];
-    if (!read_numbers(line + strlen(key.c_str()), columns, std::size(columns)))
+    if (!read_numbers(line + strlen(key), columns, std::size(columns)))
         return TQ_FAIL("sscanf fail\n");
     // Of both the first four are the record's, in its order.
     memcpy(rec, &columns[0], 4 * sizeof(*columns));
