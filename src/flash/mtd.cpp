@@ -1,6 +1,5 @@
 #include "tq/mtd.h"
 
-#include <fcntl.h>
 #include <tq/oem.h>
 
 #include <cstdio>
@@ -16,14 +15,11 @@ namespace {
 using tq::LineReader;
 using tq::log_where;
 using tq::NumberReader;
+using tq::open_for_reading;
 using tq::UniqueFd;
 
 constexpr size_t kPartitionNameSize = 64;
 constexpr size_t kQuotedNameSize = 4096;
-
-int open_for_reading(const char* path) {
-    return open(path, O_RDONLY | O_CLOEXEC);
-}
 
 // Looks through the lines of /proc/mtd that begin with "mtd" and a partition's number.
 bool find_partition(int table, const char* name, int index, int& number) {

@@ -1,7 +1,6 @@
 #include "tq/process.h"
 
 #include <dirent.h>
-#include <fcntl.h>
 #include <signal.h>
 
 #include <cerrno>
@@ -67,7 +66,7 @@ class ProcessList {
 int open_entry(int pid, const char* file) {
     char path[32];
     snprintf(path, sizeof(path), "/proc/%d/%s", pid, file);
-    return open(path, O_RDONLY | O_CLOEXEC);
+    return tq::open_for_reading(path);
 }
 
 // What the kernel tells of a process, as far as it was read. What it hands out is valid until the

@@ -221,7 +221,7 @@ bool append(int store, reboot_cause_header& header, const reboot_cause_record& r
 }
 
 bool watchdog_made_reset() {
-    const UniqueFd watchdog(open("/dev/watchdog", O_RDONLY | O_CLOEXEC));
+    const UniqueFd watchdog(tq::open_for_reading("/dev/watchdog"));
     if (!watchdog) return false;
     int answer = 0;
     return ioctl(watchdog.get(), kWatchdogMadeReset, &answer) >= 0 && answer == 1;
@@ -232,10 +232,10 @@ bool watchdog_made_reset() {
 bool is_recorded_already(const StoreFront& front) {
     const int slot = newest_slot(front.header);
     if (slot < 0 || recorded_reset.sequence == 0) return false;
-    reboot_cause_record newest = front.ring[slot];
-    newest.time = recorded_reset.time;
-    newest.time_quality = recorded_reset.time_quality;
-    return memcmp(&newest, &recorded_reset, sizeof(newest)) == 0;
+    const reboot_cause_record& newest = front.ring[slot];
+    constexpr size_t kBehindTime = sizeof(newest) - offsetof(reboot_cause_record, uptime);
+    return newest.sequence == recorded_reset.sequence &&
+           memcmp(&newest.uptime, &recorded_reset.uptime, kBehindTime) == 0;
 }
 
 void record_reset() {

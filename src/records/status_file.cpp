@@ -1,6 +1,5 @@
 #include "tq/status_file.h"
 
-#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -116,7 +115,7 @@ int save_coredump_server(const char* server) {
 
 int get_coredump_server(char* out) {
     if (!out) return tq::reject(__func__);
-    const UniqueFd file(open(kCoredumpServer, O_RDONLY | O_CLOEXEC));
+    const UniqueFd file(tq::open_for_reading(kCoredumpServer));
     return file && tq::read_some(file.get(), out, kCoredumpServerSize) > 0 ? 0 : -1;
 }
 

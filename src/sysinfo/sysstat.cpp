@@ -1,6 +1,5 @@
 #include "tq/sysstat.h"
 
-#include <fcntl.h>
 #include <mntent.h>
 #include <sys/statfs.h>
 #include <sys/sysinfo.h>
@@ -31,16 +30,13 @@ namespace {
 
 using tq::LineReader;
 using tq::NumberReader;
+using tq::open_for_reading;
 using tq::UniqueFd;
 
 constexpr size_t kLineSize = 1024;
 
 constexpr char kStat[] = "/proc/stat";
 constexpr char kOverlay[] = "/overlay";
-
-UniqueFd open_to_read(const char* path) {
-    return UniqueFd(open(path, O_RDONLY | O_CLOEXEC));
-}
 
 int read_known_line(const char* function, const char* path, char (&line)[kLineSize]) {
     const int result = tq::read_first_line(path, line);
@@ -131,7 +127,7 @@ class MountTable {
 }  // namespace
 
 int tq_get_cpu_ticks(uint32_t* total, uint32_t* busy) {
-    const UniqueFd file = open_to_read(kStat);
+    const UniqueFd file(open_for_reading(kStat));
     if (!file) return TQ_FAIL("Cannot open %s\n", kStat);
     char text[kLineSize];
     tq::read_text(file.get(), text);
@@ -159,7 +155,7 @@ int get_proc_cpuinfo(uint32_t* total, uint32_t* idle) {
 
 int get_proc_meminfo(uint32_t figures[PROC_MEMINFO_FIGURES]) {
     if (!figures) return tq::reject_parameter(__func__);
-    const UniqueFd file = open_to_read("/proc/meminfo");
+    const UniqueFd file(open_for_reading("/proc/meminfo"));
     if (!file) return TQ_FAIL("fopen fail\n");
     const bool traced = tq::is_logged(LOG_DEBUG);
     LineReader lines(file.get());
@@ -237,7 +233,7 @@ int tq_get_flash_free_size(uint32_t* free_kb) {
 }
 
 int tq_hal_get_flash_size(void) {
-    const UniqueFd file = open_to_read("/proc/mtd");
+    const UniqueFd file(open_for_reading("/proc/mtd"));
     if (!file) return TQ_FAIL("fopen fail\n");
     LineReader lines(file.get());
     const char* line = lines.next() ? lines.next() : nullptr;
