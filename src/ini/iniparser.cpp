@@ -225,9 +225,12 @@ char* iniparser_getsecname(const dictionary* d, int n) {
 void iniparser_dump(const dictionary* d, FILE* f) {
     if (!d || !f) return;
     for (int slot = 0; slot < d->size; slot++) {
-        const char* key = d->key[slot];
-        const char* val = d->val[slot];
-        if (key) fprintf(f, val ? "%s=%s\n" : "[%s]\n", key, val);
+        if (!d->key[slot]) continue;
+        if (d->val[slot]) {
+            fprintf(f, "%s=%s\n", d->key[slot], d->val[slot]);
+        } else {
+            fprintf(f, "[%s]\n", d->key[slot]);
+        }
     }
 }
 
@@ -297,8 +300,11 @@ void iniparser_freedict(dictionary* d) {
 void iniparser_dump_append(const dictionary* d, FILE* f) {
     if (!d || !f) return;
     for (int slot = 0; slot < d->size; slot++) {
-        const char* key = d->key[slot];
-        const char* val = d->val[slot];
-        if (key) fprintf(f, val ? "%s       %s\n" : "%s=UNDEF\n", key, val);
+        if (!d->key[slot]) continue;
+        if (d->val[slot]) {
+            fprintf(f, "%s       %s\n", d->key[slot], d->val[slot]);
+        } else {
+            fprintf(f, "%s=UNDEF\n", d->key[slot]);
+        }
     }
 }

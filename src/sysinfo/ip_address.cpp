@@ -85,6 +85,15 @@ char* put_v4(char* out, const uint8_t* bytes) {
     return out;
 }
 
+// Cuts the text to fit. The buffer's last byte is a terminator in any case.
+int deliver(const char* text, const char* end, char* buf, uint32_t size) {
+    const auto length = std::min(static_cast<uint32_t>(end - text), size - 1);
+    memcpy(buf, text, length);
+    buf[length] = '\0';
+    buf[size - 1] = '\0';
+    return 0;
+}
+
 bool is_v4(const ip_address* address) {
     return address && address->version == IP_VERSION_4;
 }
@@ -185,22 +194,15 @@ int ip_get_v4_str_broadcast(const ip_address* address, char* buf, uint32_t size)
 int ip_get_v4_str_addr_mask(const ip_address* address, char* buf, uint32_t size) {
     if (!is_room(buf, size) || !has_v4_mask(address)) return -1;
     char text[kTextSize];
-    v4_byte_addr_to_str(address->form.v4.address, text, sizeof(text));
-    snprintf(buf, size, "%s/%d", text, static_cast<int>(address->form.v4.prefix_length));
-    buf[size - 1] = '\0';
-    return 0;
+    char* end = put_v4(text, address->form.v4.address);
+    *end++ = '/';
+    return deliver(text, put_number(end, address->form.v4.prefix_length), buf, size);
 }
 
 int v4_byte_addr_to_str(const uint8_t address[4], char* buf, uint32_t size) {
     if (!address || !is_room(buf, size)) return -1;
     char text[kTextSize];
-    const char* end = put_v4(text, address);
-    const auto length = std::min(static_cast<uint32_t>(end - text), size - 1);
-    memcpy(buf, text, length);
-    buf[length] = '\0';
-    // The last byte is a terminator, however short the text is.
-    buf[size - 1] = '\0';
-    return 0;
+    return deliver(text, put_v4(text, address), buf, size);
 }
 
 int ip_set_v4_byte_addr(ip_address* address, const uint8_t bytes[4]) {
@@ -338,8 +340,11 @@ int ip_address_to_v6_str(const ip_address* address, char* buf, uint32_t size, in
     if (!address || !is_room(buf, size)) return -1;
     char text[kTextSize];
     inet_ntop(AF_INET6, address->form.v6.address, text, sizeof(text));
-    snprintf(buf, size, with_mask ? "%s/%d" : "%s", text,
-             static_cast<int>(address->form.v6.prefix_length));
+    if (with_mask) {
+        snprintf(buf, size, "%s/%d", text, static_cast<int>(address->form.v6.prefix_length));
+    } else {
+        snprintf(buf, size, "%s", text);
+    }
     return 0;
 }
 
