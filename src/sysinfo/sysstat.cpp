@@ -3,7 +3,6 @@
 #include <mntent.h>
 #include <sys/statfs.h>
 #include <sys/sysinfo.h>
-#include <tq/board.h>
 #include <tq/bwctl.h>
 #include <tq/command.h>
 
@@ -14,6 +13,7 @@
 #include <iterator>
 #include <numeric>
 
+#include "foundation/board.h"
 #include "foundation/file.h"
 #include "foundation/log.h"
 #include "foundation/number_reader.h"
@@ -300,8 +300,9 @@ int tq_get_eth_stats(int port, if_stats* rec) {
 
 int tq_get_if_statistics(int port, if_stats* rec) {
     if (!rec) return tq::reject_parameter(__func__);
-    const char* ifname = tq_get_eth_ifname(port);
-    if (!ifname) return TQ_FAIL("tq_get_eth_ifname fail, index  = %d\n", port);
+    char ifname[tq::kNameSize];
+    if (!tq::eth_ifname(port, ifname))
+        return TQ_FAIL("tq_get_eth_ifname fail, index  = %d\n", port);
     *rec = {};
     char key[64];
     snprintf(key, sizeof(key), "%s:", ifname);
