@@ -554,7 +554,7 @@ TYPED_TEST_P(LoopSuite, AsksForTheRegisteredSocketsAlone) {
 TYPED_TEST_P(LoopSuite, WatchesOneDescriptorMoreForTheCmmAgent) {
     Action nothing = this->note("nothing");
     this->add_timeout(0, 0, nothing);
-    this->loop.connect_cmm_agent(1);
+    this->loop.connect_cmm_agent(-1);
     Action off = [&] { this->loop.connect_cmm_agent(0); };
     this->add_timeout(0, 0, off);
     this->add_timeout(0, 0, nothing);
@@ -657,6 +657,25 @@ TYPED_TEST_P(LoopSuite, RunsNothingEarlyForAnInvalidClock) {
     ASSERT_EQ(waits::seen().size(), 2U);
     EXPECT_EQ(waits::seen()[0].limit, 0);
     EXPECT_EQ(waits::seen()[1].limit, 500000);
+}
+
+// Only the one that a wait is computed from is cut, and complained of.
+TYPED_TEST_P(LoopSuite, TakesAnInvalidReadingBehindTheWaitAsItIs) {
+    const waits::VirtualTime time(50, 0);
+    Action due = this->note("due");
+    this->add_timeout(0, 999999, due);
+    waits::before_next([] {
+        waits::VirtualTime::advance(-999999);
+        waits::next_reading(49, 1999999000);
+        waits::before_next([] { waits::next_reading(50, 1000000000); });
+    });
+    testing::internal::CaptureStdout();
+    this->loop.run();
+    fflush(stdout);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_THAT(this->events, testing::ElementsAre("due"));
+    ASSERT_EQ(waits::seen().size(), 2U);
+    EXPECT_EQ(waits::seen()[1].limit, 999999);
 }
 
 TYPED_TEST_P(LoopSuite, TakesTheLargestValidReadingAsItIs) {
@@ -793,7 +812,7 @@ REGISTER_TYPED_TEST_SUITE_P(
     WatchesOneDescriptorMoreForTheCmmAgent, GoesOnAfterAnInterruptedWait,
     StopsWithAMessageWhenASocketWasClosed, IsUnchangedWhenMemoryRunsOut,
     SaysThatTheClockIsInvalidAndGoesOn, RunsNothingEarlyForAnInvalidClock,
-    TakesTheLargestValidReadingAsItIs,
+    TakesAnInvalidReadingBehindTheWaitAsItIs, TakesTheLargestValidReadingAsItIs,
     ReadsTheClockBeforeAndAfterTheWaitOfAPass, ReadsNoClockWithoutATimeout,
     RunsNothingThatIsNotDueWhereAWaitEndsTooSoon, LooksAtTheClockAgainWhenASocketEndsTheWait,
     AllocatesOnceForEachRegistration, RunsNoTimeoutBeforeItIsDue);
