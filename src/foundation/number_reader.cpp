@@ -4,26 +4,10 @@
 
 namespace tq {
 
-namespace {
-
-// -1 where it is none.
-int hex_digit(char c) {
-    if (NumberReader::is_digit(c)) return c - '0';
-    const char lower = static_cast<char>(c | 0x20);
-    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
-}
-
-}  // namespace
-
-bool NumberReader::minus() {
+bool NumberReader::read(Written& written) {
     skip_blanks();
     const bool negative = literal('-');
     if (!negative) literal('+');
-    return negative;
-}
-
-bool NumberReader::read(Written& written) {
-    const bool negative = minus();
     const char* digit = next_;
     uint64_t magnitude = 0;
     bool fits = true;
@@ -65,18 +49,6 @@ bool NumberReader::number(int32_t& value) {
     if (!read(written) || !written.fits || written.magnitude > UINT32_MAX) return false;
     const auto magnitude = static_cast<uint32_t>(written.magnitude);
     value = static_cast<int32_t>(written.negative ? 0 - magnitude : magnitude);
-    return true;
-}
-
-bool NumberReader::hex(uint32_t& value) {
-    const bool negative = minus();
-    int digit = hex_digit(*next_);
-    if (digit < 0) return false;
-    if (digit == 0 && (next_[1] | 0x20) == 'x') next_ += 2;
-    value = 0;
-    for (; (digit = hex_digit(*next_)) >= 0; next_++)
-        value = value << 4 | static_cast<uint32_t>(digit);
-    if (negative) value = 0 - value;
     return true;
 }
 

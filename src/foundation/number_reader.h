@@ -23,9 +23,6 @@ class NumberReader {
     // As "%d", up to what an unsigned number of 32 bits holds; beyond that it is none.
     bool number(int32_t& value);
 
-    // As "%x".
-    bool hex(uint32_t& value);
-
     // As "%d", where what is below zero is of no use, nor what is above `most`. False where no such
     // number follows.
     bool number_up_to(uint32_t most, uint32_t& value);
@@ -61,8 +58,6 @@ class NumberReader {
         next_ = first;
     }
 
-    // Steps over blanks and a sign; true for a minus.
-    bool minus();
     bool read(Written& written);
     bool number(uint64_t& value, uint64_t most);
 

@@ -8,7 +8,6 @@
 #include <ctime>
 
 #include "foundation/file.h"
-#include "foundation/number_reader.h"
 
 namespace {
 
@@ -48,11 +47,13 @@ int tq_mktemp(char* path_template) {
 
 int tq_hexstr_to_hexnum(const char* hex, int hex_len, uint8_t* out, int out_len) {
     if (!hex || !out || hex_len % 2 != 0) return 0;
-    uint32_t value = 0;
+    long value = 0;
     int written = 0;
     for (; written < hex_len / 2 && written < out_len; written++) {
         const char pair[] = {hex[0], hex[1], '\0'};
-        tq::NumberReader(pair).hex(value);
+        char* end = nullptr;
+        const long number = strtol(pair, &end, 16);
+        if (end != pair) value = number;
         out[written] = static_cast<uint8_t>(value);
         hex += 2;
     }

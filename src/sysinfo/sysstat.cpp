@@ -4,7 +4,6 @@
 #include <mntent.h>
 #include <sys/statfs.h>
 #include <sys/sysinfo.h>
-#include <tq/board.h>
 #include <tq/bwctl.h>
 #include <tq/command.h>
 
@@ -15,6 +14,7 @@
 #include <iterator>
 #include <numeric>
 
+#include "foundation/board.h"
 #include "foundation/file.h"
 #include "foundation/log.h"
 #include "foundation/number_reader.h"
@@ -304,8 +304,9 @@ int tq_get_eth_stats(int port, if_stats* rec) {
 
 int tq_get_if_statistics(int port, if_stats* rec) {
     if (!rec) return tq::reject_parameter(__func__);
-    const char* ifname = tq_get_eth_ifname(port);
-    if (!ifname) return TQ_FAIL("tq_get_eth_ifname fail, index  = %d\n", port);
+    char ifname[tq::kNameSize];
+    if (!tq::eth_ifname(port, ifname))
+        return TQ_FAIL("tq_get_eth_ifname fail, index  = %d\n", port);
     *rec = {};
     tq::Text<64> key;
     key.append("%s:", ifname);

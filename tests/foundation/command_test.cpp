@@ -215,6 +215,13 @@ TEST_F(MySystem, RunsTheCommandAndWaitsForIt) {
                                               "exec: sleep 0.02; echo done > /tmp/out\n")));
 }
 
+TEST_F(MySystem, LogsTheCommandBeforeItRuns) {
+    EXPECT_EQ(my_system("logger -t child -p user.err hello"), 0);
+    EXPECT_THAT(log_.take(), ElementsAre(Line(LOG_INFO, "my_system",
+                                              "exec: logger -t child -p user.err hello\n"),
+                                         Line(LOG_ERR, "", "hello")));
+}
+
 TEST_F(MySystem, IgnoresHowTheCommandEnds) {
     EXPECT_EQ(my_system("exit 3"), 0);
     EXPECT_EQ(my_system("kill -9 $$"), 0);

@@ -226,21 +226,6 @@ TEST(NumberReader, TakesNoNumberBeyondALimitOrBelowZero) {
         EXPECT_EQ(number_up_to(32, text), std::nullopt) << text;
 }
 
-std::optional<uint32_t> hex(const char* text) {
-    uint32_t value = 0;
-    return NumberReader(text).hex(value) ? std::optional(value) : std::nullopt;
-}
-
-TEST(NumberReader, ReadsHexadecimalDigits) {
-    EXPECT_EQ(hex(" \t+09afAF"), 0x9afafU);
-    EXPECT_EQ(hex("0XffffffffZ"), UINT32_MAX);
-    EXPECT_EQ(hex("-0x1"), UINT32_MAX);
-    EXPECT_EQ(hex("0"), 0U);
-    EXPECT_EQ(hex("0x"), 0U);
-    for (const char* text : {"", "-", "g", "x1", "@", "`", "- 1"})
-        EXPECT_EQ(hex(text), std::nullopt) << text;
-}
-
 // printable
 
 TEST(Printable, ShowsAMissingText) {

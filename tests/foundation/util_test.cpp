@@ -153,6 +153,13 @@ TEST_F(PrivateFile, LeavesNoDescriptorOpen) {
     EXPECT_EQ(tq_test::open_descriptors(), before);
 }
 
+TEST_F(PrivateFile, IsClosedBeforeItsModeIsSet) {
+    std::array<char, 32> path = {"/tmp/private.XXXXXX"};
+    tq_test::faults::reset();
+    ASSERT_EQ(tq_mktemp(path.data()), 0);
+    EXPECT_TRUE(tq_test::faults::in_order({"close", "chmod"}));
+}
+
 TEST_F(PrivateFile, CannotBeMadeWithoutATemplateOrADirectory) {
     LogCapture log;
     std::array<char, 32> other = {"/tmp/private"};
