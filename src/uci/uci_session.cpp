@@ -327,8 +327,11 @@ void run_commit2(const char* caller, const uci_entry& row) {
 
 int free_row(const char* caller, uci_entry& row) {
     int result = 0;
-    if (is_loaded(row) && uci_save(row.ctx, row.pkg) != UCI_OK) {
-        result = TQ_FAIL_IN(caller, "uci_save %s fail\n", row.file);
+    if (is_loaded(row)) {
+        if (uci_save(row.ctx, row.pkg) != UCI_OK) {
+            result = TQ_FAIL_IN(caller, "uci_save %s fail\n", row.file);
+        }
+        uci_unload(row.ctx, row.pkg);
     }
     if (row.ctx) clear(row);
     return result;
