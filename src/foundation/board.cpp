@@ -251,8 +251,9 @@ int bbi_radio_bss_support_ret(int radio) {
     return count;
 }
 
-// The hidden BSS is the first behind the supported ones.
-[[gnu::alias("bbi_radio_bss_support_ret")]] int bbi_radio_hidebss_id_ret(int radio);
+int bbi_radio_hidebss_id_ret(int radio) {
+    return bbi_radio_bss_support_ret(radio);
+}
 
 int bbi_radio_reservedbss_id_ret(int radio) {
     return add(bbi_radio_bss_support_ret(radio), 1);

@@ -68,7 +68,9 @@ int get_base_mac(uint8_t* mac, uint32_t len) {
     return tq_get_oem_board_info(BOARD_INFO_BASE_MAC, mac, kMacSize);
 }
 
-[[gnu::alias("get_base_mac")]] int get_wan_mac(uint8_t* mac, uint32_t len);
+int get_wan_mac(uint8_t* mac, uint32_t len) {
+    return get_base_mac(mac, len);
+}
 
 int get_lan_mac(uint32_t n, uint8_t* mac, uint32_t len) {
     if (add_to_base(mac, len, kLanOffset) != 0) return -1;
@@ -108,7 +110,9 @@ void vap_mac_offset(uint32_t n, uint8_t* mac) {
     mac[0] = static_cast<uint8_t>((mac[0] & 0x0f) | 0x02 | (high & 0x0f) << 4);
 }
 
-[[gnu::alias("vap_mac_offset")]] void lan_mac_offset(uint32_t n, uint8_t* mac);
+void lan_mac_offset(uint32_t n, uint8_t* mac) {
+    vap_mac_offset(n, mac);
+}
 
 int get_default_ssid(char* dst, int size, int /*ignored*/, int number) {
     if (!dst || size <= 0) return -1;
