@@ -2,6 +2,7 @@
 
 #include <uci.h>
 
+#include <cstdio>
 #include <cstring>
 
 #include "foundation/log.h"
@@ -49,9 +50,9 @@ int set_text(uci_context* context, int index, const char* option, const char* va
 // Inlined, it would be three times as long: the buffer is each caller's then.
 [[gnu::noinline]] int set_number(uci_context* context, int index, const char* option, int value,
                                  const char* sections) {
-    Text<kNumberSize> text;
-    text.append("%d", value);
-    return set_text(context, index, option, text.c_str(), sections);
+    char text[kNumberSize];
+    snprintf(text, sizeof(text), "%d", value);
+    return set_text(context, index, option, text, sections);
 }
 
 // ---- thresholds ----
