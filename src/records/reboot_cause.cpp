@@ -232,10 +232,10 @@ bool watchdog_made_reset() {
 bool is_recorded_already(const StoreFront& front) {
     const int slot = newest_slot(front.header);
     if (slot < 0 || recorded_reset.sequence == 0) return false;
-    const reboot_cause_record& newest = front.ring[slot];
-    constexpr size_t kBehindTime = sizeof(newest) - offsetof(reboot_cause_record, uptime);
-    return newest.sequence == recorded_reset.sequence &&
-           memcmp(&newest.uptime, &recorded_reset.uptime, kBehindTime) == 0;
+    reboot_cause_record newest = front.ring[slot];
+    newest.time = recorded_reset.time;
+    newest.time_quality = recorded_reset.time_quality;
+    return memcmp(&newest, &recorded_reset, sizeof(newest)) == 0;
 }
 
 void record_reset() {
