@@ -31,7 +31,7 @@ TQ_BEGIN_DECLS
  * 0 when the block was saved, and when a root alias of another type leaves nothing to save. 1 when
  * the block cannot be loaded or saved, it has no "boot_script" or no script, or the image to be
  * started is missing, with "Primary kernel doesn't exist", "Backup kernel doesn't exist", "Primary
- * image doesn't exist" or "Backup image doesn't exist" on standard output, without a line feed. */
+ * image doesn't exist" or "Backup image doesn't exist" on standard output. */
 TQ_API int sys_image_switch(void);
 
 /* Tells which image the boot loader starts next.
