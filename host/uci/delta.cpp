@@ -178,9 +178,10 @@ int replace_deltas(FILE* stream, const char* package, const uci_list* deltas) {
     return ftruncate(fileno(stream), end) == 0 ? UCI_OK : UCI_ERR_IO;
 }
 
+// With the type of the file, which creating one ignores: even without permissions it is not 0.
 mode_t mode_of(const char* path, mode_t otherwise) {
     struct stat status;
-    return stat(path, &status) == 0 ? status.st_mode & 0777 : otherwise;
+    return stat(path, &status) == 0 ? status.st_mode & (S_IFMT | 0777) : otherwise;
 }
 
 // The directory is made with the configuration directory's permissions.

@@ -122,8 +122,9 @@ TQ_API int eloop_register_signal(int sig, eloop_signal_handler handler, void *us
  * select fails other than by a signal, which writes "select: <reason>" to standard error;
  * everything stays registered.
  *
- * A clock that gives a million microseconds or more is read as 999999, after "ERROR: tq_gettime
- * returned invalid time: tv_sec=%d tv_usec=%d" on standard output. */
+ * A clock that gives a million microseconds or more before a wait is read as 999999, after "ERROR:
+ * tq_gettime returned invalid time: tv_sec=%d tv_usec=%d" on standard output. What is due is for
+ * the reading behind the wait to say. */
 TQ_API void eloop_run(void);
 
 /* Lets eloop_run return at the start of its next pass, and any later eloop_run at once, until

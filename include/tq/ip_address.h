@@ -1,7 +1,8 @@
 /* ip_address.h - one IPv4 or IPv6 address with its prefix length, and its conversions.
  *
- * The functions are pure: no allocation, no log line, no state. A null pointer, a buffer of size 0
- * and an address of the wrong version give -1; what else can go wrong is said with each function.
+ * The functions are pure: no allocation, no log line, no state. A null pointer, a buffer's size of
+ * zero or less (as a signed number) and an address of the wrong version give -1; what else can go
+ * wrong is said with each function.
  * Outputs are written on success only, but for ip_set_v4_str_addr_mask and v6_str_to_ip_address.
  *
  * Address and mask bytes are in network order. Text goes into the caller's buffer, cut to fit and

@@ -9,9 +9,9 @@
  *         saved = redboot_write_config();
  *
  * What differs from the rest of the library: results are 1 for success and 0 for failure, and
- * messages go to standard output, some without a line feed; nothing reaches the system log. A
- * rejected argument gives 0 without a message. The block is the process's own and not locked; two
- * processes that save it at the same time are not kept apart.
+ * messages go to standard output, a line each; nothing reaches the system log. A rejected argument
+ * gives 0 without a message. The block is the process's own and not locked; two processes that save
+ * it at the same time are not kept apart.
  *
  * A matching checksum proves nothing about the entries. An entry counts where it lies within the
  * entry area as a whole and its key is a text within the key's length; the first that reaches

@@ -128,8 +128,8 @@ TQ_API int tq_get_eth_stats(int port, if_stats *rec);
  * colon anywhere: a veth0 listed before eth0 is taken for it.
  * 0; -1 where the board names no such port ("tq_get_eth_ifname fail, index  = %d"; *rec as it was),
  * or the table has no line of it ("read_line fail", behind the text of read_line) or one of fewer
- * than sixteen numbers ("sscanf fail"), both with a cleared record. The name comes from
- * tq_get_eth_ifname, whose buffer is shared: threads that ask for ports at once must take turns. */
+ * than sixteen numbers ("sscanf fail"), both with a cleared record. The text that tq_get_eth_ifname
+ * gave last stays as it is. */
 TQ_API int tq_get_if_statistics(int port, if_stats *rec);
 
 TQ_END_DECLS

@@ -4,7 +4,7 @@
  * The shortcuts work on a libuci context of the caller's and on the n-th section of its type,
  * counted in file order from 0, and from the end where the number is negative. What they change is
  * staged, not committed. Their failures are logged by set_uci_option and del_uci_element of
- * uci_path.h; a null context is rejected there, a null option or value here ("invalid parameters").
+ * uci_path.h, which also reject what is null ("invalid parameters").
  * A path beyond 1023 bytes, value included, is refused with "uci_lookup_ptr fail: %s" and nothing
  * changed.
  *

@@ -133,7 +133,7 @@ void eloop_run() {
         const int ready = wait(pass);
         if (ready < 0 && errno != EINTR) return perror("select");
         call_signal_handlers();
-        tq::call_timeout(pass.take_due(state));
+        tq::call_timeout(tq::take_due(state));
         if (ready > 0) pass.call_readers(state);
     }
 }

@@ -48,6 +48,11 @@ tq_timeval after(const tq_timeval& instant, uint32_t secs, uint32_t usecs) {
 tq_timeval read_clock() {
     tq_timeval now = {};
     tq_gettime(&now);
+    return now;
+}
+
+tq_timeval valid_now() {
+    const tq_timeval now = read_clock();
     if (now.tv_usec < kMicrosecondsInSecond) return now;
     printf("ERROR: tq_gettime returned invalid time: tv_sec=%d tv_usec=%d\n", now.tv_sec,
            now.tv_usec);
@@ -91,9 +96,7 @@ eloop_timeout* new_timeout(unsigned secs, unsigned usecs, eloop_timeout_handler 
                            void* eloop_data, void* user_data) {
     auto* node = static_cast<TimeoutNode*>(malloc(sizeof(TimeoutNode)));
     if (!node) return nullptr;
-    tq_timeval now = {};
-    tq_gettime(&now);
-    const tq_timeval due = after(now, secs, usecs);
+    const tq_timeval due = after(read_clock(), secs, usecs);
     *node = {{.tv_sec = due.tv_sec,
               .tv_usec = due.tv_usec,
               .eloop_data = eloop_data,
@@ -118,6 +121,11 @@ void insert_timeout(eloop_state& loop, eloop_timeout* added) {
     added->next = before->next;
     before->next = added;
     if (!added->next) last_of(first) = added;
+}
+
+eloop_timeout* take_due(eloop_state& loop) {
+    if (!loop.timeout || earlier(read_clock(), *loop.timeout)) return nullptr;
+    return take_first(loop);
 }
 
 void call_timeout(eloop_timeout* due) {
@@ -165,10 +173,10 @@ void free_loop(const eloop_state& loop) {
 bool Pass::limit_to_timeout(const eloop_state& loop) {
     const eloop_timeout* first = loop.timeout;
     if (!first) return false;
-    now_ = read_clock();
+    const tq_timeval now = valid_now();
     limited_ = true;
-    if (!earlier(now_, *first)) return true;
-    limit_ = {.tv_sec = first->tv_sec - now_.tv_sec, .tv_usec = first->tv_usec - now_.tv_usec};
+    if (!earlier(now, *first)) return true;
+    limit_ = {.tv_sec = first->tv_sec - now.tv_sec, .tv_usec = first->tv_usec - now.tv_usec};
     if (limit_.tv_usec < 0) {
         limit_.tv_sec--;
         limit_.tv_usec += kMicrosecondsInSecond;
@@ -187,13 +195,6 @@ int Pass::wait(const eloop_state& loop, const sigset_t* mask) {
     }
     timeval limit = {.tv_sec = limit_.tv_sec, .tv_usec = limit_.tv_usec};
     return select(count, &readable_, nullptr, nullptr, limited_ ? &limit : nullptr);
-}
-
-eloop_timeout* Pass::take_due(eloop_state& loop) {
-    if (!loop.timeout) return nullptr;
-    if (earlier(now_, *loop.timeout)) tq_gettime(&now_);
-    if (earlier(now_, *loop.timeout)) return nullptr;
-    return take_first(loop);
 }
 
 void Pass::call_readers(const eloop_state& loop) const {

@@ -53,6 +53,9 @@ eloop_timeout* new_timeout(unsigned secs, unsigned usecs, eloop_timeout_handler 
 // Puts it behind all that are due before it or at the same instant.
 void insert_timeout(eloop_state& loop, eloop_timeout* added);
 
+// Unlinks the first timeout, if it is due by the clock, for call_timeout(); else null.
+eloop_timeout* take_due(eloop_state& loop);
+
 // Calls the handler of a record that is due, or of none, and frees it.
 void call_timeout(eloop_timeout* due);
 
@@ -88,15 +91,11 @@ class Pass {
     // for the time of the wait.
     int wait(const eloop_state& loop, const sigset_t* mask = nullptr);
 
-    // Unlinks the first timeout, if it is due, for call_timeout(); else null.
-    eloop_timeout* take_due(eloop_state& loop);
-
     // Calls the handlers of the sockets that are readable after the wait.
     void call_readers(const eloop_state& loop) const;
 
   private:
-    fd_set readable_;      // since the wait
-    tq_timeval now_ = {};  // an instant that is known to have passed
+    fd_set readable_;  // since the wait
     tq_timeval limit_ = {};
     bool limited_ = false;
 };

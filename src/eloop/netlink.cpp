@@ -282,7 +282,7 @@ int tq_read_netlink(int sock, netlink_msg* msg, size_t size) {
 }
 
 int tq_close_netlink(int sock) {
-    const UniqueFd closing(sock);
+    close(sock);
     return 0;
 }
 

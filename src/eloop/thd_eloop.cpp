@@ -28,9 +28,9 @@ bool limit_to_timeout(tq::Pass& pass, const eloop_state& loop) {
     return pass.limit_to_timeout(loop);
 }
 
-eloop_timeout* take_due(tq::Pass& pass, eloop_state& loop) {
+eloop_timeout* take_due(eloop_state& loop) {
     const Lock lock(g_eloop_mutex);
-    return pass.take_due(loop);
+    return tq::take_due(loop);
 }
 
 }  // namespace
@@ -89,7 +89,7 @@ int thd_eloop_run(eloop_state* loop) {
             return -1;
         }
         // Without the lock: the handler may add and cancel timeouts.
-        tq::call_timeout(take_due(pass, *loop));
+        tq::call_timeout(take_due(*loop));
         if (ready > 0) pass.call_readers(*loop);
     }
     return 0;

@@ -74,7 +74,7 @@ bool turn(const char* alias, const char* primary, const char* backup, const char
     }
     const bool to_primary = !equals(current, primary);
     if (!redboot_image_exists(to_primary)) {
-        printf("%s", to_primary ? no_primary : no_backup);
+        puts(to_primary ? no_primary : no_backup);
         return false;
     }
     const char* value = to_primary ? primary : backup;

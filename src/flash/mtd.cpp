@@ -1,14 +1,13 @@
 #include "tq/mtd.h"
 
-#include <fcntl.h>
 #include <tq/oem.h>
 
+#include <cstdio>
 #include <cstring>
 
 #include "foundation/file.h"
 #include "foundation/log.h"
 #include "foundation/number_reader.h"
-#include "foundation/text.h"
 #include "tq/command.h"
 
 namespace {
@@ -16,33 +15,29 @@ namespace {
 using tq::LineReader;
 using tq::log_where;
 using tq::NumberReader;
-using tq::Text;
+using tq::open_for_reading;
 using tq::UniqueFd;
 
 constexpr size_t kPartitionNameSize = 64;
 constexpr size_t kQuotedNameSize = 4096;
 
-int open_for_reading(const char* path) {
-    return open(path, O_RDONLY | O_CLOEXEC);
-}
-
 // Looks through the lines of /proc/mtd that begin with "mtd" and a partition's number.
 bool find_partition(int table, const char* name, int index, int& number) {
     // One that is cut is as long as a whole piece of a line, and so in none behind its number.
-    Text<kQuotedNameSize> quoted;
-    quoted.append("\"%s\"", name);
+    char quoted[kQuotedNameSize];
+    snprintf(quoted, sizeof(quoted), "\"%s\"", name);
     LineReader lines(table, LineReader::kLongPiece);
     while (const char* line = lines.next()) {
         if (strncmp(line, "mtd", 3) != 0 || !NumberReader(line + 3).number(number)) continue;
-        if (strstr(line, quoted.c_str()) && index-- == 0) return true;
+        if (strstr(line, quoted) && index-- == 0) return true;
     }
     return false;
 }
 
 int open_node(const char* kind, const char* separator, int number) {
-    Text<64> path;
-    path.append("/dev/mtd%s%s%d", kind, separator, number);
-    return open_for_reading(path.c_str());
+    char path[64];
+    snprintf(path, sizeof(path), "/dev/mtd%s%s%d", kind, separator, number);
+    return open_for_reading(path);
 }
 
 int open_device(int number, uint8_t block) {
@@ -53,9 +48,9 @@ int open_device(int number, uint8_t block) {
 
 // A text of ASCII characters that is not empty and ends at a NUL or with its field.
 bool is_version(const char* field) {
-    const size_t length = strnlen(field, TQ_IMAGE_VERSION_SIZE);
-    for (size_t i = 0; i < length; i++) {
-        if (field[i] & 0x80) return false;
+    size_t length = 0;
+    while (length < TQ_IMAGE_VERSION_SIZE && field[length] != '\0') {
+        if (field[length++] & 0x80) return false;
     }
     return length > 0;
 }

@@ -140,7 +140,7 @@ bool is_valid() {
 
 bool needs_loading() {
     if (redboot_config_loaded && config) return false;
-    printf("Please load redboot configuration first");
+    puts("Please load redboot configuration first");
     return true;
 }
 
@@ -304,9 +304,9 @@ int redboot_load_config(void) {
     const UniqueFd flash(open_flash(O_RDWR));
     if (!flash) return 0;
     if (tq::read_some(flash.get(), redboot_config, kBlockSize) != ssize_t{kBlockSize}) {
-        printf("Read config error");
+        puts("Read config error");
     } else if (!is_valid()) {
-        printf("RedBoot configuration CRC error");
+        puts("RedBoot configuration CRC error");
     } else {
         config = redboot_config;
         redboot_config_loaded = true;

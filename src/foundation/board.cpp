@@ -9,6 +9,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "foundation/board.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
 #include "foundation/number_reader.h"
@@ -19,9 +20,9 @@
 
 namespace {
 
+using tq::kNameSize;
 using tq::NumberReader;
 
-constexpr size_t kNameSize = 32;
 constexpr size_t kProcDirSize = 64;
 constexpr size_t kAnswerSize = 64;
 
@@ -340,22 +341,25 @@ int tq_get_eth_ability_of_speed(int port) {
     return kSpeedOfCode[code - 1];
 }
 
-char* tq_get_eth_ifname(int port) {
-    static char ifname[kNameSize];
+char* tq::eth_ifname(int port, char (&ifname)[kNameSize]) {
     if (port < 0) return nullptr;
     auto* ask = tq_get_oem_ap_type_ge_index_info;
     const int gigabit_ports = tq_get_oem_ap_type_common(AP_TYPE_GE_PORT_NUM);
     if (port >= gigabit_ports) {
         ask = tq_get_oem_ap_type_fe_index_info;
-        const int fast_ports = tq_get_oem_ap_type_common(AP_TYPE_FE_PORT_NUM);
-        if (__builtin_sub_overflow(port, gigabit_ports, &port) || port >= fast_ports) {
-            return nullptr;
-        }
+        // Behind a negative count this may wrap around, to what is no port.
+        port = static_cast<int>(static_cast<unsigned>(port) - static_cast<unsigned>(gigabit_ports));
+        if (port >= tq_get_oem_ap_type_common(AP_TYPE_FE_PORT_NUM)) return nullptr;
     }
     Answer name;
     if (ask_port(ask, AP_TYPE_ETH_IF_NAME, port, name) < 0) return nullptr;
-    tq::copy_text(ifname, sizeof(ifname), name);
+    copy_text(ifname, sizeof(ifname), name);
     return ifname;
+}
+
+char* tq_get_eth_ifname(int port) {
+    static char ifname[kNameSize];
+    return tq::eth_ifname(port, ifname);
 }
 
 int get_wan_if_name(char* ifname) {

@@ -1,6 +1,5 @@
 #include "tq/command.h"
 
-#include <fcntl.h>
 #include <stdio_ext.h>
 
 #include <cstdlib>
@@ -93,7 +92,7 @@ int get_key_vlaue(const char* command, const char* key, int* value) {
 int read_line(const char* path, const char* needle, char* out, int out_size) {
     if (!path || !needle || !out || out_size < 1) return tq::reject(__func__);
     *out = '\0';
-    const UniqueFd file(open(path, O_RDONLY | O_CLOEXEC));
+    const UniqueFd file(tq::open_for_reading(path));
     if (!file) return TQ_FAIL("fopen %s fail\n", path);
     LineReader lines(file.get());
     while (const char* line = lines.next()) {

@@ -20,6 +20,14 @@ size_t complete_piece(std::string_view text, size_t limit) {
 
 }  // namespace
 
+void close_descriptor(int fd) {
+    if (fd >= 0) close(fd);
+}
+
+int open_for_reading(const char* path) {
+    return open(path, O_RDONLY | O_CLOEXEC);
+}
+
 ssize_t read_some(int fd, void* buffer, size_t size) {
     ssize_t got = 0;
     do {
@@ -42,7 +50,7 @@ bool read_text(int fd, std::span<char> text) {
 }
 
 int read_first_line(const char* path, std::span<char> line) {
-    const UniqueFd file(open(path, O_RDONLY | O_CLOEXEC));
+    const UniqueFd file(open_for_reading(path));
     if (!file) return -1;
     const bool got = read_text(file.get(), line);
     if (char* feed = strchr(line.data(), '\n')) feed[1] = '\0';

@@ -14,12 +14,13 @@
 
 namespace TQ_HIDDEN tq {
 
+// Nothing where it is negative. A function, so that the end of each owner is but one call.
+void close_descriptor(int fd);
+
 class UniqueFd {
   public:
     explicit UniqueFd(int fd) : fd_(fd) {}
-    ~UniqueFd() {
-        if (fd_ >= 0) close(fd_);
-    }
+    ~UniqueFd() { close_descriptor(fd_); }
     UniqueFd(const UniqueFd&) = delete;
     UniqueFd& operator=(const UniqueFd&) = delete;
 
@@ -84,6 +85,9 @@ class HeapText {
   private:
     char* text_;
 };
+
+// Opens a file or a device, to be closed on exec. The descriptor; -1 with errno.
+int open_for_reading(const char* path);
 
 // Like read(2), but not interrupted by signals.
 ssize_t read_some(int fd, void* buffer, size_t size);

@@ -25,7 +25,7 @@ class TextWriter {
     size_t room_;  // 0 once something was cut
 };
 
-// Text of fewer than N bytes, on the stack.
+// Text of fewer than N bytes, on the stack: for what is put together, or must not be cut.
 template <size_t N>
 class Text : public TextWriter {
   public:

@@ -1,7 +1,5 @@
 #include "tq/iniparser.h"
 
-#include <fcntl.h>
-
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
@@ -112,7 +110,7 @@ class Loader {
 };
 
 bool Loader::load() {
-    const tq::UniqueFd file(open(path_, O_RDONLY | O_CLOEXEC));
+    const tq::UniqueFd file(tq::open_for_reading(path_));
     LineReader lines(file.get());
     lines.skip(kByteOrderMark);
     while (const char* piece = lines.next()) {

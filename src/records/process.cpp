@@ -1,11 +1,11 @@
 #include "tq/process.h"
 
 #include <dirent.h>
-#include <fcntl.h>
 #include <signal.h>
 
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstring>
 #include <string_view>
 
@@ -64,9 +64,9 @@ class ProcessList {
 };
 
 int open_entry(int pid, const char* file) {
-    Text<32> path;
-    path.append("/proc/%d/%s", pid, file);
-    return open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    char path[32];
+    snprintf(path, sizeof(path), "/proc/%d/%s", pid, file);
+    return tq::open_for_reading(path);
 }
 
 // What the kernel tells of a process, as far as it was read. What it hands out is valid until the

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -140,16 +141,15 @@ int newest_slot(const reboot_cause_header& header) {
 // The words of a command line end in zero bytes, so that its first line is the first word. What of
 // its last component fits, over zeros.
 void get_self_process_name(char (&name)[16]) {
-    tq::Text<24> path;
-    path.append("/proc/%d/cmdline", getpid());
+    char path[24];
+    snprintf(path, sizeof(path), "/proc/%d/cmdline", getpid());
     char line[24];
-    if (tq::read_first_line(path.c_str(), line) <= 0) return;
+    if (tq::read_first_line(path, line) <= 0) return;
     const char* program = line;
     for (const char* c = line; *c; c++) {
         if (*c == '/') program = c + 1;
     }
-    for (size_t i = 0; i < sizeof(name) && program[i]; i++)
-        name[i] = program[i];
+    strncpy(name, program, sizeof(name));
 }
 
 uint32_t seconds_now() {
@@ -170,7 +170,8 @@ __attribute__((format(printf, 4, 0))) void fill_record(reboot_cause_record& reco
     record = {};
     vsnprintf(record.message, sizeof(record.message), format, args);
     record.cause = static_cast<uint8_t>(cause);
-    tq::TextWriter(record.location).append("%s:%s:%d", place.file, place.function, place.line);
+    snprintf(record.location, sizeof(record.location), "%s:%s:%d", place.file, place.function,
+             place.line);
     get_self_process_name(record.process);
     record.time = seconds_now();
     record.uptime = static_cast<uint32_t>(get_system_uptime());
@@ -220,7 +221,7 @@ bool append(int store, reboot_cause_header& header, const reboot_cause_record& r
 }
 
 bool watchdog_made_reset() {
-    const UniqueFd watchdog(open("/dev/watchdog", O_RDONLY | O_CLOEXEC));
+    const UniqueFd watchdog(tq::open_for_reading("/dev/watchdog"));
     if (!watchdog) return false;
     int answer = 0;
     return ioctl(watchdog.get(), kWatchdogMadeReset, &answer) >= 0 && answer == 1;

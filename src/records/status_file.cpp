@@ -1,11 +1,11 @@
 #include "tq/status_file.h"
 
-#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -60,10 +60,11 @@ void tq_set_offline_reason(int reason) {
     // The zone of now, however long this process runs: localtime_r alone may keep an older one.
     tzset();
     localtime_r(&now, &local);
-    Text<64> record;
-    record.append("%d\n%d-%02d-%02d %02d:%02d:%02d\n", reason, local.tm_year + 1900,
-                  local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
-    if (tq::write_file(kOfflineReason, record.c_str()) < 0) {
+    char record[64];
+    snprintf(record, sizeof(record), "%d\n%d-%02d-%02d %02d:%02d:%02d\n", reason,
+             local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min,
+             local.tm_sec);
+    if (tq::write_file(kOfflineReason, record) < 0) {
         TQ_LOG_AT(908, LOG_ERR, "fopen %s fail:%s\n", kOfflineReason, strerror(errno));
     }
 }
@@ -114,7 +115,7 @@ int save_coredump_server(const char* server) {
 
 int get_coredump_server(char* out) {
     if (!out) return tq::reject(__func__);
-    const UniqueFd file(open(kCoredumpServer, O_RDONLY | O_CLOEXEC));
+    const UniqueFd file(tq::open_for_reading(kCoredumpServer));
     return file && tq::read_some(file.get(), out, kCoredumpServerSize) > 0 ? 0 : -1;
 }
 

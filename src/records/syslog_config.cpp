@@ -72,11 +72,11 @@ class LevelPush {
 
     // False where the level file cannot be written; that process gets no notice.
     bool add(const syslog_process& row, int level) {
-        Text<128> path;
-        path.append("/tmp/.loglvl.%s", tq::printable(row.tag));
-        Text<256> line;
-        line.append("%s %d\n", tq::printable(row.name), level);
-        if (tq::write_file(path.c_str(), line.c_str()) != 0) return false;
+        char path[128];
+        snprintf(path, sizeof(path), "/tmp/.loglvl.%s", tq::printable(row.tag));
+        char line[256];
+        snprintf(line, sizeof(line), "%s %d\n", tq::printable(row.name), level);
+        if (tq::write_file(path, line) != 0) return false;
         names_.append("%s|", tq::printable(row.name));
         return true;
     }

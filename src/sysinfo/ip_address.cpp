@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "foundation/guard.h"
 #include "foundation/number_reader.h"
 #include "foundation/text.h"
 
@@ -107,7 +108,7 @@ bool has_v4_mask(const ip_address* address) {
 }
 
 bool is_room(const char* buf, uint32_t size) {
-    return buf && size > 0;
+    return buf && tq::is_size(size);
 }
 
 int initialize(ip_address* address, int version) {

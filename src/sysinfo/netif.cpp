@@ -48,8 +48,8 @@ int query(const char* ifname, unsigned operation, ifreq& request) {
 
 constexpr size_t kInetOffset = offsetof(sockaddr_in, sin_addr);
 
+// Into a cleared record.
 void put_inet(sockaddr& address, const void* four_bytes) {
-    memset(&address, 0, sizeof(address));
     address.sa_family = AF_INET;
     memcpy(reinterpret_cast<char*>(&address) + kInetOffset, four_bytes, sizeof(in_addr));
 }

@@ -1,10 +1,8 @@
 #include "tq/sysstat.h"
 
-#include <fcntl.h>
 #include <mntent.h>
 #include <sys/statfs.h>
 #include <sys/sysinfo.h>
-#include <tq/board.h>
 #include <tq/bwctl.h>
 #include <tq/command.h>
 
@@ -15,6 +13,7 @@
 #include <iterator>
 #include <numeric>
 
+#include "foundation/board.h"
 #include "foundation/file.h"
 #include "foundation/log.h"
 #include "foundation/number_reader.h"
@@ -31,16 +30,13 @@ namespace {
 
 using tq::LineReader;
 using tq::NumberReader;
+using tq::open_for_reading;
 using tq::UniqueFd;
 
 constexpr size_t kLineSize = 1024;
 
 constexpr char kStat[] = "/proc/stat";
 constexpr char kOverlay[] = "/overlay";
-
-UniqueFd open_to_read(const char* path) {
-    return UniqueFd(open(path, O_RDONLY | O_CLOEXEC));
-}
 
 int read_known_line(const char* function, const char* path, char (&line)[kLineSize]) {
     const int result = tq::read_first_line(path, line);
@@ -131,7 +127,7 @@ class MountTable {
 }  // namespace
 
 int tq_get_cpu_ticks(uint32_t* total, uint32_t* busy) {
-    const UniqueFd file = open_to_read(kStat);
+    const UniqueFd file(open_for_reading(kStat));
     if (!file) return TQ_FAIL("Cannot open %s\n", kStat);
     char text[kLineSize];
     tq::read_text(file.get(), text);
@@ -159,7 +155,7 @@ int get_proc_cpuinfo(uint32_t* total, uint32_t* idle) {
 
 int get_proc_meminfo(uint32_t figures[PROC_MEMINFO_FIGURES]) {
     if (!figures) return tq::reject_parameter(__func__);
-    const UniqueFd file = open_to_read("/proc/meminfo");
+    const UniqueFd file(open_for_reading("/proc/meminfo"));
     if (!file) return TQ_FAIL("fopen fail\n");
     const bool traced = tq::is_logged(LOG_DEBUG);
     LineReader lines(file.get());
@@ -237,7 +233,7 @@ int tq_get_flash_free_size(uint32_t* free_kb) {
 }
 
 int tq_hal_get_flash_size(void) {
-    const UniqueFd file = open_to_read("/proc/mtd");
+    const UniqueFd file(open_for_reading("/proc/mtd"));
     if (!file) return TQ_FAIL("fopen fail\n");
     LineReader lines(file.get());
     const char* line = lines.next() ? lines.next() : nullptr;
@@ -281,11 +277,11 @@ int tq_get_eth_flow(uint32_t port, uint32_t* in, uint32_t* out) {
 
 int tq_get_eth_stats(int port, if_stats* rec) {
     if (!rec) return TQ_FAIL("null buff\n");
-    tq::Text<128> path;
-    path.append("/proc/net/eth/eth%d/stats", port);
+    char path[128];
+    snprintf(path, sizeof(path), "/proc/net/eth/eth%d/stats", port);
     char line[kLineSize];
-    if (tq::read_first_line(path.c_str(), line) < 0) {
-        TQ_LOG(LOG_WARNING, "fopen %s failed: %s\n", path.c_str(), strerror(errno));
+    if (tq::read_first_line(path, line) < 0) {
+        TQ_LOG(LOG_WARNING, "fopen %s failed: %s\n", path, strerror(errno));
         return -1;
     }
     uint64_t numbers[6];
@@ -304,17 +300,18 @@ int tq_get_eth_stats(int port, if_stats* rec) {
 
 int tq_get_if_statistics(int port, if_stats* rec) {
     if (!rec) return tq::reject_parameter(__func__);
-    const char* ifname = tq_get_eth_ifname(port);
-    if (!ifname) return TQ_FAIL("tq_get_eth_ifname fail, index  = %d\n", port);
+    char ifname[tq::kNameSize];
+    if (!tq::eth_ifname(port, ifname))
+        return TQ_FAIL("tq_get_eth_ifname fail, index  = %d\n", port);
     *rec = {};
-    tq::Text<64> key;
-    key.append("%s:", ifname);
+    char key[64];
+    snprintf(key, sizeof(key), "%s:", ifname);
     char line[kLineSize];
-    if (read_line("/proc/net/dev", key.c_str(), line, sizeof(line)) != 0)
+    if (read_line("/proc/net/dev", key, line, sizeof(line)) != 0)
         return TQ_FAIL("read_line fail\n");
     // Behind the interface's name, eight columns of what was received and eight of what was sent.
     uint64_t columns[16];
-    if (!read_numbers(line + strlen(key.c_str()), columns, std::size(columns)))
+    if (!read_numbers(line + strlen(key), columns, std::size(columns)))
         return TQ_FAIL("sscanf fail\n");
     // Of both the first four are the record's, in its order.
     memcpy(rec, &columns[0], 4 * sizeof(*columns));

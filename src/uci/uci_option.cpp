@@ -2,6 +2,7 @@
 
 #include <uci.h>
 
+#include <cstdio>
 #include <cstring>
 
 #include "foundation/log.h"
@@ -24,28 +25,23 @@ constexpr char kSuppress[] = "suppress";
 
 // ---- shortcuts ----
 
-// The sections of one type.
-struct Sections {
-    char file[9];
-    char type[12];
-};
-
-constexpr Sections kRadios = {"wireless", "wifi-device"};
-constexpr Sections kVaps = {"wireless", "wifi-iface"};
-constexpr Sections kRules = {"firewall", "rule"};
+// The sections of one type: "%s.@%s" of the file and the type.
+constexpr char kRadios[] = "wireless.@wifi-device";
+constexpr char kVaps[] = "wireless.@wifi-iface";
+constexpr char kRules[] = "firewall.@rule";
 
 // "%s.@%s[%d].%s", and then "=%s". One byte longer than the paths that the functions by path take,
-// so that they refuse what was cut.
+// so that they refuse what was cut. What is null makes no path, which they reject.
 class Path : public Text<1024 + 1> {
   public:
-    Path(const Sections& sections, int index, const char* option) {
-        append("%s.@%s[%d].%s", sections.file, sections.type, index, option);
+    Path(const char* sections, int index, const char* option) {
+        append("%s[%d].%s", sections, index, option);
     }
 };
 
 int set_text(uci_context* context, int index, const char* option, const char* value,
-             const Sections& sections, const char* caller) {
-    if (!option || !value) return tq::reject(caller);
+             const char* sections) {
+    if (!option || !value) return set_uci_option(context, nullptr);
     Path path(sections, index, option);
     path.append("=%s", value);
     return set_uci_option(context, path.c_str());
@@ -53,10 +49,10 @@ int set_text(uci_context* context, int index, const char* option, const char* va
 
 // Inlined, it would be three times as long: the buffer is each caller's then.
 [[gnu::noinline]] int set_number(uci_context* context, int index, const char* option, int value,
-                                 const Sections& sections, const char* caller) {
-    Text<kNumberSize> text;
-    text.append("%d", value);
-    return set_text(context, index, option, text.c_str(), sections, caller);
+                                 const char* sections) {
+    char text[kNumberSize];
+    snprintf(text, sizeof(text), "%d", value);
+    return set_text(context, index, option, text, sections);
 }
 
 // ---- thresholds ----
@@ -95,39 +91,39 @@ int set_module_option(int module, const char* option, unsigned value, const char
 }  // namespace
 
 int set_radio_option_int(struct uci_context* ctx, int radio, const char* option, int value) {
-    return set_number(ctx, radio, option, value, kRadios, __func__);
+    return set_number(ctx, radio, option, value, kRadios);
 }
 
 int set_radio_option_str(struct uci_context* ctx, int radio, const char* option,
                          const char* value) {
-    return set_text(ctx, radio, option, value, kRadios, __func__);
+    return set_text(ctx, radio, option, value, kRadios);
 }
 
 int set_vap_option_int(struct uci_context* ctx, int vap, const char* option, int value) {
-    return set_number(ctx, vap, option, value, kVaps, __func__);
+    return set_number(ctx, vap, option, value, kVaps);
 }
 
 int set_vap_option_str(struct uci_context* ctx, int vap, const char* option, const char* value) {
-    return set_text(ctx, vap, option, value, kVaps, __func__);
+    return set_text(ctx, vap, option, value, kVaps);
 }
 
 int set_fw_rule_option_int(struct uci_context* ctx, int rule, const char* option, int value) {
-    return set_number(ctx, rule, option, value, kRules, __func__);
+    return set_number(ctx, rule, option, value, kRules);
 }
 
 int set_fw_rule_option_str(struct uci_context* ctx, int rule, const char* option,
                            const char* value) {
-    return set_text(ctx, rule, option, value, kRules, __func__);
+    return set_text(ctx, rule, option, value, kRules);
 }
 
 int del_radio_option(struct uci_context* ctx, int radio, const char* option) {
-    if (!option) return tq::reject(__func__);
+    if (!option) return del_uci_element(ctx, nullptr, false);
     const Path path(kRadios, radio, option);
     return del_uci_element(ctx, path.c_str(), false);
 }
 
 int del_vap_option(struct uci_context* ctx, int vap, const char* option) {
-    if (!option) return tq::reject(__func__);
+    if (!option) return del_uci_element(ctx, nullptr, false);
     const Path path(kVaps, vap, option);
     if (del_uci_element(ctx, path.c_str(), false) != 0) {
         return TQ_FAIL("del_uci_option fail: %s\n", path.c_str());

@@ -1,5 +1,6 @@
 #include "tq/uci_path.h"
 
+#include <cstdio>
 #include <cstring>
 
 #include "foundation/guard.h"
@@ -149,9 +150,9 @@ int make_change(Place place, Change change, const char* caller) {
 //   "uci_set_str_option_by_name(filename, config_name, option, buf) fail\n"
 int set_number(Place place, unsigned value, const char* caller) {
     const bool complete = has_section(place) && place.option;
-    Text<kNumberSize> text;
-    text.append(complete ? "%u" : "%d", value);
-    place.value = text.c_str();
+    char text[kNumberSize];
+    snprintf(text, sizeof(text), complete ? "%u" : "%d", value);
+    place.value = text;
     if (!complete) return reject_change(caller, Change::kSet, place);
     const bool named = place.by == By::kName;
     const char* setter = named ? "uci_set_str_option_by_name" : "uci_set_str_option_by_id";

@@ -5,19 +5,18 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
 
 #include "foundation/file.h"
 #include "foundation/log.h"
-#include "foundation/text.h"
 #include "uci/uci_apply.h"
 
 namespace {
 
 using tq::HeapText;
-using tq::Text;
 using tq::UniqueFd;
 
 // The header's stand-in for libuci's structure has this layout.
@@ -86,9 +85,9 @@ void create_uci_file(const char* path) {
 }
 
 int load_package(uci_entry& row) {
-    Text<kPathSize> path;
-    path.append("/etc/config/%s", row.file);
-    if (access(path.c_str(), F_OK) != 0) create_uci_file(path.c_str());
+    char path[kPathSize];
+    snprintf(path, sizeof(path), "/etc/config/%s", row.file);
+    if (access(path, F_OK) != 0) create_uci_file(path);
     return uci_load(row.ctx, row.file, &row.pkg);
 }
 
@@ -319,16 +318,19 @@ int commit(const char* caller, uci_entry& row) {
 }
 
 void run_commit2(const char* caller, const uci_entry& row) {
-    Text<kCommandSize> command;
-    command.append("uci commit2 %s", row.file);
-    TQ_LOG_IN(caller, LOG_INFO, "execute '%s'\n", command.c_str());
-    (void)!system(command.c_str());
+    char command[kCommandSize];
+    snprintf(command, sizeof(command), "uci commit2 %s", row.file);
+    TQ_LOG_IN(caller, LOG_INFO, "execute '%s'\n", command);
+    (void)!system(command);
 }
 
 int free_row(const char* caller, uci_entry& row) {
     int result = 0;
-    if (is_loaded(row) && uci_save(row.ctx, row.pkg) != UCI_OK) {
-        result = TQ_FAIL_IN(caller, "uci_save %s fail\n", row.file);
+    if (is_loaded(row)) {
+        if (uci_save(row.ctx, row.pkg) != UCI_OK) {
+            result = TQ_FAIL_IN(caller, "uci_save %s fail\n", row.file);
+        }
+        uci_unload(row.ctx, row.pkg);
     }
     if (row.ctx) clear(row);
     return result;

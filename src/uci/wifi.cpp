@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <iterator>
 
@@ -122,9 +123,9 @@ bool is_psk_text(const AuthRow& row, const char* text) {
 // ---- options ----
 
 int write_number(uci_config_ctx* session, const char* option, int value) {
-    Text<kNumberSize> text;
-    text.append("%d", value);
-    return set_uci_config(session, option, text.c_str());
+    char text[kNumberSize];
+    snprintf(text, sizeof(text), "%d", value);
+    return set_uci_config(session, option, text);
 }
 
 bool read_number(uci_config_ctx* session, const char* option, int& value) {

@@ -447,7 +447,7 @@ TEST_F(Signals, LetATerminatedLoopReturnWithoutAWait) {
 TEST(ProcessLoopState, KeepsRunningForTheCmmAgentAlone) {
     waits::reset();
     eloop_init(nullptr);
-    eloop_connect_cmm_agent(1);
+    eloop_connect_cmm_agent(-1);
     waits::fail_next(EBADF);
     testing::internal::CaptureStderr();
     eloop_run();

@@ -554,7 +554,7 @@ TYPED_TEST_P(LoopSuite, AsksForTheRegisteredSocketsAlone) {
 TYPED_TEST_P(LoopSuite, WatchesOneDescriptorMoreForTheCmmAgent) {
     Action nothing = this->note("nothing");
     this->add_timeout(0, 0, nothing);
-    this->loop.connect_cmm_agent(1);
+    this->loop.connect_cmm_agent(-1);
     Action off = [&] { this->loop.connect_cmm_agent(0); };
     this->add_timeout(0, 0, off);
     this->add_timeout(0, 0, nothing);
@@ -641,6 +641,43 @@ TYPED_TEST_P(LoopSuite, SaysThatTheClockIsInvalidAndGoesOn) {
     EXPECT_EQ(waits::seen().at(0).limit, 1);
 }
 
+// The reading stands for the wait alone: what is due is for the next one to say.
+TYPED_TEST_P(LoopSuite, RunsNothingEarlyForAnInvalidClock) {
+    const waits::VirtualTime time(50, 0);
+    std::vector<int64_t> due;
+    Action note = [&] { due.push_back(waits::VirtualTime::now()); };
+    this->add_timeout(0, 500000, note);
+    waits::next_reading(50, 1000000000);
+    testing::internal::CaptureStdout();
+    this->loop.run();
+    fflush(stdout);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "ERROR: tq_gettime returned invalid time: tv_sec=50 tv_usec=1000000\n");
+    EXPECT_THAT(due, testing::ElementsAre(50500000));
+    ASSERT_EQ(waits::seen().size(), 2U);
+    EXPECT_EQ(waits::seen()[0].limit, 0);
+    EXPECT_EQ(waits::seen()[1].limit, 500000);
+}
+
+// Only the one that a wait is computed from is cut, and complained of.
+TYPED_TEST_P(LoopSuite, TakesAnInvalidReadingBehindTheWaitAsItIs) {
+    const waits::VirtualTime time(50, 0);
+    Action due = this->note("due");
+    this->add_timeout(0, 999999, due);
+    waits::before_next([] {
+        waits::VirtualTime::advance(-999999);
+        waits::next_reading(49, 1999999000);
+        waits::before_next([] { waits::next_reading(50, 1000000000); });
+    });
+    testing::internal::CaptureStdout();
+    this->loop.run();
+    fflush(stdout);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_THAT(this->events, testing::ElementsAre("due"));
+    ASSERT_EQ(waits::seen().size(), 2U);
+    EXPECT_EQ(waits::seen()[1].limit, 999999);
+}
+
 TYPED_TEST_P(LoopSuite, TakesTheLargestValidReadingAsItIs) {
     const waits::VirtualTime time(50, 0);
     Action due = this->note("due");
@@ -653,7 +690,7 @@ TYPED_TEST_P(LoopSuite, TakesTheLargestValidReadingAsItIs) {
     EXPECT_EQ(waits::seen().at(0).limit, 1);
 }
 
-TYPED_TEST_P(LoopSuite, ReadsTheClockOnceAPassAndTwiceWhereTimeWentBy) {
+TYPED_TEST_P(LoopSuite, ReadsTheClockBeforeAndAfterTheWaitOfAPass) {
     const SocketPair pair;
     const waits::VirtualTime time(50, 0);
     Action nothing = this->note("due");
@@ -663,7 +700,7 @@ TYPED_TEST_P(LoopSuite, ReadsTheClockOnceAPassAndTwiceWhereTimeWentBy) {
     waits::reset();
     this->loop.run();
     EXPECT_EQ(waits::seen().size(), 1U) << "due at once";
-    EXPECT_EQ(waits::clock_readings(), 1) << "due at once";
+    EXPECT_EQ(waits::clock_readings(), 2) << "due at once";
 
     this->add_timeout(0, 500, nothing);
     waits::reset();
@@ -774,8 +811,9 @@ REGISTER_TYPED_TEST_SUITE_P(
     WatchesNoFewerWhenItBeginsAnewWithALowerSocket, AsksForTheRegisteredSocketsAlone,
     WatchesOneDescriptorMoreForTheCmmAgent, GoesOnAfterAnInterruptedWait,
     StopsWithAMessageWhenASocketWasClosed, IsUnchangedWhenMemoryRunsOut,
-    SaysThatTheClockIsInvalidAndGoesOn, TakesTheLargestValidReadingAsItIs,
-    ReadsTheClockOnceAPassAndTwiceWhereTimeWentBy, ReadsNoClockWithoutATimeout,
+    SaysThatTheClockIsInvalidAndGoesOn, RunsNothingEarlyForAnInvalidClock,
+    TakesAnInvalidReadingBehindTheWaitAsItIs, TakesTheLargestValidReadingAsItIs,
+    ReadsTheClockBeforeAndAfterTheWaitOfAPass, ReadsNoClockWithoutATimeout,
     RunsNothingThatIsNotDueWhereAWaitEndsTooSoon, LooksAtTheClockAgainWhenASocketEndsTheWait,
     AllocatesOnceForEachRegistration, RunsNoTimeoutBeforeItIsDue);
 

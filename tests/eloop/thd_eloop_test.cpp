@@ -220,6 +220,16 @@ TEST_F(ThdEloop, ReturnsAtOnceWhateverTheCmmAgentSays) {
     EXPECT_THAT(waits::seen(), IsEmpty());
 }
 
+// The record is the caller's, and its count is signed.
+TEST_F(ThdEloop, ReturnsAtOnceWithLessThanNoSocket) {
+    loop.state.reader_count = -1;
+    waits::before_next([&] { loop.terminate(); });
+    loop.run();
+    EXPECT_EQ(loop.result, 0);
+    EXPECT_THAT(waits::seen(), IsEmpty());
+    loop.state.reader_count = 0;
+}
+
 TEST_F(ThdEloop, WakesEverySecondWithNothingToDo) {
     const SocketPair pair;
     const waits::VirtualTime time(100, 0);

@@ -29,7 +29,7 @@ const std::string kScript = "fis load -d %{kernel}\nexec\n";
 const std::string kBackupKernel = "\"kernel bak\"";
 const std::string kBackupRootdev = "\"rootfs bak\"";
 const std::string kCantOpen = "Can't open /dev/mtdblock1\n";
-const std::string kCrcError = "RedBoot configuration CRC error";
+const std::string kCrcError = "RedBoot configuration CRC error\n";
 
 // The block's entries that matter here, each left out where it has no value.
 struct Boot {
@@ -223,7 +223,7 @@ TEST_F(ImageSwitch, RefusesWithoutABackupImage) {
     for (const std::optional<std::string>& version :
          {std::optional<std::string>(), std::optional<std::string>("0.0.0")}) {
         boot.backup_version = version;
-        expect_refused(boot, "Backup kernel doesn't exist");
+        expect_refused(boot, "Backup kernel doesn't exist\n");
     }
 }
 
@@ -232,7 +232,7 @@ TEST_F(ImageSwitch, RefusesWithoutAPrimaryImage) {
     for (const std::optional<std::string>& version :
          {std::optional<std::string>(), std::optional<std::string>("0.0.0")}) {
         boot.primary_version = version;
-        expect_refused(boot, "Primary kernel doesn't exist");
+        expect_refused(boot, "Primary kernel doesn't exist\n");
     }
 }
 
@@ -241,11 +241,11 @@ TEST_F(ImageSwitch, RefusesForTheRootDeviceAlone) {
     Boot boot;
     boot.kernel = kBackupKernel;
     boot.backup_version.reset();
-    expect_refused(boot, "Backup image doesn't exist");
+    expect_refused(boot, "Backup image doesn't exist\n");
     boot = on_backup();
     boot.kernel = "kernel";
     boot.primary_version = "0.0.0";
-    expect_refused(boot, "Primary image doesn't exist");
+    expect_refused(boot, "Primary image doesn't exist\n");
 }
 
 TEST_F(ImageSwitch, TakesAnyOtherVersionForAnImage) {
@@ -263,7 +263,7 @@ TEST_F(ImageSwitch, WritesNothingOfAnEnabledScriptWhereTheImageIsMissing) {
     boot.enabled = false;
     boot.script = "other";
     boot.backup_version.reset();
-    expect_refused(boot, "Backup kernel doesn't exist");
+    expect_refused(boot, "Backup kernel doesn't exist\n");
 }
 
 TEST_F(ImageSwitch, AddsMissingAliasesForTheBackupImage) {
@@ -383,7 +383,7 @@ TEST_F(ImageSwitch, TakesAVersionOfAnotherTypeForNoImage) {
     put_block(before_);
     EXPECT_EQ(switch_image(), (Outcome{1,
                                        "Request for config value 'qak_pelkin_ver' - wrong type\n"
-                                       "Backup kernel doesn't exist"}));
+                                       "Backup kernel doesn't exist\n"}));
     expect_nothing_written();
 }
 

@@ -182,6 +182,15 @@ TEST_F(Mtd, PrefersTheNodesInDirectories) {
     EXPECT_EQ(content(mtd_open("rootfs", 0)), "mtd3");
 }
 
+TEST_F(Mtd, TakesTheOtherNodeWhateverKeepsTheOneInTheDirectoryFromOpening) {
+    const MtdTable table(kTable);
+    fs::create_directory("/dev/mtd");
+    fs::create_symlink("2", "/dev/mtd/2");
+    EXPECT_EQ(open("/dev/mtd/2", O_RDONLY), -1);
+    EXPECT_EQ(errno, ELOOP);
+    EXPECT_EQ(content(mtd_open("kernel", 0)), "mtd2");
+}
+
 TEST_F(Mtd, FailsWhereThePartitionHasNoNode) {
     const MtdTable table(kTable + "mtd9: 1 1 \"/tmp/named\"\nmtd9: 1 1 \"gone\"\n");
     fs::current_path("/tmp");

@@ -38,9 +38,9 @@ using tq_test::faults::Fail;
 constexpr size_t kEntriesEnd = 4088;
 
 const std::string kCantOpen = "Can't open /dev/mtdblock1\n";
-const std::string kReadError = "Read config error";
-const std::string kCrcError = "RedBoot configuration CRC error";
-const std::string kLoadFirst = "Please load redboot configuration first";
+const std::string kReadError = "Read config error\n";
+const std::string kCrcError = "RedBoot configuration CRC error\n";
+const std::string kLoadFirst = "Please load redboot configuration first\n";
 
 std::string loaded_block() {
     return {reinterpret_cast<const char*>(redboot_config), sizeof(redboot_config)};

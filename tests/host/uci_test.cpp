@@ -879,16 +879,19 @@ TEST_F(UciCommit, WritesAnImportedPackageAsANewFile) {
 }
 
 TEST_F(UciCommit, KeepsTheFilesModeAndOwner) {
-    ASSERT_EQ(chmod(config_path("x").c_str(), 0640), 0);
-    ASSERT_EQ(chown(config_path("x").c_str(), 1, 2), 0);
-    uci_package* package = context_.load();
-    ASSERT_EQ(change(context_, uci_set, "x.b.o=new"), UCI_OK);
-    ASSERT_EQ(save_and_commit(context_, package), UCI_OK);
-    struct stat status = {};
-    ASSERT_EQ(stat(config_path("x").c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777, 0640U);
-    EXPECT_EQ(status.st_uid, 1U);
-    EXPECT_EQ(status.st_gid, 2U);
+    for (const mode_t mode : {0U, 0640U}) {
+        ASSERT_EQ(chmod(config_path("x").c_str(), mode), 0);
+        ASSERT_EQ(chown(config_path("x").c_str(), 1, 2), 0);
+        Context context;
+        uci_package* package = context.load();
+        ASSERT_EQ(change(context, uci_set, "x.b.o=" + std::to_string(mode)), UCI_OK);
+        ASSERT_EQ(save_and_commit(context, package), UCI_OK);
+        struct stat status = {};
+        ASSERT_EQ(stat(config_path("x").c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 07777, mode);
+        EXPECT_EQ(status.st_uid, 1U);
+        EXPECT_EQ(status.st_gid, 2U);
+    }
 }
 
 TEST_F(UciCommit, ReplacesWhatASymbolicLinkNames) {

@@ -1274,6 +1274,14 @@ TEST_F(CorrectTime, NeedsTheUptime) {
     EXPECT_FALSE(exists(kStore));
 }
 
+TEST_F(CorrectTime, TakesAnUptimeThatFillsItsWord) {
+    run_device_times(1);
+    const SynchronisedClock clock;
+    write_file("/proc/uptime", "4294967295.00 0.00\n");
+    EXPECT_EQ(rb_correct_reboot_time_now(), 0);
+    EXPECT_EQ(times(), (std::vector<Timed>{{1000000 + 1 - 10, 3}}));
+}
+
 TEST_F(CorrectTime, MakesAnEstimateForTheNextRunPossible) {
     run_device_times(1);
     const SynchronisedClock clock;

@@ -271,7 +271,11 @@ TEST(IpAddressTest, TextWritersRejectBadArguments) {
         Buffer buffer(64);
         EXPECT_EQ(writer.write(nullptr, buffer.data(), 64), -1) << writer.name;
         EXPECT_EQ(writer.write(&writer.address, nullptr, 64), -1) << writer.name;
-        EXPECT_EQ(writer.write(&writer.address, buffer.data(), 0), -1) << writer.name;
+        // Compared as signed numbers, the two large ones are below zero.
+        for (const uint32_t size : {0U, 0x80000000U, UINT32_MAX}) {
+            EXPECT_EQ(writer.write(&writer.address, buffer.data(), size), -1)
+                << writer.name << " into " << size;
+        }
         EXPECT_TRUE(buffer.untouched()) << writer.name;
     }
 }
@@ -606,8 +610,10 @@ TEST(IpAddressTest, SplitRejectsBadBuffers) {
     Buffer buffer(16);
     EXPECT_EQ(v4_get_ip_and_mask("10.1.2.3/8", nullptr, 16, buffer.data(), 16), -1);
     EXPECT_EQ(v4_get_ip_and_mask("10.1.2.3/8", buffer.data(), 16, nullptr, 16), -1);
-    EXPECT_EQ(v4_get_ip_and_mask("10.1.2.3/8", buffer.data(), 0, buffer.data(), 16), -1);
-    EXPECT_EQ(v4_get_ip_and_mask("10.1.2.3/8", buffer.data(), 16, buffer.data(), 0), -1);
+    for (const uint32_t size : {0U, 0x80000000U, UINT32_MAX}) {
+        EXPECT_EQ(v4_get_ip_and_mask("10.1.2.3/8", buffer.data(), size, buffer.data(), 16), -1);
+        EXPECT_EQ(v4_get_ip_and_mask("10.1.2.3/8", buffer.data(), 16, buffer.data(), size), -1);
+    }
     EXPECT_EQ(v4_get_ip_and_mask("", nullptr, 16, buffer.data(), 16), -1);
     EXPECT_EQ(v4_get_ip_and_mask("10.1.2.3/99", buffer.data(), 16, nullptr, 16), -1);
     EXPECT_TRUE(buffer.untouched());

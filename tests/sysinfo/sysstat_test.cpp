@@ -30,6 +30,7 @@
 #include "support/device.h"
 #include "support/faults.h"
 #include "support/log_capture.h"
+#include "tq/board.h"
 #include "tq/bus.h"
 
 static_assert(sizeof(if_stats) == 88);
@@ -1208,6 +1209,16 @@ TEST_F(IfStatistics, NeedAPortOfTheBoard) {
             ElementsAre(Line(LOG_ERR, "tq_get_if_statistics",
                              "tq_get_eth_ifname fail, index  = " + std::to_string(port) + "\n")));
     }
+}
+
+// The name is in the call's own buffer: no other thread's call can change it meanwhile.
+TEST_F(IfStatistics, LeaveTheNameThatAnotherCallerHolds) {
+    const ScopedProc proc(Files{{"net/dev", kDevHeader + row("  eth1", 100)}});
+    const char* name = tq_get_eth_ifname(0);
+    if_stats rec = untouched_record();
+    EXPECT_EQ(tq_get_if_statistics(1, &rec), 0);
+    EXPECT_TRUE(same(rec, record_of(100)));
+    EXPECT_STREQ(name, "eth0");
 }
 
 TEST_F(IfStatistics, NeedALineOfTheInterface) {

@@ -121,6 +121,10 @@ int uci_load(uci_context* ctx, const char* name, uci_package** package) {
     FORWARDED(uci_load, ctx, name, package);
 }
 
+int uci_unload(uci_context* ctx, uci_package* p) {
+    FORWARDED(uci_unload, ctx, p);
+}
+
 int uci_add_section(uci_context* ctx, uci_package* p, const char* type, uci_section** res) {
     FORWARDED(uci_add_section, ctx, p, type, res);
 }
@@ -152,7 +156,9 @@ int uci_commit(uci_context* ctx, uci_package** p, bool overwrite) {
     if (!in_libuci) overwrites.push_back(overwrite);
     const int failure = failure_of("uci_commit");
     if (failure == UCI_OK) return inside([&] { return next_commit(ctx, p, overwrite); });
-    uci_unload(ctx, *p);
-    return failure;
+    return inside([&] {
+        uci_unload(ctx, *p);
+        return failure;
+    });
 }
 }

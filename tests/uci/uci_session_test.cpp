@@ -1810,6 +1810,21 @@ TEST_F(FreeUciConfig, FreesEveryFile) {
     expect_silence();
 }
 
+TEST_F(FreeUciConfig, UnloadsWhatIsLoadedAlsoWhereItCannotBeStaged) {
+    for (const int id : {UCI_CONFIG_DHCP, UCI_CONFIG_SYSTEM, UCI_CONFIG_WIRELESS})
+        EXPECT_EQ(load_uci_config(id, nullptr), 0);
+    const CallFails save("uci_save");
+    const CallFails unload("uci_unload", UCI_OK);
+    EXPECT_EQ(free_uci_config(UCI_CONFIG_DHCP), -1);
+    EXPECT_EQ(unload.calls(), 1);
+    EXPECT_EQ(free_uci_config(UCI_CONFIG_ALL), 0);
+    EXPECT_EQ(save.calls(), 3);
+    EXPECT_EQ(unload.calls(), 3);
+    EXPECT_EQ(free_uci_config(UCI_CONFIG_ALL), 0);
+    EXPECT_EQ(unload.calls(), 3);
+    EXPECT_THAT(log_.take(), ElementsAre(Error("free_uci_config", "uci_save dhcp fail\n")));
+}
+
 TEST_F(FreeUciConfig, IsDoneForAFileThatIsNotLoaded) {
     EXPECT_EQ(free_uci_config(UCI_CONFIG_WIRELESS), 0);
     EXPECT_EQ(free_uci_config(UCI_CONFIG_ALL), 0);

@@ -427,6 +427,9 @@ TEST_F(WifiMode, NeedsEachOption) {
         EXPECT_EQ(mode, kUnset);
         EXPECT_THAT(log_.take(), Missing(name));
     }
+    int mode = kUnset;
+    EXPECT_EQ(wifi_get_wireless_mode(section_with({}), &mode), -1);
+    EXPECT_THAT(log_.take(), Missing("hwmode"));
 }
 
 TEST_F(WifiMode, ComparesEachOption) {
@@ -527,8 +530,10 @@ TEST_F(WifiMcastRate, CombinesBothWritesAndSkipsTheSecondWhenTheFirstFailed) {
 
 TEST_F(WifiMcastRate, NeedsBothOptions) {
     int rate = kUnset;
-    EXPECT_EQ(wifi_get_mcast_rate(section_with({{"McastMcs", "1"}}), &rate), -1);
-    EXPECT_THAT(log_.take(), Missing("McastPhyMode"));
+    for (const Options& options : {Options{{"McastMcs", "1"}}, Options{}}) {
+        EXPECT_EQ(wifi_get_mcast_rate(section_with(options), &rate), -1);
+        EXPECT_THAT(log_.take(), Missing("McastPhyMode"));
+    }
     EXPECT_EQ(wifi_get_mcast_rate(section_with({{"McastPhyMode", "1"}}), &rate), -1);
     EXPECT_THAT(log_.take(), Missing("McastMcs"));
     EXPECT_EQ(rate, kUnset);
@@ -737,9 +742,12 @@ TEST_F(WifiWpa, FailsOnAnotherTypeOrCipherAndTouchesNothing) {
     EXPECT_EQ(get({{"encryption", "psk2"}, {"aes", "ccmp"}}, 8), -1);
     EXPECT_EQ(get({{"encryption", "wpa2"}, {"aes", "wep"}}, 4), -1);
     EXPECT_EQ(get({{"encryption", "wep-open"}, {"aes", "ccmp"}}, 1), -1);
+    EXPECT_EQ(get({{"encryption", "psk2"}}, 3), -1);
     EXPECT_THAT(log_.take(), IsEmpty());
-    EXPECT_EQ(get({{"aes", "ccmp"}}, 4), -1);
-    EXPECT_THAT(log_.take(), Missing("encryption"));
+    for (const int type : {4, 8}) {
+        EXPECT_EQ(get({}, type), -1);
+        EXPECT_THAT(log_.take(), Missing("encryption"));
+    }
     EXPECT_EQ(get({{"encryption", "wpa2"}}, 4), -1);
     EXPECT_THAT(log_.take(), Missing("aes"));
     EXPECT_EQ(enterprise, kUnset);
@@ -934,12 +942,14 @@ TEST_F(WifiRadius, NeedsAWanInterface) {
 
 TEST_F(WifiRadius, NeedsAnAddressOnTheWan) {
     run_command("ip addr flush dev eth1");
-    EXPECT_EQ(wifi_set_auth_radius_server(vap({}), &server_), -1);
-    EXPECT_THAT(
-        failures(),
-        ElementsAre(Line(LOG_ERR, "get_wan_if_addr", "get_if_addr(ifname, addr) fail\n"),
-                    Line(LOG_ERR, "wifi_set_auth_radius_server", "get wan ip addr failed!\n")));
-    EXPECT_EQ(staged(), "");
+    for (const Options& options : {Options{{"network", "lan"}}, Options{}}) {
+        EXPECT_EQ(wifi_set_auth_radius_server(section_with(options), &server_), -1);
+        EXPECT_THAT(
+            failures(),
+            ElementsAre(Line(LOG_ERR, "get_wan_if_addr", "get_if_addr(ifname, addr) fail\n"),
+                        Line(LOG_ERR, "wifi_set_auth_radius_server", "get wan ip addr failed!\n")));
+        EXPECT_EQ(staged(), "");
+    }
 }
 
 TEST_F(WifiRadius, NeedsANetwork) {
@@ -1022,6 +1032,18 @@ TEST_F(WifiRadius, NeedsEachOptionOfTheServer) {
         EXPECT_EQ(server.read(section_with(options)), -1);
         EXPECT_THAT(log_.take(), Missing(name));
     }
+    EXPECT_TRUE(server.holds());
+}
+
+TEST_F(WifiRadius, ReportsTheFirstThingThatIsWrong) {
+    UntouchedServer server;
+    EXPECT_EQ(server.read(section_with({})), -1);
+    EXPECT_THAT(log_.take(), Missing("auth_server"));
+    EXPECT_EQ(server.read(section_with({{"auth_server", "1.2.3"}})), -1);
+    EXPECT_THAT(log_.take(),
+                ElementsAre(Line(LOG_ERR, "wifi_get_auth_radius_server", "invalid addr: 1.2.3\n")));
+    EXPECT_EQ(server.read(section_with({{"auth_server", "1.2.3.4"}})), -1);
+    EXPECT_THAT(log_.take(), Missing("auth_port"));
     EXPECT_TRUE(server.holds());
 }
 

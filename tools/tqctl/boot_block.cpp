@@ -313,7 +313,7 @@ void LibraryOutput::stop() {
     const ssize_t got = pread(file_, text_, sizeof(text_) - 1, 0);
     close(file_);
     text_[got < 0 ? 0 : got] = '\0';
-    // Some messages end with a line feed, others do not.
+    // However many messages, they are told in one line.
     std::replace(text_, text_ + strlen(text_), '\n', ' ');
     for (size_t length = strlen(text_); length > 0 && text_[length - 1] == ' '; length--) {
         text_[length - 1] = '\0';
