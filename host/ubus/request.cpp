@@ -127,8 +127,8 @@ int ubus_complete_request(ubus_context* ctx, ubus_request* req, int timeout) {
 
     ctx->stack_depth++;
     while (!req->status_msg && !req->cancelled) {
-        const int64_t left = timeout > 0 ? end - ubus::now_milliseconds() : -1;
-        if (timeout > 0 && left <= 0) break;
+        const int64_t left = timeout != 0 ? end - ubus::now_milliseconds() : -1;
+        if (timeout != 0 && left <= 0) break;
         if (ubus::wait_readable(ctx->sock.fd, static_cast<int>(left))) ubus::receive(ctx);
     }
     ctx->stack_depth--;

@@ -52,9 +52,10 @@ TQ_API int init_ubus_client(void);
 TQ_API void destroy_ubus_client(void);
 
 /* Calls a method of an object and waits for the answer, at most timeout_ms milliseconds (0: for
- * ever). The parameters are sent in their order; with params null, or an empty list, the message is
- * empty. A reply goes to handler, where there is one, with priv as the request's private pointer;
- * it may come in several parts, or not at all.
+ * ever; a negative limit is over before the answer, UBUS_STATUS_TIMEOUT). The parameters are sent
+ * in their order; with params null, or an empty list, the message is empty. A reply goes to
+ * handler, where there is one, with priv as the request's private pointer; it may come in several
+ * parts, or not at all.
  * The look-up of the object before that has no limit: it ends with the broker's answer, or with
  * the broker. Nor need the broker tell that a service died in the middle of a call: then the limit
  * ends it.

@@ -3,6 +3,7 @@
 #include <libubus.h>
 #include <pthread.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 
@@ -72,15 +73,18 @@ bool read_number(blob_attr* msg, const char* key, uint32_t& number) {
 
 // The first of the numbers that a log service answers with.
 bool read_log_number(blob_attr* msg, uint32_t& number) {
-    return read_number(msg, "level", number) || read_number(msg, "status", number) ||
-           read_number(msg, "size", number);
+    static constexpr char kKeys[][sizeof("status")] = {"level", "status", "size"};
+    return std::ranges::any_of(kKeys, [&](auto& key) { return read_number(msg, key, number); });
 }
+
+constexpr char kStatistics[][sizeof("memoryUsage")] = {"ifInFlow", "ifOutFlow", "memoryUsage",
+                                                       "cpuUsage", "cpuCurUsage"};
 
 // A reply without the key leaves the caller's number as it was, and what else may come is not taken
 // either.
-void store_number(ubus_request* req, blob_attr* msg, const char* key) {
+void store_number(ubus_request* req, tq::Statistic statistic, blob_attr* msg) {
     auto* number = static_cast<uint32_t*>(req->priv);
-    if (number && !read_number(msg, key, *number)) req->priv = nullptr;
+    if (number && !read_number(msg, kStatistics[statistic], *number)) req->priv = nullptr;
 }
 
 }  // namespace
@@ -147,23 +151,23 @@ bool is_bus_connected() {
 }
 
 void get_in_flow_statistics(ubus_request* req, int, blob_attr* msg) {
-    store_number(req, msg, "ifInFlow");
+    store_number(req, kInFlow, msg);
 }
 
 void get_out_flow_statistics(ubus_request* req, int, blob_attr* msg) {
-    store_number(req, msg, "ifOutFlow");
+    store_number(req, kOutFlow, msg);
 }
 
 void get_mem_usage(ubus_request* req, int, blob_attr* msg) {
-    store_number(req, msg, "memoryUsage");
+    store_number(req, kMemoryUsage, msg);
 }
 
 void get_cpu_usage(ubus_request* req, int, blob_attr* msg) {
-    store_number(req, msg, "cpuUsage");
+    store_number(req, kCpuUsage, msg);
 }
 
 void get_cpu_cur_usage(ubus_request* req, int, blob_attr* msg) {
-    store_number(req, msg, "cpuCurUsage");
+    store_number(req, kCpuCurUsage, msg);
 }
 
 }  // namespace tq

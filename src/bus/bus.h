@@ -8,6 +8,9 @@ namespace TQ_HIDDEN tq {
 
 bool is_bus_connected();
 
+// What the statistics service is asked for, by its "class_type".
+enum Statistic { kInFlow, kOutFlow, kMemoryUsage, kCpuUsage, kCpuCurUsage };
+
 // The reply handlers for the statistics service, one for each number: the request's private pointer
 // points to the caller's uint32_t. A reply without the number leaves that untouched and sets the
 // private pointer to null.

@@ -16,15 +16,6 @@ using tq::str_param;
 // "class_type" as the bandwidth service reads it.
 enum BandwidthClass { kSsid = 0, kUser = 1, kStation = 2, kSaveConfig = 4 };
 
-// As the statistics service reads it.
-enum StatisticClass {
-    kInFlow = 0,
-    kOutFlow = 1,
-    kMemoryUsage = 2,
-    kCpuUsage = 3,
-    kCpuCurUsage = 4
-};
-
 // In log lines, the place of a limit's parameters is "param" and this.
 constexpr char kParamSuffixes[][2] = {"1", "2", ""};
 
@@ -67,11 +58,11 @@ int request(const char* function, const char* object_path, const char* method,
 //   "notify_ubus_server(STATISTICS, METHOD_GET, param, get_cpu_usage, usage, 3 * 1000)"
 //   "notify_ubus_server(STATISTICS, METHOD_GET, param, get_cpu_cur_usage, usage, 3 * 1000)"
 // before " fail".
-int request_statistic(const char* function, StatisticClass class_type, uint32_t index,
+int request_statistic(const char* function, tq::Statistic statistic, uint32_t index,
                       notify_reply_handler handler, uint32_t* number) {
     if (!number) return tq::reject(function);
-    const bool is_flow = class_type <= kOutFlow;
-    const notify_param params[] = {int_param("class_type", class_type),
+    const bool is_flow = statistic <= tq::kOutFlow;
+    const notify_param params[] = {int_param("class_type", statistic),
                                    is_flow ? int_param("index", index) : kEndOfParams,
                                    kEndOfParams};
     if (send_ubus_msg("statistics", "get", params, handler, number) == 0) return 0;
@@ -115,21 +106,21 @@ int reload_bwctl(void) {
 }
 
 int tq_get_in_flow_statistics(uint32_t index, uint32_t* flow) {
-    return request_statistic(__func__, kInFlow, index, tq::get_in_flow_statistics, flow);
+    return request_statistic(__func__, tq::kInFlow, index, tq::get_in_flow_statistics, flow);
 }
 
 int tq_get_out_flow_statistics(uint32_t index, uint32_t* flow) {
-    return request_statistic(__func__, kOutFlow, index, tq::get_out_flow_statistics, flow);
+    return request_statistic(__func__, tq::kOutFlow, index, tq::get_out_flow_statistics, flow);
 }
 
 int tq_get_mem_usage(uint32_t* usage) {
-    return request_statistic(__func__, kMemoryUsage, 0, tq::get_mem_usage, usage);
+    return request_statistic(__func__, tq::kMemoryUsage, 0, tq::get_mem_usage, usage);
 }
 
 int tq_get_cpu_usage(uint32_t* usage) {
-    return request_statistic(__func__, kCpuUsage, 0, tq::get_cpu_usage, usage);
+    return request_statistic(__func__, tq::kCpuUsage, 0, tq::get_cpu_usage, usage);
 }
 
 int tq_get_cpu_cur_usage(uint32_t* usage) {
-    return request_statistic(__func__, kCpuCurUsage, 0, tq::get_cpu_cur_usage, usage);
+    return request_statistic(__func__, tq::kCpuCurUsage, 0, tq::get_cpu_cur_usage, usage);
 }

@@ -468,6 +468,18 @@ TEST_F(Request, PassesItsLimitOn) {
                                                  Field(&BusCall::argument, 1234))));
 }
 
+TEST_F(Request, IsOverAtOnceWithANegativeLimit) {
+    BusService service({"object=int:level:17"});
+    for (const int limit : {-1, INT_MIN}) {
+        seen = {};
+        EXPECT_EQ(notify_ubus_server("object", "get", nullptr, see_reply, nullptr, limit),
+                  UBUS_STATUS_TIMEOUT);
+        EXPECT_EQ(request("object", "get"), 0);
+        EXPECT_EQ(seen.calls, 0);
+    }
+    EXPECT_THAT(log_.take(), IsEmpty());
+}
+
 TEST_F(Request, WaitsForEverWithoutALimit) {
     BusService service({"object"});
     EXPECT_EQ(notify_ubus_server("object", "get", nullptr, nullptr, nullptr, 0), 0);
