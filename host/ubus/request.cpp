@@ -1,9 +1,7 @@
 // request.cpp - requests of this program: looking up, calling, and waiting for the end.
 #include <poll.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <ctime>
 
 #include "internal.h"

@@ -80,7 +80,7 @@ extern TQ_API const char redboot_sn_default[1];        /* the empty text */
 /* Reads the block from flash. It is valid where the checksum and both magic numbers are right; the
  * length word is not looked at. Pointers that redboot_get_config gave out point into the new block
  * from here on.
- * 1; 0 with config null: "Can't open %s\n" (the device), "Read config error" (fewer than 4096
+ * 1; 0 with config null: "Can't open %s" (the device), "Read config error" (fewer than 4096
  * bytes), "RedBoot configuration CRC error" (not valid; redboot_config then holds what was read).
  * After a failure that follows a successful load, get, set and add go on to work on redboot_config
  * as it is; write and show refuse. */
@@ -90,7 +90,7 @@ TQ_API int redboot_load_config(void);
  * synchronously and in one call. A power cut during the write leaves a block that the next load
  * refuses, or the old one.
  * 1 when all 4096 bytes were written; 0: "Please load redboot configuration first" (nothing
- * loaded), "Can't open %s\n" (the device), or without a message a write that failed or was cut
+ * loaded), "Can't open %s" (the device), or without a message a write that failed or was cut
  * short. */
 TQ_API int redboot_write_config(void);
 
@@ -102,7 +102,7 @@ TQ_API int redboot_write_config(void);
  *
  * The pointer is valid until the next load; a text that fills its field has no terminator.
  * 1 when there is such an entry, even if it is of another type: then *value is untouched, and
- * "Request for config value '%s' - wrong type\n" is printed. So set *value to something else first
+ * "Request for config value '%s' - wrong type" is printed. So set *value to something else first
  * where that matters. 0 when nothing was loaded or no entry has the key. */
 TQ_API int redboot_get_config(const char *key, void *value, uint32_t type);
 
@@ -111,7 +111,7 @@ TQ_API int redboot_get_config(const char *key, void *value, uint32_t type);
  * its terminator; the rest of those 128 is zeroed. It may lie in the same field. Of a script's 512
  * bytes the last 384 stay as they are.
  * 1; 0 when nothing was loaded or no entry has the key, or with "Can't set config value '%s' -
- * wrong type\n" when the entry is of another type, or of none that has a value. */
+ * wrong type" when the entry is of another type, or of none that has a value. */
 TQ_API int redboot_set_config(const char *key, const void *value, uint32_t type);
 
 /* Adds an entry in memory, behind the last one, with its default as the value; where the key is
@@ -119,7 +119,7 @@ TQ_API int redboot_set_config(const char *key, const void *value, uint32_t type)
  * the room that it has. As values, a string is read as by redboot_set_config, a port up to and with
  * its terminator; for a script or an unknown type none is written.
  * The name bytes are added to the bytes in the free space, which the boot loader leaves zero.
- * 1; 0 with "No space to add '%s'\n" when the entry does not fit into the 4080 bytes of the entry
+ * 1; 0 with "No space to add '%s'" when the entry does not fit into the 4080 bytes of the entry
  * area, or a key's length into its byte (254 characters); 0 without a message when nothing was
  * loaded, for a null option, key or pointer to a default, and a type that is 0 or does not fit into
  * a byte. */

@@ -41,7 +41,7 @@ TQ_API int set_fw_rule_option_str(struct uci_context *ctx, int rule, const char 
 TQ_API int del_radio_option(struct uci_context *ctx, int radio, const char *option);
 
 /* The same for a VAP, where every failure is -1, and logged as "del_uci_option fail: %s" with the
- * path behind del_uci_element's own line. */
+ * path behind del_uci_element's own line; a null option makes no path, and that line alone. */
 TQ_API int del_vap_option(struct uci_context *ctx, int vap, const char *option);
 
 /* Read a module's threshold or suppression value: decimal, 0 where the text is no number, beyond 32

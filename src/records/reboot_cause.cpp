@@ -149,7 +149,7 @@ void get_self_process_name(char (&name)[16]) {
     for (const char* c = line; *c; c++) {
         if (*c == '/') program = c + 1;
     }
-    strncpy(name, program, sizeof(name));
+    memcpy(name, program, strnlen(program, sizeof(name)));
 }
 
 uint32_t seconds_now() {

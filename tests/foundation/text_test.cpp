@@ -1,5 +1,5 @@
-// text_test.cpp - bounded text, numbers in text, and the reader of lines, where a caller of the
-// exported functions does not see them at their limits.
+// text_test.cpp - bounded text, numbers in text, the reader of lines, and owned descriptors, where
+// a caller of the exported functions does not see them at their limits.
 #include "foundation/text.h"
 
 #include <fcntl.h>
@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <climits>
 #include <csignal>
 #include <cstdint>
@@ -29,6 +30,7 @@ using testing::IsEmpty;
 using tq::LineReader;
 using tq::NumberReader;
 using tq::TextWriter;
+using tq::UniqueFd;
 using tq_test::faults::Fail;
 
 constexpr char kUntouched = '\x5a';
@@ -328,6 +330,25 @@ TEST(LineReader, GivesNothingOfADescriptorThatIsNone) {
     LineReader lines(-1);
     EXPECT_THAT(remaining_lines(lines), IsEmpty());
 }
+
+// UniqueFd
+
+TEST(UniqueFd, ClosesTheLowestDescriptorToo) {
+    const int input = dup(STDIN_FILENO);
+    close(STDIN_FILENO);
+    { const UniqueFd lowest(open("/dev/null", O_RDONLY | O_CLOEXEC)); }
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
+    EXPECT_EQ(dup2(input, STDIN_FILENO), STDIN_FILENO);
+    close(input);
+}
+
+TEST(UniqueFd, LeavesTheReasonForWhichThereIsNone) {
+    errno = ENOENT;
+    { const UniqueFd none(-1); }
+    EXPECT_EQ(errno, ENOENT);
+}
+
+// ReadSome
 
 void note_alarm(int) {}
 

@@ -752,6 +752,16 @@ TEST_F(SyslogConfigTest, CutsThePathOfALevelFile) {
               "klogd 7\n");
 }
 
+TEST_F(SyslogConfigTest, CutsTheLineOfALevelFile) {
+    for (const size_t length : {252U, 253U, 300U}) {
+        const std::string name(length, 'n');
+        table()[1].name = name.c_str();
+        EXPECT_EQ(set_process_syslog_level(1, static_cast<int>(length % 7)), 0);
+        EXPECT_EQ(read_file("/tmp/.loglvl.kernel"),
+                  (name + " " + std::to_string(length % 7) + "\n").substr(0, 255));
+    }
+}
+
 TEST_F(SyslogConfigTest, NotifiesEveryProcessOfTheWholeTable) {
     // The last name of the list arrives whole.
     const NamedProcess last("diagd", [] { signal(kReloadSignal, count_signal); });
