@@ -49,8 +49,8 @@ int open_device(int number, uint8_t block) {
 // A text of ASCII characters that is not empty and ends at a NUL or with its field.
 bool is_version(const char* field) {
     size_t length = 0;
-    while (length < TQ_IMAGE_VERSION_SIZE && field[length] != '\0') {
-        if (field[length++] & 0x80) return false;
+    for (; length < TQ_IMAGE_VERSION_SIZE && field[length] != '\0'; length++) {
+        if (field[length] & 0x80) return false;
     }
     return length > 0;
 }
