@@ -95,6 +95,12 @@ class LoopSuite : public DeviceTest {
     int add_reader(int sock, Action& action) {
         return loop.register_read_sock(sock, on_readable, &action, nullptr);
     }
+    std::string output_of_run() {
+        testing::internal::CaptureStdout();
+        loop.run();
+        fflush(stdout);
+        return testing::internal::GetCapturedStdout();
+    }
 
     Loop loop;
     std::vector<std::string> events;
@@ -632,10 +638,7 @@ TYPED_TEST_P(LoopSuite, SaysThatTheClockIsInvalidAndGoesOn) {
     Action due = this->note("due");
     this->add_timeout(7, 0, due);
     waits::next_reading(56, 1500000000);
-    testing::internal::CaptureStdout();
-    this->loop.run();
-    fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+    EXPECT_EQ(this->output_of_run(),
               "ERROR: tq_gettime returned invalid time: tv_sec=56 tv_usec=1500000\n");
     EXPECT_THAT(this->events, testing::ElementsAre("due"));
     EXPECT_EQ(waits::seen().at(0).limit, 1);
@@ -648,10 +651,7 @@ TYPED_TEST_P(LoopSuite, RunsNothingEarlyForAnInvalidClock) {
     Action note = [&] { due.push_back(waits::VirtualTime::now()); };
     this->add_timeout(0, 500000, note);
     waits::next_reading(50, 1000000000);
-    testing::internal::CaptureStdout();
-    this->loop.run();
-    fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+    EXPECT_EQ(this->output_of_run(),
               "ERROR: tq_gettime returned invalid time: tv_sec=50 tv_usec=1000000\n");
     EXPECT_THAT(due, testing::ElementsAre(50500000));
     ASSERT_EQ(waits::seen().size(), 2U);
@@ -669,10 +669,7 @@ TYPED_TEST_P(LoopSuite, TakesAnInvalidReadingBehindTheWaitAsItIs) {
         waits::next_reading(49, 1999999000);
         waits::before_next([] { waits::next_reading(50, 1000000000); });
     });
-    testing::internal::CaptureStdout();
-    this->loop.run();
-    fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(this->output_of_run(), "");
     EXPECT_THAT(this->events, testing::ElementsAre("due"));
     ASSERT_EQ(waits::seen().size(), 2U);
     EXPECT_EQ(waits::seen()[1].limit, 999999);
@@ -683,10 +680,7 @@ TYPED_TEST_P(LoopSuite, TakesTheLargestValidReadingAsItIs) {
     Action due = this->note("due");
     this->add_timeout(7, 0, due);
     waits::next_reading(56, 999999999);
-    testing::internal::CaptureStdout();
-    this->loop.run();
-    fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(this->output_of_run(), "");
     EXPECT_EQ(waits::seen().at(0).limit, 1);
 }
 
