@@ -224,6 +224,20 @@ TYPED_TEST_P(LoopSuite, NeverWrapsADueTimeThatIsTooFarAway) {
     EXPECT_EQ(waits::VirtualTime::now(), 103999999);
 }
 
+TYPED_TEST_P(LoopSuite, KeepsADueTimeUpToTheLastSecond) {
+    const waits::VirtualTime time(INT_MAX - 1, 5);
+    Action last = this->note("last");
+    Action first = [&] {
+        this->events.emplace_back("first");
+        EXPECT_EQ(waits::VirtualTime::now(), INT_MAX * int64_t{1000000} + 5);
+        this->add_timeout(0, 0, last);
+    };
+    this->add_timeout(1, 0, first);
+    this->loop.run();
+    EXPECT_THAT(this->events, testing::ElementsAre("first", "last"));
+    EXPECT_EQ(waits::VirtualTime::now(), INT_MAX * int64_t{1000000} + 5);
+}
+
 TYPED_TEST_P(LoopSuite, CutsADueTimeThatItsMicrosecondsCarryTooFarAway) {
     const waits::VirtualTime time(INT_MAX, 999999);
     Action first = this->note("first");
@@ -285,6 +299,23 @@ TYPED_TEST_P(LoopSuite, CancelsAndAddsInAnyOrder) {
     ASSERT_EQ(ran.size(), expected.size());
     for (size_t i = 0; i < ran.size(); i++)
         ASSERT_EQ(ran[i], expected[i].second) << i;
+}
+
+// The one behind it was first for a while, and knew the cancelled one as the last.
+TYPED_TEST_P(LoopSuite, AddsBehindWhatIsLeftOnceTheLastWasCancelledAndTheFirstHasRun) {
+    const waits::VirtualTime time(50, 0);
+    Action kept = this->note("kept");
+    Action added = this->note("added");
+    Action first = [&] {
+        this->events.emplace_back("first");
+        this->add_timeout(0, 10, added);
+    };
+    this->add_timeout(0, 10, kept);
+    this->loop.register_timeout(0, 20, never_due, nullptr, nullptr);
+    this->add_timeout(0, 5, first);
+    EXPECT_EQ(this->loop.cancel_timeout(never_due, nullptr, nullptr), 1);
+    this->loop.run();
+    EXPECT_THAT(this->events, testing::ElementsAre("first", "kept", "added"));
 }
 
 // As daemons have them: each adds itself again while the others wait.
@@ -795,11 +826,13 @@ REGISTER_TYPED_TEST_SUITE_P(
     ReturnsWhenTheLastTimeoutHasRun, GivesEachHandlerItsArguments, DoesNotWaitOnceItIsTerminated,
     RunsATimeoutBeforeTheSocketsAndOneAPass, WaitsUntilTheFirstTimeoutIsDue,
     CarriesAnyNumberOfMicroseconds, NeverWrapsADueTimeThatIsTooFarAway,
-    CutsADueTimeThatItsMicrosecondsCarryTooFarAway, OrdersTimeoutsByDueTimeAndThenByRegistration,
-    CancelsAndAddsInAnyOrder, KeepsTimersThatAddThemselvesAgainInOrder,
-    CancelsByHandlerAndDataWithWildcards, LetsATimeoutAddItselfAgainAndCancelOthers,
-    CallsEveryEntryOfASocketInOrder, UnregistersTheFirstEntryAndKeepsTheOrder,
-    LetsAHandlerUnregisterItsOwnAndOtherSockets, LetsAHandlerRegisterMoreSocketsThanTheTableHeld,
+    KeepsADueTimeUpToTheLastSecond, CutsADueTimeThatItsMicrosecondsCarryTooFarAway,
+    OrdersTimeoutsByDueTimeAndThenByRegistration, CancelsAndAddsInAnyOrder,
+    AddsBehindWhatIsLeftOnceTheLastWasCancelledAndTheFirstHasRun,
+    KeepsTimersThatAddThemselvesAgainInOrder, CancelsByHandlerAndDataWithWildcards,
+    LetsATimeoutAddItselfAgainAndCancelOthers, CallsEveryEntryOfASocketInOrder,
+    UnregistersTheFirstEntryAndKeepsTheOrder, LetsAHandlerUnregisterItsOwnAndOtherSockets,
+    LetsAHandlerRegisterMoreSocketsThanTheTableHeld,
     CallsWhatAHandlerRegistersForAReadableSocketInTheSamePass, TellsThatAPeerHasGone,
     RefusesWhatSelectCannotHold, RefusesNullHandlers, WatchesUpToTheHighestSocketEverRegistered,
     WatchesNoFewerWhenItBeginsAnewWithALowerSocket, AsksForTheRegisteredSocketsAlone,

@@ -34,6 +34,7 @@ struct Answer {
 std::vector<Question> questions;
 std::map<Question, Answer> answers;
 std::string asked_name;
+std::string lent_buffer;
 
 std::optional<int> answer_of_test(const Question& question, void* out = nullptr) {
     questions.push_back(question);
@@ -74,6 +75,7 @@ int tq_get_oem_ap_type_radio_ifname_index(int selector, const char* ifname) {
 }
 
 int tq_get_oem_ap_type_ge_index_info(int selector, int port, char* out) {
+    lent_buffer.assign(out, 64);
     const auto answer = answer_of_test({"gigabit", selector, port}, out);
     return answer ? *answer
                   : next<decltype(tq_get_oem_ap_type_ge_index_info)>(__func__)(selector, port, out);
@@ -903,10 +905,11 @@ TEST_F(BoardPorts, KnowsTheCodesOfSpeeds) {
         answers[{"gigabit", AP_TYPE_ETH_SPEED_ABILITY, 0}] = {0, text_answer(code)};
         EXPECT_EQ(tq_get_eth_ability_of_speed(0), speed) << code;
     }
-    answers[{"gigabit", AP_TYPE_ETH_SPEED_ABILITY, 0}] = {0, std::string(64, '4')};
+    answers[{"gigabit", AP_TYPE_ETH_SPEED_ABILITY, 0}] = {0, std::string(63, ' ') + '4'};
     EXPECT_EQ(tq_get_eth_ability_of_speed(0), 0);
     answers[{"gigabit", AP_TYPE_ETH_SPEED_ABILITY, 0}] = {0, {}};
     EXPECT_EQ(tq_get_eth_ability_of_speed(0), 0);
+    EXPECT_EQ(lent_buffer, std::string(64, '\0'));
     answers[{"gigabit", AP_TYPE_ETH_SPEED_ABILITY, 0}] = {-1, text_answer("4")};
     EXPECT_EQ(tq_get_eth_ability_of_speed(0), 0);
 }
@@ -1109,6 +1112,8 @@ TEST_F(BoardAddresses, FindsTheScriptOnThePath) {
     EXPECT_EQ(get_wan_name(buf.data(), 4), 0);
     EXPECT_EQ(buf.text(), "fir");
     EXPECT_TRUE(buf.guard_holds());
+    EXPECT_EQ(get_wan_name(buf.data(), 1), 0);
+    EXPECT_EQ(buf.text(), "");
     setenv("PATH", path.c_str(), 1);
 }
 

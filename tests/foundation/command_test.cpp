@@ -139,6 +139,15 @@ TEST_F(CommandTest, LogsWithTheCallersFacilityAndIdentity) {
     EXPECT_GT(lines[0].line, 0);
 }
 
+TEST_F(CommandTest, FailsAsWellWhereTheLineIsMasked) {
+    const int mask = setlogmask(LOG_MASK(LOG_EMERG));
+    EXPECT_EQ(run_cmd(nullptr, nullptr, 0), -1);
+    int value = 0;
+    EXPECT_EQ(get_key_vlaue("true", "key", &value), -1);
+    setlogmask(mask);
+    EXPECT_THAT(log_.take(), IsEmpty());
+}
+
 TEST_F(CommandTest, RunsFromSeveralThreadsAtOnce) {
     write_file(kFile, "first\nkey=17\n");
     std::array<int, 4> failures{};

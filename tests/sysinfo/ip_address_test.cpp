@@ -84,6 +84,16 @@ std::string text_of(const std::function<int(char*, uint32_t)>& writer) {
     return result == 0 ? buffer.text() : "(" + std::to_string(result) + ")";
 }
 
+// The four bytes that a getter gives, and no more.
+V4 bytes_of_getter(int (*get)(const ip_address*, uint8_t*), const ip_address& address) {
+    Buffer buffer(4);
+    EXPECT_EQ(get(&address, reinterpret_cast<uint8_t*>(buffer.data())), 0);
+    EXPECT_TRUE(buffer.guard_holds());
+    V4 bytes;
+    memcpy(bytes.data(), buffer.data(), bytes.size());
+    return bytes;
+}
+
 V4 mask_of(uint32_t length) {
     const uint32_t bits = htonl(length == 0 ? 0 : UINT32_MAX << (32 - length));
     V4 mask;
@@ -160,8 +170,7 @@ TEST(IpAddressTest, ConvertsEveryPrefixLengthBothWays) {
         EXPECT_EQ(ip_get_v4_masklen(&address, &read), 0);
         EXPECT_EQ(read, length);
 
-        V4 mask;
-        EXPECT_EQ(ip_get_v4_byte_mask(&address, mask.data()), 0);
+        const V4 mask = bytes_of_getter(ip_get_v4_byte_mask, address);
         EXPECT_EQ(mask, mask_of(length));
         EXPECT_EQ(text_of([&](char* buf, uint32_t size) {
                       return ip_get_v4_str_mask(&address, buf, size);
@@ -179,8 +188,7 @@ TEST(IpAddressTest, ConvertsEveryPrefixLengthBothWays) {
         EXPECT_EQ(back.form.v4.prefix_length, length);
         EXPECT_EQ(back.version, 0);
 
-        V4 broadcast;
-        EXPECT_EQ(ip_get_v4_byte_broadcast(&address, broadcast.data()), 0);
+        const V4 broadcast = bytes_of_getter(ip_get_v4_byte_broadcast, address);
         for (size_t i = 0; i < 4; i++)
             EXPECT_EQ(broadcast[i], (kBytes[i] | ~mask[i]) & 0xff) << length;
         EXPECT_EQ(text_of([&](char* buf, uint32_t size) {
@@ -210,9 +218,7 @@ TEST(IpAddressTest, WritesAddressAndPrefixLength) {
               "192.168.1.10/24");
     EXPECT_EQ(text_of([](char* b, uint32_t n) { return v4_byte_addr_to_str(kBytes.data(), b, n); }),
               "192.168.1.10");
-    V4 bytes;
-    EXPECT_EQ(ip_get_v4_byte_addr(&address, bytes.data()), 0);
-    EXPECT_EQ(bytes, kBytes);
+    EXPECT_EQ(bytes_of_getter(ip_get_v4_byte_addr, address), kBytes);
 }
 
 // Every function that writes text, on a record of its version.

@@ -1074,11 +1074,11 @@ TEST_F(AddUciSection, OnALoadedPackageIsStagedOnly) {
     ASSERT_EQ(uci_load(context.get(), "store", &package), UCI_OK);
     EXPECT_EQ(uci_add_section_by_type(context.get(), package, "beta"), 2);
     EXPECT_EQ(uci_add_section_by_type(context.get(), package, "beta"), 3);
-    EXPECT_EQ(uci_add_section_by_type(context.get(), package, "fresh"), 0);
+    EXPECT_EQ(uci_add_section_by_type(context.get(), package, "!~"), 0);
     EXPECT_EQ(stored(), kStore);
     EXPECT_THAT(log_.take(), IsEmpty());
     commit_later();
-    expect_committed(std::string(kStore) + "config beta\n\nconfig beta\n\nconfig fresh\n\n");
+    expect_committed(std::string(kStore) + "config beta\n\nconfig beta\n\nconfig !~\n\n");
 }
 
 TEST_F(AddUciSection, OnALoadedPackageFailsWhereItCannotBeStaged) {
