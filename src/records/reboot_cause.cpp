@@ -363,7 +363,8 @@ int rb_correct_reboot_time_now(void) {
     const UniqueFd store(open_store(front, sizeof(front)));
     if (!store) return -1;
     int slot = newest_slot(front.header);
-    for (int visited = 0; slot >= 0 && visited < kSlots; visited++) {
+    // Back where it began, it meets a record that it has corrected.
+    while (slot >= 0) {
         reboot_cause_record& record = front.ring[slot];
         if (record.time_quality != REBOOT_TIME_UNKNOWN) return 0;
         record.time = estimate;
