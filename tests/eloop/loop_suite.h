@@ -517,6 +517,9 @@ TYPED_TEST_P(LoopSuite, RefusesWhatSelectCannotHold) {
     EXPECT_THAT(log.take(), testing::Each(Line(LOG_ERR, this->loop.name("register_read_sock"),
                                                "invalid parameters\n")));
     EXPECT_EQ(this->loop.unregister_read_sock(FD_SETSIZE), -1);
+    // The first, which a daemon without a standard input may be given.
+    EXPECT_EQ(this->loop.register_read_sock(0, never_readable, nullptr, nullptr), 0);
+    EXPECT_EQ(this->loop.unregister_read_sock(0), 0);
     // The last one that fits; behind it there is no room for the extra descriptor.
     Action stop = this->note_and_stop("readable");
     EXPECT_EQ(this->add_reader(FD_SETSIZE - 1, stop), 0);

@@ -188,7 +188,8 @@ TEST(NumberReader, StepsOverBlanksASignAndTheDigits) {
 }
 
 TEST(NumberReader, FindsNoNumber) {
-    for (const char* text : {"", " ", "x1", "-", "+", "- 1", "--1", "+-1", "/", ":"}) {
+    for (const char* text :
+         {"", " ", "x1", "-", "+", "- 1", "--1", "+-1", "/", ":", "\b1", "\0161"}) {
         EXPECT_EQ(number<uint32_t>(text), std::nullopt) << text;
         EXPECT_EQ(number<uint64_t>(text), std::nullopt) << text;
         EXPECT_EQ(number<int32_t>(text), std::nullopt) << text;
@@ -299,6 +300,19 @@ TEST(LineReader, SplitsALongLineAfterEveryThousandTwentyThreeBytes) {
         LineReader lines(pipe.reading_end());
         EXPECT_EQ(remaining_lines(lines), expected);
     }
+}
+
+// What is left of a read then leaves less room than the next one could fill.
+TEST(LineReader, JoinsALongPieceOfTwoReads) {
+    Pipe pipe;
+    pipe.send(std::string(5000, 'x') + "\n" + std::string(20000, 'y') + "\nend");
+    pipe.hang_up();
+    LineReader lines(pipe.reading_end(), LineReader::kLongPiece);
+    const std::string long_piece(4095, 'y');
+    EXPECT_THAT(
+        remaining_lines(lines),
+        ElementsAre(std::string(4095, 'x'), std::string(905, 'x') + "\n", long_piece, long_piece,
+                    long_piece, long_piece, std::string(3620, 'y') + "\n", "end"));
 }
 
 TEST(LineReader, GivesALineBeforeTheNextOneComes) {

@@ -62,6 +62,11 @@ constexpr const char* kConfig = "/etc/syslogd.conf";
 constexpr const char* kReport = "/tmp/syslogserver";
 constexpr size_t kLast = 55;
 
+// Before any test.
+const uint32_t kStatusAtStart = syslog_server_status;
+const uint32_t kFileSizeAtStart = syslog_file_size;
+const syslog_process* const kTableAtStart = syslog_cfg;
+
 // The layouts are part of the interface.
 static_assert(sizeof(wcd_trace_settings) == 48);
 static_assert(offsetof(wcd_trace_settings, id) == 0);
@@ -184,6 +189,9 @@ TEST_F(SyslogConfigTest, ListsTheFacilitiesInTheOrderOfTheSystemHeader) {
 }
 
 TEST_F(SyslogConfigTest, StartsWithRemoteLoggingOffAndTwoMegabytes) {
+    EXPECT_EQ(kStatusAtStart, 0U);
+    EXPECT_EQ(kFileSizeAtStart, 2048U);
+    EXPECT_EQ(kTableAtStart, nullptr);
     EXPECT_EQ(get_syslog_status(), 0U);
     EXPECT_EQ(get_syslog_file_size(), 2048U);
     const auto* bytes = reinterpret_cast<const char*>(&wcd_trace);

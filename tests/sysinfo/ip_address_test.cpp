@@ -84,12 +84,13 @@ std::string text_of(const std::function<int(char*, uint32_t)>& writer) {
     return result == 0 ? buffer.text() : "(" + std::to_string(result) + ")";
 }
 
-// The four bytes that a getter gives, and no more.
-V4 bytes_of_getter(int (*get)(const ip_address*, uint8_t*), const ip_address& address) {
-    Buffer buffer(4);
-    EXPECT_EQ(get(&address, reinterpret_cast<uint8_t*>(buffer.data())), 0);
+// The bytes that a call gives, and no more.
+template <typename Bytes>
+Bytes given_by(const std::function<int(uint8_t*)>& call) {
+    Bytes bytes;
+    Buffer buffer(bytes.size());
+    EXPECT_EQ(call(reinterpret_cast<uint8_t*>(buffer.data())), 0);
     EXPECT_TRUE(buffer.guard_holds());
-    V4 bytes;
     memcpy(bytes.data(), buffer.data(), bytes.size());
     return bytes;
 }
@@ -170,7 +171,8 @@ TEST(IpAddressTest, ConvertsEveryPrefixLengthBothWays) {
         EXPECT_EQ(ip_get_v4_masklen(&address, &read), 0);
         EXPECT_EQ(read, length);
 
-        const V4 mask = bytes_of_getter(ip_get_v4_byte_mask, address);
+        const V4 mask =
+            given_by<V4>([&](uint8_t* out) { return ip_get_v4_byte_mask(&address, out); });
         EXPECT_EQ(mask, mask_of(length));
         EXPECT_EQ(text_of([&](char* buf, uint32_t size) {
                       return ip_get_v4_str_mask(&address, buf, size);
@@ -188,7 +190,8 @@ TEST(IpAddressTest, ConvertsEveryPrefixLengthBothWays) {
         EXPECT_EQ(back.form.v4.prefix_length, length);
         EXPECT_EQ(back.version, 0);
 
-        const V4 broadcast = bytes_of_getter(ip_get_v4_byte_broadcast, address);
+        const V4 broadcast =
+            given_by<V4>([&](uint8_t* out) { return ip_get_v4_byte_broadcast(&address, out); });
         for (size_t i = 0; i < 4; i++)
             EXPECT_EQ(broadcast[i], (kBytes[i] | ~mask[i]) & 0xff) << length;
         EXPECT_EQ(text_of([&](char* buf, uint32_t size) {
@@ -218,7 +221,8 @@ TEST(IpAddressTest, WritesAddressAndPrefixLength) {
               "192.168.1.10/24");
     EXPECT_EQ(text_of([](char* b, uint32_t n) { return v4_byte_addr_to_str(kBytes.data(), b, n); }),
               "192.168.1.10");
-    EXPECT_EQ(bytes_of_getter(ip_get_v4_byte_addr, address), kBytes);
+    EXPECT_EQ(given_by<V4>([&](uint8_t* out) { return ip_get_v4_byte_addr(&address, out); }),
+              kBytes);
 }
 
 // Every function that writes text, on a record of its version.
@@ -490,9 +494,9 @@ TEST(IpAddressTest, ReadsSignsBlanksZerosAndTrailingText) {
     for (const char* text :
          {"1.2.3.4x", "1.2.3.4.5", " 1. \t2.\n\v3.\f\r4", "+1.+2.+3.+4", "01.002.0003.00004",
           "1.2.3.-4294967292", "-4294967295.2.3.4", "1.2.3.4/24"}) {
-        V4 bytes{};
-        EXPECT_EQ(v4_str_to_byte_addr(text, bytes.data()), 0) << text;
-        EXPECT_THAT(bytes, ElementsAre(1, 2, 3, 4)) << text;
+        EXPECT_THAT(given_by<V4>([&](uint8_t* out) { return v4_str_to_byte_addr(text, out); }),
+                    ElementsAre(1, 2, 3, 4))
+            << text;
     }
 }
 
@@ -646,8 +650,7 @@ TEST(IpAddressTest, Ipv6SettersSetTheVersionAndLeaveTheRest) {
 TEST(IpAddressTest, Ipv6BytesComeBackByBothNames) {
     for (const auto read : {ip_get_v6_byte_addr, ip_address_to_v6_byte_addr}) {
         ip_address address = v6(kLinkLocal, 64);
-        V6 bytes{};
-        EXPECT_EQ(read(&address, bytes.data()), 0);
+        V6 bytes = given_by<V6>([&](uint8_t* out) { return read(&address, out); });
         EXPECT_EQ(bytes, kLinkLocal);
         EXPECT_EQ(read(&address, nullptr), -1);
         EXPECT_EQ(read(nullptr, bytes.data()), -1);
@@ -695,9 +698,9 @@ TEST(IpAddressTest, Ipv6MaskRejectsBadArguments) {
 
 TEST(IpAddressTest, ReadsIpv6TextUpToTheSlash) {
     for (const char* text : {"fe80::1", "fe80::1/64", "FE80:0:0:0:0:0:0:1/", "fe80::0.0.0.1//"}) {
-        V6 bytes{};
-        EXPECT_EQ(v6_str_to_byte_addr(text, bytes.data()), 0) << text;
-        EXPECT_EQ(bytes, kLinkLocal) << text;
+        EXPECT_EQ(given_by<V6>([&](uint8_t* out) { return v6_str_to_byte_addr(text, out); }),
+                  kLinkLocal)
+            << text;
     }
     V6 bytes{};
     EXPECT_EQ(v6_str_to_byte_addr(("fe80::1/" + std::string(1000, '6')).c_str(), bytes.data()), 0);

@@ -719,6 +719,14 @@ TEST_F(UciSessionTest, TakesNoOtherSectionForItsOwn) {
     }
 }
 
+// What stays for good must not grow with every selection.
+TEST_F(UciSessionTest, KeepsTheNameOfASectionOnce) {
+    const char* name = radio0().ptr.section;
+    EXPECT_EQ(radio0().ptr.section, name);
+    EXPECT_EQ(free_uci_config(UCI_CONFIG_WIRELESS), 0);
+    EXPECT_EQ(radio0().ptr.section, name);
+}
+
 // Another file can come to stand where the session's own was, with a section of the same name.
 TEST_F(UciSessionTest, TakesNoOtherFileForItsOwn) {
     write_file("/etc/config/network", "config interface 'lan'\n\toption proto 'static'\n");
