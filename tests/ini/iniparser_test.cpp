@@ -599,7 +599,8 @@ TEST(IniparserDumpAppend, WritesEachEntryInTableOrder) {
 }
 
 TEST(IniparserDumpIni, WritesAFilePerSection) {
-    const Dictionary d = make({{"b", nullptr},
+    const Dictionary d = make({{"a:before its section", "0"},
+                               {"b", nullptr},
                                {"b:k", "1"},
                                {"a", nullptr},
                                {"a:a name of more than thirty bytes", "2"},
@@ -613,6 +614,7 @@ TEST(IniparserDumpIni, WritesAFilePerSection) {
               "none                           = \n"
               "\n"
               "\n[a]\n"
+              "before its section             = 0\n"
               "a name of more than thirty bytes = 2\n"
               "x:y                            = %d\n"
               "\n"
