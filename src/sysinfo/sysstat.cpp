@@ -3,8 +3,6 @@
 #include <mntent.h>
 #include <sys/statfs.h>
 #include <sys/sysinfo.h>
-#include <tq/bwctl.h>
-#include <tq/command.h>
 
 #include <cerrno>
 #include <cstddef>
@@ -18,6 +16,8 @@
 #include "foundation/log.h"
 #include "foundation/number_reader.h"
 #include "foundation/text.h"
+#include "tq/bwctl.h"
+#include "tq/command.h"
 
 static_assert(sizeof(if_stats) == 88);
 static_assert(offsetof(if_stats, in_discards) == 24);
