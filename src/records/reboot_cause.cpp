@@ -82,7 +82,6 @@ using StorePath = char[32];
 
 // Terminated whatever comes; false where the board names none.
 bool find_store(StorePath& path) {
-    *path = '\0';
     const int result =
         tq_get_oem_ap_type_partion_info(AP_TYPE_PAT_REBOOT_CAUSE, path, sizeof(path));
     path[sizeof(path) - 1] = '\0';
@@ -91,7 +90,7 @@ bool find_store(StorePath& path) {
 
 // The path is in a buffer of its own: what get_reboot_cause_file has handed out is its caller's.
 int open_path(int flags) {
-    StorePath path;
+    StorePath path = "";
     return find_store(path) ? open(path, flags | O_CLOEXEC, 0666) : -1;
 }
 
