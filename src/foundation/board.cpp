@@ -141,7 +141,6 @@ const char* behind_prefix(const char* ifname, int radio) {
 
 // The interface that is the WAN's now.
 int find_wan(const char* function, char (&ifname)[kNameSize]) {
-    ifname[0] = '\0';
     if (get_wan_name(ifname, sizeof(ifname)) == 0) return 0;
     return TQ_FAIL_IN(function, "get_wan_name(ifname, sizeof(ifname)) fail\n");
 }
