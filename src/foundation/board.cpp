@@ -96,6 +96,7 @@ int read_wan(const PortText& text, char* out) {
     if (!out) return tq::reject(text.function);
     *out = '\0';
     if (tq_get_oem_ap_type_wan_info(text.selector, out) >= 0) return 0;
+    *out = '\0';  // what the board library may have begun
     return TQ_FAIL_IN(text.function, "tq_get_oem_ap_type_wan_info(AP_TYPE_WAN_IF_%s, %s) fail\n",
                       text.kind, text.argument);
 }
@@ -107,6 +108,7 @@ int read_lan(const PortText& text, int index, char* out) {
     if (!out) return tq::reject(text.function);
     *out = '\0';
     if (index >= 0 && tq_get_oem_ap_type_lan_index_info(text.selector, index, out) >= 0) return 0;
+    *out = '\0';
     return TQ_FAIL_IN(text.function,
                       "tq_get_oem_ap_type_lan_index_info(AP_TYPE_LAN_IF_%s, index, %s) fail\n",
                       text.kind, text.argument);
