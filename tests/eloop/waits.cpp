@@ -40,6 +40,13 @@ int64_t micro(const timespec& time) {
     return time.tv_sec * kSecond + time.tv_nsec / 1000;
 }
 
+// Whether the part of a second in a limit is one; Linux asks for that in pselect() alone.
+bool is_normalized(long part, long parts) {
+    if (part >= 0 && part < parts) return true;
+    errno = EINVAL;
+    return false;
+}
+
 }  // namespace
 
 const std::vector<Wait>& seen() {
@@ -126,6 +133,7 @@ int watched_pselect(int count, fd_set* reads, fd_set* writes, fd_set* errors, co
             dlsym(RTLD_NEXT, "pselect"));
     const auto micros = limit ? std::optional(micro(*limit)) : std::nullopt;
     if (starts({count, micros, true, members(reads), writes || errors})) return -1;
+    if (limit && !is_normalized(limit->tv_nsec, 1000 * kSecond)) return -1;
     if (!virtual_now || !limit) return next(count, reads, writes, errors, limit, mask);
     const timespec none = {};
     const int ready = next(count, reads, writes, errors, &none, mask);
@@ -139,6 +147,7 @@ int watched_select(int count, fd_set* reads, fd_set* writes, fd_set* errors, tim
     const auto micros =
         limit ? std::optional<int64_t>(limit->tv_sec * kSecond + limit->tv_usec) : std::nullopt;
     if (starts({count, micros, false, members(reads), writes || errors})) return -1;
+    if (limit && !is_normalized(limit->tv_usec, kSecond)) return -1;
     if (!virtual_now || !limit) return next(count, reads, writes, errors, limit);
     timeval none = {};
     const int ready = next(count, reads, writes, errors, &none);
