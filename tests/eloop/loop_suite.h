@@ -298,6 +298,29 @@ TYPED_TEST_P(LoopSuite, CancelsAndAddsInAnyOrder) {
     }
 }
 
+TYPED_TEST_P(LoopSuite, AddsBehindTimeoutsThatAreGone) {
+    const waits::VirtualTime time(50, 0);
+    Action late = this->note("late");
+    Action kept = this->note("kept");
+    Action gone = this->note("gone");
+    Action add_late = [&] { this->add_timeout(0, 10, late); };
+    // One that was the first has known the cancelled one as the last.
+    this->add_timeout(0, 5, kept);
+    this->add_timeout(0, 9, gone);
+    this->add_timeout(0, 1, add_late);
+    EXPECT_EQ(this->loop.cancel_timeout(on_timeout, &gone, nullptr), 1);
+    this->loop.run();
+    EXPECT_THAT(this->events, testing::ElementsAre("kept", "late"));
+    // What was added last has run before the last.
+    this->events.clear();
+    this->add_timeout(0, 1, kept);
+    this->add_timeout(0, 9, kept);
+    this->add_timeout(0, 6, add_late);
+    this->add_timeout(0, 5, kept);
+    this->loop.run();
+    EXPECT_THAT(this->events, testing::ElementsAre("kept", "kept", "kept", "late"));
+}
+
 // As daemons have them: each adds itself again while the others wait.
 TYPED_TEST_P(LoopSuite, KeepsTimersThatAddThemselvesAgainInOrder) {
     const waits::VirtualTime time(50, 0);
@@ -807,10 +830,11 @@ REGISTER_TYPED_TEST_SUITE_P(
     RunsATimeoutBeforeTheSocketsAndOneAPass, WaitsUntilTheFirstTimeoutIsDue,
     CarriesAnyNumberOfMicroseconds, NeverWrapsADueTimeThatIsTooFarAway,
     CutsADueTimeThatItsMicrosecondsCarryTooFarAway, OrdersTimeoutsByDueTimeAndThenByRegistration,
-    CancelsAndAddsInAnyOrder, KeepsTimersThatAddThemselvesAgainInOrder,
-    CancelsByHandlerAndDataWithWildcards, LetsATimeoutAddItselfAgainAndCancelOthers,
-    CallsEveryEntryOfASocketInOrder, UnregistersTheFirstEntryAndKeepsTheOrder,
-    LetsAHandlerUnregisterItsOwnAndOtherSockets, LetsAHandlerRegisterMoreSocketsThanTheTableHeld,
+    CancelsAndAddsInAnyOrder, AddsBehindTimeoutsThatAreGone,
+    KeepsTimersThatAddThemselvesAgainInOrder, CancelsByHandlerAndDataWithWildcards,
+    LetsATimeoutAddItselfAgainAndCancelOthers, CallsEveryEntryOfASocketInOrder,
+    UnregistersTheFirstEntryAndKeepsTheOrder, LetsAHandlerUnregisterItsOwnAndOtherSockets,
+    LetsAHandlerRegisterMoreSocketsThanTheTableHeld,
     CallsWhatAHandlerRegistersForAReadableSocketInTheSamePass, TellsThatAPeerHasGone,
     RefusesWhatSelectCannotHold, RefusesNullHandlers, WatchesUpToTheHighestSocketEverRegistered,
     WatchesNoFewerWhenItBeginsAnewWithALowerSocket, AsksForTheRegisteredSocketsAlone,
