@@ -263,7 +263,6 @@ TYPED_TEST_P(LoopSuite, CancelsAndAddsInAnyOrder) {
     std::array<Action, 20> actions;
     int left = 0;
     const auto step = [&] {
-        left--;
         const int which = static_cast<int>(random() % 20);
         Action& action = actions[static_cast<size_t>(which)];
         if (random() % 3 != 0) {
@@ -285,13 +284,12 @@ TYPED_TEST_P(LoopSuite, CancelsAndAddsInAnyOrder) {
             ASSERT_FALSE(expected.empty());
             ASSERT_EQ(expected.front().second, i);
             expected.erase(expected.begin());
-            for (int n = 0; n < 3 && left > 0; n++)
+            for (int n = 0; n < 3 && left > 0; n++, left--)
                 step();
         };
     }
     for (int round = 0; round < 20; round++) {
-        left = 500;
-        while (left > 250)
+        for (left = 500; left > 250; left--)
             step();
         this->loop.run();
         ASSERT_TRUE(expected.empty());
