@@ -76,8 +76,8 @@ TQ_API void iniparser_unset(dictionary *d, const char *entry);
  *
  * and goes on in the next where it ends in a backslash, blanks behind it not counted; what a last
  * line so announces does not come, and the line is dropped. A line is at most 1023 bytes long, its
- * line feed and what it continues included. The first line of a key makes its entry, the last one
- * its value.
+ * line feed and what it continues included, a last one without a line feed 1022. The first line of
+ * a key makes its entry, the last one its value.
  *
  * Null, with what is wrong on standard error:
  *   "iniparser: cannot open %s"                 or read; with the path

@@ -89,8 +89,8 @@ typedef struct reboot_panic_buffer {
     char text[REBOOT_PANIC_TEXT_SIZE]; /* 4: not terminated when it fills the field */
 } reboot_panic_buffer;
 
-/* The path of the store, in a static buffer of 32 bytes that the next call overwrites; null where
- * the board names none, or one that does not fit. */
+/* The path of the store, in a static buffer of 32 bytes that the next call of this function
+ * overwrites; null where the board names none, or one that does not fit. */
 TQ_API const char *get_reboot_cause_file(void);
 
 /* Opens the store for reading and writing and copies its header. The stream's position is behind

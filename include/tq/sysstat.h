@@ -38,9 +38,10 @@ typedef struct if_stats {
 
 /* ---- Processor ---- */
 
-/* Ticks since boot out of the first seven numbers of /proc/stat, modulo 2^32: *busy is nice,
- * system, irq and softirq together; *total is that and user, idle and iowait. Busy leaves out the
- * user's time: the callers' ratios are built on it. The pointers are not checked.
+/* Ticks since boot out of the first seven numbers of /proc/stat, within its first 1023 bytes,
+ * modulo 2^32: *busy is nice, system, irq and softirq together; *total is that and user, idle and
+ * iowait. Busy leaves out the user's time: the callers' ratios are built on it. No pointer is
+ * checked.
  * 0; -1 where the file cannot be opened ("Cannot open %s"), -2 where it is of another form ("Cannot
  * parse %s"), both with the outputs as they were. */
 TQ_API int tq_get_cpu_ticks(uint32_t *total, uint32_t *busy);

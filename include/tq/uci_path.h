@@ -102,7 +102,8 @@ TQ_API int add_uci_section(const char *filename, const char *config_type);
  * read at most 31 bytes and convert them as decimal, 0 where the text is no number; a number beyond
  * 32 bits keeps its low 32 bits, so that what the integer setters stored for a negative value reads
  * back as that value.
- * _by_id takes a null option and reads the section itself: its name.
+ * uci_get_str_option_by_id, and no other, takes a null option and reads the section itself: its
+ * name.
  * 0; -1 with "uci get %s fail" at LOG_INFO when there is no such value, or when it does not fit
  * ("buffer is short" at LOG_ERR; the buffer is left empty, the integer untouched). */
 TQ_API int uci_get_str_option_by_name(const char *filename, const char *config_name,

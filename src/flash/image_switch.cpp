@@ -42,8 +42,7 @@ bool set_number(const char* key, uint32_t type, uint32_t number) {
 }
 
 // True where something was changed.
-bool enable_script(bool enabled) {
-    if (enabled) return false;
+bool enable_script() {
     const bool script = set_number(redboot_script_en_key, REDBOOT_CONFIG_BOOL, 1);
     const bool timeout = set_number(redboot_script_timeout_key, REDBOOT_CONFIG_INT, kScriptTimeout);
     return script || timeout;
@@ -96,7 +95,7 @@ int sys_image_switch(void) {
     if (redboot_load_config() != 1) return 1;
     uint32_t enabled = 0;
     if (redboot_get_config(redboot_script_en_key, &enabled, REDBOOT_CONFIG_BOOL) != 1) return 1;
-    bool changed = enable_script(enabled != 0);
+    bool changed = enabled == 0 && enable_script();
     const char* script = stored_text(redboot_script_data_key, REDBOOT_CONFIG_SCRIPT);
     if (!script) return 1;
     changed |= set_standard_script(script);

@@ -212,6 +212,26 @@ void add_name(char* at, const char* name) {
     *at = '\0';
 }
 
+// Behind the last entry, with no value yet; null, with the text printed, where it does not fit.
+Entry* new_entry(const redboot_config_option& option) {
+    const size_t key_size = stored_size(option.key);
+    const size_t enable_key_size = stored_size(option.enable_key);
+    const size_t offset = find_free_space();
+    const size_t need = sizeof(Entry) + key_size + enable_key_size + layout_of(option.type).room;
+    if (std::max(key_size, enable_key_size) > kLongestKey + 1 || offset + need > kEntriesEnd) {
+        printf("No space to add '%s'\n", option.key);
+        return nullptr;
+    }
+    Entry* entry = unchecked_entry(offset);
+    entry->type = static_cast<uint8_t>(option.type);
+    entry->key_size = static_cast<uint8_t>(key_size);
+    entry->enable_sense = static_cast<uint8_t>(std::min<uint32_t>(option.enable_sense, UINT8_MAX));
+    entry->enable_key_size = static_cast<uint8_t>(enable_key_size);
+    add_name(entry->key(), option.key);
+    if (option.enable_key) add_name(entry->enable_key(), option.enable_key);
+    return entry;
+}
+
 // A bool that is not there is false.
 bool is_enabled(Entry* entry) {
     if (entry->enable_key_size == 0) return true;
@@ -350,26 +370,9 @@ int redboot_set_config(const char* key, const void* value, uint32_t type) {
 
 int redboot_add_config(const redboot_config_option* option) {
     if (!redboot_config_loaded || !is_valid_option(option)) return 0;
-    const size_t key_size = stored_size(option->key);
     Entry* entry = redboot_find_config(option->key);
-    if (!entry) {
-        const size_t enable_key_size = stored_size(option->enable_key);
-        const size_t offset = find_free_space();
-        const size_t need =
-            sizeof(Entry) + key_size + enable_key_size + layout_of(option->type).room;
-        if (std::max(key_size, enable_key_size) > kLongestKey + 1 || offset + need > kEntriesEnd) {
-            printf("No space to add '%s'\n", option->key);
-            return 0;
-        }
-        entry = unchecked_entry(offset);
-        entry->type = static_cast<uint8_t>(option->type);
-        entry->key_size = static_cast<uint8_t>(key_size);
-        entry->enable_sense =
-            static_cast<uint8_t>(std::min<uint32_t>(option->enable_sense, UINT8_MAX));
-        entry->enable_key_size = static_cast<uint8_t>(enable_key_size);
-        add_name(entry->key(), option->key);
-        if (option->enable_key) add_name(entry->enable_key(), option->enable_key);
-    }
+    if (!entry) entry = new_entry(*option);
+    if (!entry) return 0;
     redboot_store_default(entry, *option);
     return 1;
 }

@@ -20,11 +20,11 @@
 
 namespace {
 
+using tq::BoardAnswer;
 using tq::kNameSize;
 using tq::NumberReader;
 
 constexpr size_t kProcDirSize = 64;
-constexpr size_t kAnswerSize = 64;
 
 constexpr int kVapsPerRadio = 16;
 
@@ -33,24 +33,13 @@ constexpr int16_t kSpeedOfCode[] = {10, 100, 0, 1000};
 // Units with one port, which is the WAN's although their board library counts it as a LAN port.
 constexpr int kBoardsWithoutLan[] = {1062, 11062, 21062};
 
-// A text of the board library's: more room than any selector needs.
-using Answer = char[kAnswerSize];
-
-// Each writes an answer that is terminated whatever comes; negative where the board has none.
-int ask_radio(int selector, int radio, Answer& answer) {
-    memset(answer, 0, kAnswerSize);
-    if (radio < 0) return -1;
-    const int result = tq_get_oem_ap_type_radio_index_info(selector, radio, answer);
-    answer[kAnswerSize - 1] = '\0';
-    return result;
-}
-
+// As tq::ask_radio, of a port.
 int ask_port(int (*ask)(int selector, int port, char* out), int selector, int port,
-             Answer& answer) {
-    memset(answer, 0, kAnswerSize);
+             BoardAnswer& answer) {
+    memset(answer, 0, sizeof(answer));
     if (port < 0) return -1;
     const int result = ask(selector, port, answer);
-    answer[kAnswerSize - 1] = '\0';
+    answer[sizeof(answer) - 1] = '\0';
     return result;
 }
 
@@ -74,8 +63,8 @@ constexpr RadioText kProcDir = {AP_TYPE_RADIO_PROC_DIR, false, "bbi_radio_proc_d
 int read_radio_text(const RadioText& text, int radio, char* out, unsigned len) {
     if (!out || !tq::is_size(len)) return -1;
     *out = '\0';
-    Answer answer;
-    if (ask_radio(text.selector, radio, answer) < 0) {
+    BoardAnswer answer;
+    if (tq::ask_radio(text.selector, radio, answer) < 0) {
         return TQ_FAIL_IN(text.function, "get radio %d %s fail\n", radio, text.what);
     }
     if (text.is_padded) memset(out, 0, len);
@@ -107,6 +96,7 @@ int read_wan(const PortText& text, char* out) {
     if (!out) return tq::reject(text.function);
     *out = '\0';
     if (tq_get_oem_ap_type_wan_info(text.selector, out) >= 0) return 0;
+    *out = '\0';  // what the board library may have begun
     return TQ_FAIL_IN(text.function, "tq_get_oem_ap_type_wan_info(AP_TYPE_WAN_IF_%s, %s) fail\n",
                       text.kind, text.argument);
 }
@@ -118,6 +108,7 @@ int read_lan(const PortText& text, int index, char* out) {
     if (!out) return tq::reject(text.function);
     *out = '\0';
     if (index >= 0 && tq_get_oem_ap_type_lan_index_info(text.selector, index, out) >= 0) return 0;
+    *out = '\0';
     return TQ_FAIL_IN(text.function,
                       "tq_get_oem_ap_type_lan_index_info(AP_TYPE_LAN_IF_%s, index, %s) fail\n",
                       text.kind, text.argument);
@@ -144,15 +135,14 @@ int find_extra_bss(const char* function, int radio, int behind, int* id) {
 
 // Where the text goes on behind the radio's prefix, or null.
 const char* behind_prefix(const char* ifname, int radio) {
-    Answer prefix;
-    if (ask_radio(AP_TYPE_RADIO_PREFIX_IFNAME, radio, prefix) != 0) return nullptr;
+    BoardAnswer prefix;
+    if (tq::ask_radio(AP_TYPE_RADIO_PREFIX_IFNAME, radio, prefix) != 0) return nullptr;
     const size_t length = strlen(prefix);
     return strncmp(ifname, prefix, length) == 0 ? ifname + length : nullptr;
 }
 
 // The interface that is the WAN's now.
 int find_wan(const char* function, char (&ifname)[kNameSize]) {
-    ifname[0] = '\0';
     if (get_wan_name(ifname, sizeof(ifname)) == 0) return 0;
     return TQ_FAIL_IN(function, "get_wan_name(ifname, sizeof(ifname)) fail\n");
 }
@@ -163,6 +153,14 @@ int read_mac(const char* function, const char* ifname, char* mac, int len) {
 }
 
 }  // namespace
+
+int tq::ask_radio(int selector, int radio, BoardAnswer& answer) {
+    memset(answer, 0, sizeof(answer));
+    if (radio < 0) return -1;
+    const int result = tq_get_oem_ap_type_radio_index_info(selector, radio, answer);
+    answer[sizeof(answer) - 1] = '\0';
+    return result;
+}
 
 int bbi_radio_count(int* count) {
     if (!count) return tq::reject(__func__);
@@ -183,8 +181,8 @@ int bbi_radio_prefix_ifname(int radio, char* out, unsigned len) {
 
 int bbi_radio_support_mode(int radio, unsigned* mode) {
     if (!mode) return tq::reject(__func__);
-    Answer mask;
-    if (ask_radio(AP_TYPE_RADIO_SUPPORT_MODE, radio, mask) < 0) {
+    BoardAnswer mask;
+    if (tq::ask_radio(AP_TYPE_RADIO_SUPPORT_MODE, radio, mask) < 0) {
         return TQ_FAIL("get radio %d support mode fail\n", radio);
     }
     *mode = static_cast<unsigned>(tq::leading_int(mask));
@@ -269,8 +267,8 @@ char* bbi_radio_proc_dir_ret(int radio) {
 int tq_get_vap_ifname(int /*ignored*/, int mode, int radio, int vap, char* out, int len) {
     if (!out || len < 1) return tq::reject(__func__);
     *out = '\0';
-    Answer prefix;
-    if (ask_radio(AP_TYPE_RADIO_PREFIX_IFNAME, radio, prefix) == -1) return -1;
+    BoardAnswer prefix;
+    if (tq::ask_radio(AP_TYPE_RADIO_PREFIX_IFNAME, radio, prefix) == -1) return -1;
     const bool per_radio = mode == 0 || mode == 2;
     const int number = per_radio ? vap : number_across_radios(radio, vap);
     snprintf(out, static_cast<size_t>(len), "%s%d", prefix, number);
@@ -332,7 +330,7 @@ int tq_get_eth_linktype(int port) {
 }
 
 int tq_get_eth_ability_of_speed(int port) {
-    Answer ability;
+    BoardAnswer ability;
     if (ask_port(tq_get_oem_ap_type_ge_index_info, AP_TYPE_ETH_SPEED_ABILITY, port, ability) < 0) {
         return 0;
     }
@@ -351,7 +349,7 @@ char* tq::eth_ifname(int port, char (&ifname)[kNameSize]) {
         port = static_cast<int>(static_cast<unsigned>(port) - static_cast<unsigned>(gigabit_ports));
         if (port >= tq_get_oem_ap_type_common(AP_TYPE_FE_PORT_NUM)) return nullptr;
     }
-    Answer name;
+    BoardAnswer name;
     if (ask_port(ask, AP_TYPE_ETH_IF_NAME, port, name) < 0) return nullptr;
     copy_text(ifname, sizeof(ifname), name);
     return ifname;

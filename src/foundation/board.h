@@ -1,4 +1,4 @@
-// board.h - the board fact that a family needs on any thread.
+// board.h - what other families ask of the board, on any thread.
 #pragma once
 
 #include <cstddef>
@@ -6,6 +6,12 @@
 #include "foundation/hidden.h"
 
 namespace TQ_HIDDEN tq {
+
+// A text of the board library's: more room than any selector needs.
+using BoardAnswer = char[64];
+
+// A fact of the radio as text, terminated whatever comes; negative where the board has none.
+int ask_radio(int selector, int radio, BoardAnswer& answer);
 
 // Room for the name of an interface, a radio's device or its prefix.
 constexpr size_t kNameSize = 32;

@@ -19,7 +19,7 @@ constexpr long kNanosecondsInMicrosecond = 1000;
 
 int tq_gettime(tq_timeval* now) {
     if (!now) return -1;
-    timespec clock = {};
+    timespec clock;
     if (clock_gettime(CLOCK_MONOTONIC, &clock) != 0) return -1;
     now->tv_sec = static_cast<int32_t>(clock.tv_sec);
     now->tv_usec = static_cast<int32_t>(clock.tv_nsec / kNanosecondsInMicrosecond);
@@ -27,7 +27,7 @@ int tq_gettime(tq_timeval* now) {
 }
 
 int tq_time() {
-    tq_timeval now = {};
+    tq_timeval now;
     return tq_gettime(&now) == 0 ? now.tv_sec : -1;
 }
 

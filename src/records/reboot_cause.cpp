@@ -78,6 +78,22 @@ constexpr unsigned kHangSeconds = 20;
 // The reset that this process recorded last.
 constinit reboot_cause_record recorded_reset{};
 
+using StorePath = char[32];
+
+// Terminated whatever comes; false where the board names none.
+bool find_store(StorePath& path) {
+    const int result =
+        tq_get_oem_ap_type_partion_info(AP_TYPE_PAT_REBOOT_CAUSE, path, sizeof(path));
+    path[sizeof(path) - 1] = '\0';
+    return result >= 0;
+}
+
+// The path is in a buffer of its own: what get_reboot_cause_file has handed out is its caller's.
+int open_path(int flags) {
+    StorePath path = "";
+    return find_store(path) ? open(path, flags | O_CLOEXEC, 0666) : -1;
+}
+
 constexpr size_t offset_of_slot(int slot) {
     return offsetof(StoreFront, ring) + sizeof(reboot_cause_record) * static_cast<size_t>(slot);
 }
@@ -113,9 +129,7 @@ bool make_store(int fd, StoreFront& front) {
 // The store's descriptor, with its first `size` bytes, header included, in `front`; -1 where it is
 // not available. What a short file lacks is zero.
 int open_store(StoreFront& front, size_t size) {
-    const char* path = get_reboot_cause_file();
-    if (!path) return -1;
-    UniqueFd store(open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+    UniqueFd store(open_path(O_RDWR | O_CREAT));
     if (!store) return -1;
     front = {};
     if (tq::read_some(store.get(), &front, size) < 0) return -1;
@@ -258,10 +272,8 @@ void clear_run_flags(int store) {
 }  // namespace
 
 const char* get_reboot_cause_file(void) {
-    static char path[32];
-    const int result =
-        tq_get_oem_ap_type_partion_info(AP_TYPE_PAT_REBOOT_CAUSE, path, sizeof(path));
-    return result < 0 ? nullptr : path;
+    static StorePath path;
+    return find_store(path) ? path : nullptr;
 }
 
 FILE* rb_open_reboot_cause_file(reboot_cause_header* header) {
@@ -387,9 +399,7 @@ int rb_kernel_up_check(void) {
 }
 
 int rb_set_ntp_sync_flag(unsigned char flag) {
-    const char* path = get_reboot_cause_file();
-    if (!path) return -1;
-    const UniqueFd store(open(path, O_WRONLY | O_CLOEXEC));
+    const UniqueFd store(open_path(O_WRONLY));
     if (!store) return -1;
     write_at(store.get(), &flag, sizeof(flag), offsetof(reboot_cause_header, time_synchronised));
     fsync(store.get());

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "foundation/board.h"
 #include "foundation/file.h"
 #include "foundation/log.h"
 #include "foundation/text.h"
@@ -48,15 +49,11 @@ int add_to_base(uint8_t* mac, uint32_t len, uint32_t add) {
 
 // False where the board names none, and where it names -1.
 bool read_radio_offset(uint32_t radio, uint32_t& offset) {
-    // More room than the board library needs.
-    char text[64] = "";
-    const int index = static_cast<int>(radio);
-    if (index < 0 ||
-        tq_get_oem_ap_type_radio_index_info(AP_TYPE_RADIO_MAC_OFFSET, index, text) < 0) {
+    tq::BoardAnswer text;
+    if (tq::ask_radio(AP_TYPE_RADIO_MAC_OFFSET, static_cast<int>(radio), text) < 0) {
         puts("get oem mac offset is fail");
         return false;
     }
-    text[sizeof(text) - 1] = '\0';
     offset = static_cast<uint32_t>(tq::leading_int(text));
     return offset != UINT32_MAX;
 }

@@ -3,8 +3,6 @@
 #include <mntent.h>
 #include <sys/statfs.h>
 #include <sys/sysinfo.h>
-#include <tq/bwctl.h>
-#include <tq/command.h>
 
 #include <cerrno>
 #include <cstddef>
@@ -18,6 +16,8 @@
 #include "foundation/log.h"
 #include "foundation/number_reader.h"
 #include "foundation/text.h"
+#include "tq/bwctl.h"
+#include "tq/command.h"
 
 static_assert(sizeof(if_stats) == 88);
 static_assert(offsetof(if_stats, in_discards) == 24);
@@ -115,7 +115,7 @@ class MountTable {
 
     // The directory of the next entry, valid until the next call; null at the end.
     const char* next() {
-        mntent entry{};
+        mntent entry;
         return getmntent_r(stream_, &entry, text_, sizeof(text_)) ? entry.mnt_dir : nullptr;
     }
 
@@ -212,7 +212,7 @@ int tq_get_cpu_real_usage(uint32_t* percent) {
 int tq_get_sys_uptime(uint32_t* seconds) {
     if (!seconds) return tq::reject_parameter(__func__);
     *seconds = 0;
-    struct sysinfo info {};
+    struct sysinfo info;
     if (sysinfo(&info) < 0) return TQ_FAIL("sysinfo fail\n");
     *seconds = static_cast<uint32_t>(info.uptime);
     return 0;
@@ -223,7 +223,7 @@ int tq_get_flash_free_size(uint32_t* free_kb) {
     *free_kb = 0;
     MountTable mounts;
     if (!mounts) return TQ_FAIL("setmntent fail\n");
-    struct statfs room {};
+    struct statfs room;
     while (const char* directory = mounts.next()) {
         if (strcmp(directory, kOverlay) != 0 || statfs(directory, &room) < 0) continue;
         *free_kb = static_cast<uint32_t>(room.f_bsize) * static_cast<uint32_t>(room.f_bavail) >> 10;

@@ -85,7 +85,7 @@ int work_on(const char* path, const UciAction* action, const char* caller) {
     const UciContext context;
     if (!context) return TQ_FAIL_IN(caller, "uci_alloc_context fail\n");
     const HeapText copy(strdup(path));
-    uci_ptr target{};
+    uci_ptr target;
     if (!copy || uci_lookup_ptr(context.get(), &target, copy.get(), true) != UCI_OK) {
         return TQ_FAIL_IN(caller, "uci_lookup_ptr fail, %s\n", path);
     }

@@ -348,7 +348,7 @@ int wifi_get_auth_radius_server(uci_config_ctx* session, struct wifi_radius_serv
     if (!session || !server || !count) return tq::reject(__func__);
     const char* address_text = get_uci_config(session, kRadiusOptions[kServer]);
     if (!address_text) return -1;
-    in_addr address{};
+    in_addr address;
     if (inet_pton(AF_INET, address_text, &address) != 1) {
         return TQ_FAIL("invalid addr: %s\n", address_text);
     }

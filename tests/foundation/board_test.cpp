@@ -1065,6 +1065,20 @@ TEST_F(BoardWanLan, FailsWithoutThatLanPort) {
         EXPECT_GE(std::get<2>(question), 0);
 }
 
+TEST_F(BoardWanLan, LeavesNothingOfAnAnswerThatFailed) {
+    Buffer buf(32);
+    for (const WanGetter& getter : kWanGetters) {
+        answers[{"wan", getter.selector, 0}] = {-1, text_answer("half")};
+        EXPECT_EQ(getter.get(buf.data()), -1);
+        EXPECT_EQ(buf.text(), "") << getter.function;
+    }
+    for (const LanGetter& getter : kLanGetters) {
+        answers[{"lan", getter.selector, 0}] = {-1, text_answer("half")};
+        EXPECT_EQ(getter.get(0, buf.data()), -1);
+        EXPECT_EQ(buf.text(), "") << getter.function;
+    }
+}
+
 TEST_F(BoardWanLan, RejectsMissingBuffers) {
     for (const WanGetter& getter : kWanGetters) {
         EXPECT_EQ(getter.get(nullptr), -1);

@@ -268,6 +268,17 @@ TEST_F(StorePath, IsAFactOfTheBoard) {
     EXPECT_STREQ(buffer, "/etc/reboot_cause");
 }
 
+// The other functions have it in a buffer of their own, so that they may run beside a caller of it.
+TEST_F(StorePath, StaysWhileOtherFunctionsUseAnother) {
+    const char* path = get_reboot_cause_file();
+    set_store_path("/tmp/another_store");
+    Statistic statistic{};
+    EXPECT_EQ(rb_read_reboot_statistic(&statistic), 0);
+    EXPECT_EQ(rb_set_ntp_sync_flag(1), 0);
+    EXPECT_TRUE(exists("/tmp/another_store"));
+    EXPECT_STREQ(path, kStore);
+}
+
 TEST_F(StorePath, HasRoomFor31Bytes) {
     const std::string longest = "/tmp/" + std::string(26, 'p');
     set_store_path(longest);

@@ -68,7 +68,7 @@ TEST_F(TqctlSelftest, TellsWhatItHasFound) {
 TEST_F(TqctlSelftest, OptionalThingsAreFoundToo) {
     const BusService service({"bwctrl", "bwctrl.maxassoc", "statistics", "fm.ac", "fm.url"});
     for (const char* command : {"tqctl status offline 3", "tqctl reboot-log list",
-                                "ip link add wifi0 type veth peer name wifi0p"})
+                                "ip link add wifi0 type veth peer name br-lan"})
         ASSERT_EQ(run_command(kWithoutLeakDetector + command).status, 0) << command;
     const CommandResult result = selftest();
     run_command("ip link del wifi0");
@@ -77,6 +77,7 @@ TEST_F(TqctlSelftest, OptionalThingsAreFoundToo) {
         EXPECT_THAT(line_of(result, check), StartsWith("ok ")) << check;
     EXPECT_THAT(line_of(result, "bus fm.*"), EndsWith(" 2 objects"));
     EXPECT_THAT(line_of(result, "radio wifi0"), EndsWith(" not running"));
+    EXPECT_THAT(line_of(result, "bridge br-lan"), EndsWith(" not running"));
 }
 
 // JSON, for an inventory
@@ -132,8 +133,8 @@ TEST_P(SelftestLackTest, IsReported) {
     const Json report = parse(selftest("-j ").out);
     run_command(
         "mv /dev/log.away /dev/log; mv /dev/flash.away /dev/mtdblock1; "
-        "mv /usr/bin/killall.away /usr/bin/killall; ip link set eth1.away name eth1; "
-        "ip link set eth1 up");
+        "mv /usr/bin/killall.away /usr/bin/killall; mv /usr/sbin/wan.away "
+        "/usr/sbin/get_wan_interface.sh; ip link set eth1.away name eth1; ip link set eth1 up");
     EXPECT_EQ(result.status, lack.code) << result.out;
     std::istringstream lines(result.out);
     for (std::string line; std::getline(lines, line);)
@@ -170,6 +171,8 @@ INSTANTIATE_TEST_SUITE_P(
              " primary: not marked as usable; its version"},
         Lack{"rm /usr/sbin/fw_printenv; mv /usr/bin/fw_printenv /usr/bin/fw_printenv.away",
              "command fw_printenv", "missing", kRefused, " no such command; no image"},
+        Lack{"mv /usr/sbin/get_wan_interface.sh /usr/sbin/wan.away", "command get_wan_interface.sh",
+             "missing", kRefused, " no such command; the WAN's addresses"},
         Lack{"mv /usr/bin/killall /usr/bin/killall.away", "command killall", "missing", kRefused,
              " no such command; the log daemon"},
         Lack{"mv /dev/log /dev/log.away", "device /dev/log", "missing", kRefused,

@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "bus_connection.h"
 #include "families.h"
@@ -63,7 +64,7 @@ class Display {
     }
     void finish() {
         if (!output_.is_json()) return;
-        json_add(request_.get(), "message", static_cast<Json&&>(message_));
+        json_add(request_.get(), "message", std::move(message_));
         output_.document(request_);
     }
 

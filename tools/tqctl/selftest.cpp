@@ -256,7 +256,8 @@ constexpr Check kChecks[] = {
     {"file", "/proc/stat", true, readable, "the processor's usage is not known", "cpu "},
     {"file", "/proc/meminfo", true, readable, "the memory's usage is not known", "MemTotal:"},
     {"file", "/proc/cpuinfo", true, readable, "the processor's type is not known", "processor"},
-    {"file", "/proc/uptime", true, readable, "reboots are recorded without a time", "."},
+    {"file", "/proc/uptime", true, readable,
+     "reboots are recorded without an uptime, and their times are never corrected", "."},
     {"file", "/proc/mtd", true, readable, "partitions are not found by their names", "dev:"},
     {"file", "/proc/net/dev", true, readable, "the ports' counters are not known", "lo:"},
     {"file", "/proc/net/route", true, readable, kNoGateway, "Iface"},
@@ -274,6 +275,8 @@ constexpr Check kChecks[] = {
     {"driver", "fuMAC", false, driver, "events of stations are not delivered"},
 
     {"command", "fw_printenv", true, command, "no image counts as usable"},
+    {"command", "get_wan_interface.sh", true, command,
+     "the WAN's addresses are not known, and no radius server can be set"},
     {"command", "killall", true, command, "the log daemon is not told of its new settings"},
     {"command", "/sbin/reboot", true, command, "a reboot goes by the kernel, without a shutdown"},
     {"command", "ubus", false, command, "faults are not told while the bus is not connected"},
@@ -332,7 +335,8 @@ class Report {
         if (code_ == ExitCode::kDone) code_ = result.code();
     }
 
-    // The ports must be there; a radio's device comes and goes with its driver.
+    // The ports must be there; a radio's device comes and goes with its driver, the bridge with the
+    // network's configuration.
     void run_interfaces() {
         for (int port = 0; port < tq_get_dev_if_count(); port++) {
             const char* name = tq_get_eth_ifname(port);
@@ -342,6 +346,7 @@ class Report {
             const char* name = bbi_radio_device_ret(radio);
             if (*name) run({"radio", name, false, interface, "its driver is not there: no VAP"});
         }
+        run({"bridge", "br-lan", false, interface, "the LAN's address is not known"});
     }
 
     void print_document() const {
