@@ -59,13 +59,23 @@ uci_section* nth_of_type(uci_package* package, const char* type, size_t length, 
     return nullptr;
 }
 
+bool is_type(const char* text, size_t length) {
+    for (size_t i = 0; i < length; ++i) {
+        if (text[i] <= ' ' || text[i] > '~') return false;
+    }
+    return true;
+}
+
 // "@type[index]", or "@[index]" for a section of any type.
 int find_extended(uci_ptr* ptr, uci_section** section) {
     const char* text = ptr->section;
     const char* bracket = strchr(text, '[');
     int index = 0;
     if (*text != '@' || !bracket || !parse_index(bracket, &index)) return UCI_ERR_INVAL;
-    *section = nth_of_type(ptr->p, text + 1, static_cast<size_t>(bracket - text - 1), index);
+    const char* type = text + 1;
+    const auto length = static_cast<size_t>(bracket - type);
+    if (!is_type(type, length)) return UCI_ERR_INVAL;
+    *section = nth_of_type(ptr->p, type, length, index);
     if (*section) ptr->section = (*section)->e.name;
     return UCI_OK;
 }

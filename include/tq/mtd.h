@@ -21,7 +21,8 @@ TQ_BEGIN_DECLS
 /* Opens the index-th partition of that name, counted from 0 in the order of "/proc/mtd", for
  * reading: "/dev/mtdN", or "/dev/mtdblockN" where block is not 0, and before those "/dev/mtd/N" or
  * "/dev/mtdblock/N". A name that starts with "/" is a path and opened as it is; so is one that is
- * not listed, and any name where "/proc/mtd" cannot be read.
+ * not listed, and any name where "/proc/mtd" cannot be read. A line whose number is beyond an int
+ * does not count.
  * The descriptor, close-on-exec, which the caller closes; -1 when nothing could be opened, with
  * errno as open(2) left it and without a log line, and for a null name or a negative index
  * ("invalid parameters"). */

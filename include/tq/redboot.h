@@ -13,9 +13,10 @@
  * gives 0 without a message. The block is the process's own and not locked; two processes that save
  * it at the same time are not kept apart.
  *
- * A matching checksum proves nothing about the entries. An entry counts where it lies within the
- * entry area as a whole and its key is a text within the key's length; the first that reaches
- * beyond the area ends every walk. No call reads or writes outside the block, whatever is in it.
+ * A matching checksum proves nothing about the entries. An entry is found where it lies within the
+ * entry area as a whole and its key is a text within the key's length; one whose key is none is
+ * only shown. The first that reaches beyond the area ends every walk. No call reads or writes
+ * outside the block, whatever is in it.
  */
 #ifndef TQ_REDBOOT_H
 #define TQ_REDBOOT_H
@@ -41,7 +42,7 @@ typedef struct redboot_config_option {
     const char *key;         /* its name, at most 254 characters */
     const char *title;       /* for people; not stored */
     const char *enable_key;  /* the key of the bool that enables the entry, or null */
-    uint32_t enable_sense;   /* the entry is enabled where that bool is this */
+    uint32_t enable_sense;   /* the entry is enabled where that bool is this; beyond 255: 255 */
     uint32_t type;           /* REDBOOT_CONFIG_... */
     uintptr_t default_value; /* the value of a bool, int or IPv4 address; else a pointer to it */
 } redboot_config_option;

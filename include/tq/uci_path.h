@@ -90,7 +90,9 @@ TQ_API int del_uci_option_by_name(const char *filename, const char *config_name,
 TQ_API int uci_add_section_by_type(struct uci_context *ctx, struct uci_package *pkg,
                                    const char *type);
 
-/* The same on a file, which it loads and commits.
+/* The same on a file, which it loads and commits. What is staged for the file already is committed
+ * with it, and libuci applies it a second time on top of what was loaded: an item that is staged
+ * for a list is in the list twice then. Commit such changes before.
  * The index of the new section among those of its type; -1 with "uci_load %s fail" (the file),
  * "uci_add_section %s fail" (the type), "uci_save %s fail" or "uci_commit %s fail" (the file). */
 TQ_API int add_uci_section(const char *filename, const char *config_type);

@@ -17,11 +17,11 @@
  * or committed is not lost: it is part of the next attempt, unless the file is freed first.
  *
  * A session outlives a save and finds its section again by its name. It ends when its file is freed
- * or its section is deleted, or with the save where the caller has pointed it to another section
- * than was selected. Load it anew then: as a rule it is a session without a section, but the file
- * can be read to the same addresses again, and it is one on the section that is there. What a
- * session lends (option values, item lists, and the section in its ptr) is good until the next
- * change, save or free of the file; the change itself may be given it.
+ * or its section is deleted or renamed, or with the save where the caller has pointed it to another
+ * section than was selected. Load it anew then: as a rule it is a session without a section, but
+ * the file can be read to the same addresses again, and it is one on the section that is there.
+ * What a session lends (option values, item lists, and the section in its ptr) is good until the
+ * next change, save or free of the file; the change itself may be given it.
  *
  * A caller may also make a session itself, on a context and a package that it has loaded, with
  * ptr.p and ptr.s in them: the operations take it as it is, and committing and freeing are the

@@ -51,6 +51,10 @@ int fail_with(int error) {
     return -1;
 }
 
+bool is_exchange(const void* req, size_t req_len, const void* resp, size_t resp_len) {
+    return req && is_size(req_len) && resp && is_size(resp_len);
+}
+
 bool send_or_close(int sock, const void* req, size_t req_len, int flags) {
     if (send(sock, req, req_len, flags) >= 0) return true;
     close(sock);
@@ -74,8 +78,7 @@ int ipc_connect(const char* server_name) {
 
 int ipc_cmd(int sock, const void* req, size_t req_len, void* resp, size_t resp_len,
             int timeout_secs) {
-    if (!req || !is_size(req_len) || !resp || !is_size(resp_len)) return fail_with(EINVAL);
-    if (sock >= FD_SETSIZE) return fail_with(EINVAL);
+    if (!is_exchange(req, req_len, resp, resp_len) || sock >= FD_SETSIZE) return fail_with(EINVAL);
     if (!send_or_close(sock, req, req_len, MSG_DONTWAIT | MSG_NOSIGNAL)) return -1;
     fd_set readable;
     FD_ZERO(&readable);
@@ -98,6 +101,7 @@ int ipc_close(int sock) {
 
 int ipc_exec(const char* server_name, const void* req, size_t req_len, void* resp,
              size_t resp_len) {
+    if (!is_exchange(req, req_len, resp, resp_len)) return fail_with(EINVAL);
     const int sock = ipc_connect(server_name);
     if (sock < 0) return -1;
     const int received = ipc_cmd(sock, req, req_len, resp, resp_len, kExecSeconds);

@@ -181,7 +181,7 @@ void redboot_store_default(Entry* entry, const redboot_config_option& option) {
     switch (option.type) {
         case REDBOOT_CONFIG_NET_PORT:
             memmove(entry->value(), source,
-                    std::min(entry->room(), strnlen(source, kTextSize) + 1));
+                    std::min(entry->room(), strnlen(source, entry->room()) + 1));
             break;
         case REDBOOT_CONFIG_SCRIPT:
             break;

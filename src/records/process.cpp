@@ -102,8 +102,10 @@ class ProcessFile {
 };
 
 // False where the process surely has another name. The kernel makes "comm", the bare name, in less
-// than half the time of "status", which shows the same name with its line feeds escaped.
+// than half the time of "status", which shows the same name with its line feeds escaped. The empty
+// name is that of no process: it stands for a status that has none.
 bool may_be_named(int pid, const char* name) {
+    if (!*name) return false;
     ProcessFile comm(pid, "comm");
     if (!comm) return true;
     const char* line = comm.next_line();

@@ -245,7 +245,7 @@ bool watchdog_made_reset() {
 // a run, so this is still the same one. The record's time may have been corrected since.
 bool is_recorded_already(const StoreFront& front) {
     const int slot = newest_slot(front.header);
-    if (slot < 0 || recorded_reset.sequence == 0) return false;
+    if (slot < 0 || recorded_reset.cause == 0) return false;
     reboot_cause_record newest = front.ring[slot];
     newest.time = recorded_reset.time;
     newest.time_quality = recorded_reset.time_quality;

@@ -492,11 +492,15 @@ TEST_F(Ipc, ExecNeedsAServer) {
     EXPECT_EQ(errno, EINVAL);
 }
 
-TEST_F(Ipc, ExecRejectsWhatCmdRejects) {
+TEST_F(Ipc, ExecRejectsWhatCmdRejectsBeforeItConnects) {
+    faults::reset();
     EXPECT_EQ(ipc_exec("fmd", nullptr, 6, reply.data(), 16), -1);
     EXPECT_EQ(errno, EINVAL);
     EXPECT_EQ(ipc_exec("fmd", "status", 6, reply.data(), 0), -1);
     EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(ipc_exec("nobody", "status", 0, reply.data(), 16), -1);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(faults::count("socket"), 0U);
 }
 
 TEST_F(Ipc, ExecKeepsTheCauseAlthoughItClosesTwice) {

@@ -40,9 +40,9 @@ int64_t micro(const timespec& time) {
     return time.tv_sec * kSecond + time.tv_nsec / 1000;
 }
 
-// Not every kernel takes a limit of whole seconds in its microseconds.
-bool is_limit(int64_t seconds, int64_t fraction, int64_t second) {
-    if (seconds >= 0 && fraction >= 0 && fraction < second) return true;
+// Whether the part of a second in a limit is one; Linux asks for that in pselect() alone.
+bool is_normalized(long part, long parts) {
+    if (part >= 0 && part < parts) return true;
     errno = EINVAL;
     return false;
 }
@@ -133,7 +133,7 @@ int watched_pselect(int count, fd_set* reads, fd_set* writes, fd_set* errors, co
             dlsym(RTLD_NEXT, "pselect"));
     const auto micros = limit ? std::optional(micro(*limit)) : std::nullopt;
     if (starts({count, micros, true, members(reads), writes || errors})) return -1;
-    if (limit && !is_limit(limit->tv_sec, limit->tv_nsec, kSecond * 1000)) return -1;
+    if (limit && !is_normalized(limit->tv_nsec, 1000 * kSecond)) return -1;
     if (!virtual_now || !limit) return next(count, reads, writes, errors, limit, mask);
     const timespec none = {};
     const int ready = next(count, reads, writes, errors, &none, mask);
@@ -147,7 +147,7 @@ int watched_select(int count, fd_set* reads, fd_set* writes, fd_set* errors, tim
     const auto micros =
         limit ? std::optional<int64_t>(limit->tv_sec * kSecond + limit->tv_usec) : std::nullopt;
     if (starts({count, micros, false, members(reads), writes || errors})) return -1;
-    if (limit && !is_limit(limit->tv_sec, limit->tv_usec, kSecond)) return -1;
+    if (limit && !is_normalized(limit->tv_usec, kSecond)) return -1;
     if (!virtual_now || !limit) return next(count, reads, writes, errors, limit);
     timeval none = {};
     const int ready = next(count, reads, writes, errors, &none);

@@ -166,6 +166,7 @@ TEST_F(Mtd, CountsPartitionLinesOnly) {
         " mtd3: \"kernel\"\n"
         "mtd: \"kernel\"\n"
         "mtd 4: \"kernel\"\n"
+        "mtd4294967299: \"kernel\"\n"
         "mtd2: \"kernel\"\n");
     EXPECT_EQ(content(mtd_open_match("kernel", 0, 0)), "mtd4");
     EXPECT_EQ(content(mtd_open_match("kernel", 1, 0)), "mtd2");

@@ -782,6 +782,13 @@ TEST_F(Redboot, AddingOverAnEntryOfAnotherTypeKeepsToItsRoom) {
             entry(2, "n", "abcd") + entry(9, "odd", "") + int_entry("next", 2);
         EXPECT_EQ(loaded_block().substr(8, 4080), boot_block(expected).substr(8, 4080));
     }
+    const std::string line(300, 'l');
+    load_entries(script_entry("script", std::string(500, '-')));
+    EXPECT_EQ(add(option("script", REDBOOT_CONFIG_NET_PORT, pointer(line.c_str()))),
+              (Outcome{1, ""}));
+    EXPECT_EQ(
+        loaded_block().substr(8, 4080),
+        boot_block(script_entry("script", line + '\0' + std::string(199, '-'))).substr(8, 4080));
     load_entries(string_entry("s", "text") + entry(9, "odd", ""));
     EXPECT_EQ(add(option("s", REDBOOT_CONFIG_INT, 0x44434241)), (Outcome{1, ""}));
     EXPECT_EQ(add(option("odd", REDBOOT_CONFIG_INT, 5)), (Outcome{1, ""}));

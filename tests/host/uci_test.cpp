@@ -485,7 +485,8 @@ TEST_F(UciLookup, RefusesMalformedPaths) {
     for (const char* text : {"", ".b", "=v", "x.b.o.p", "x.b.o-p", "x.b.", "x y.b", "x.b.o=\x01"}) {
         EXPECT_EQ(Path(context_, text).error, UCI_ERR_PARSE) << text;
     }
-    for (const char* text : {"x.", "x..o", "x.b-c", "x.@a", "x.@a[0", "x.@a[z]", "x.@a[0]z"}) {
+    for (const char* text : {"x.", "x..o", "x.b-c", "x.@a", "x.@a[0", "x.@a[z]", "x.@a[0]z",
+                             "x.@a b[0]", "x.@\xe9[0]", "x.@\x7f[0]"}) {
         EXPECT_EQ(Path(context_, text).error, UCI_ERR_INVAL) << text;
     }
 }

@@ -219,6 +219,8 @@ TEST_F(ProcessTest, PassesOverAProcessThatDiesMeanwhile) {
     EXPECT_EQ(apps_is_running(kRoamd), 0);
     tq_test::write_file("/proc/9/status", "Name:\troamd\n");
     EXPECT_EQ(apps_is_running(kRoamd), 1);
+    table()[kRoamd].name = "";
+    EXPECT_EQ(apps_is_running(kRoamd), 0);
 }
 
 TEST_F(ProcessTest, SurvivesProcessesThatComeAndGo) {

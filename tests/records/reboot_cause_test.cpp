@@ -1415,6 +1415,17 @@ TEST_F(UpCheck, CountsAFreshStoreAsAResetOnce) {
     EXPECT_EQ(bytes_of(stored()), bytes_of(before));
 }
 
+TEST_F(UpCheck, RecordsTheResetBehindNumber65535Once) {
+    Image image = empty_store();
+    image.header.statistic.total = 65535;
+    put(image);
+    EXPECT_EQ(rb_kernel_up_check(), 100);
+    const Image before = stored();
+    EXPECT_EQ(before.header.statistic.total, 0);
+    EXPECT_EQ(rb_kernel_up_check(), 0);
+    EXPECT_EQ(bytes_of(stored()), bytes_of(before));
+}
+
 TEST_F(UpCheck, AddsNothingToARunWhoseTimesWereCorrected) {
     run_device();
     EXPECT_EQ(rb_kernel_up_check(), 100);

@@ -394,12 +394,12 @@ TEST_P(UciChange, IsInTheFileAndNothingElseIs) {
 }
 
 // By libuci itself, as any other program does it.
-void stage(const std::string& path) {
+void stage(const std::string& path, int (*change)(uci_context*, uci_ptr*) = uci_set) {
     const Context context = new_context();
     std::string copy = path;
     uci_ptr target{};
     ASSERT_EQ(uci_lookup_ptr(context.get(), &target, copy.data(), true), UCI_OK);
-    ASSERT_EQ(uci_set(context.get(), &target), UCI_OK);
+    ASSERT_EQ(change(context.get(), &target), UCI_OK);
     ASSERT_EQ(uci_save(context.get(), target.p), UCI_OK);
 }
 
@@ -993,6 +993,13 @@ TEST_F(AddUciSection, GivesTheIndexAmongTheSectionsOfTheType) {
 TEST_F(AddUciSection, WritesTheFileAsItHasLoadedIt) {
     EXPECT_EQ(add_uci_section("store", "beta"), 2);
     EXPECT_THAT(tq_test::take_overwrites(), ElementsAre(true));
+}
+
+TEST_F(AddUciSection, HasLibuciApplyTwiceWhatWasStaged) {
+    stage("store.one.l=z", uci_add_list);
+    EXPECT_EQ(add_uci_section("store", "beta"), 2);
+    expect_committed(replaced(kStore, "l 'y'\n", "l 'y'\n\tlist l 'z'\n\tlist l 'z'\n") +
+                     "config beta\n\n");
 }
 
 TEST_F(AddUciSection, GivesAnIndexThatTheOtherFunctionsTake) {

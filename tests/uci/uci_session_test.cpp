@@ -677,6 +677,15 @@ TEST_P(SessionOperation, RejectsASessionWhoseSectionWasDeleted) {
     expect_rejected(&session, "channel", "x", "uctx->ptr.s:nil\n");
 }
 
+TEST_P(SessionOperation, RejectsASessionWhoseSectionWasRenamed) {
+    uci_config_ctx session = radio0();
+    std::string path = "wireless.radio0=renamed";
+    uci_ptr section{};
+    ASSERT_EQ(uci_lookup_ptr(session.ctx, &section, path.data(), true), UCI_OK);
+    ASSERT_EQ(uci_rename(session.ctx, &section), UCI_OK);
+    expect_rejected(&session, "channel", "x", "uctx->ptr.s:nil\n");
+}
+
 TEST_P(SessionOperation, RejectsASessionWhoseSectionAnotherProcessDeleted) {
     uci_config_ctx session = radio0();
     EXPECT_EQ(uci("delete wireless.radio0 && uci commit wireless").status, 0);
