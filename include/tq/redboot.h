@@ -118,7 +118,8 @@ TQ_API int redboot_set_config(const char *key, const void *value, uint32_t type)
 /* Adds an entry in memory, behind the last one, with its default as the value; where the key is
  * there already, writes the default into that entry's value instead, whatever its type is, cut to
  * the room that it has. As values, a string is read as by redboot_set_config, a port up to and with
- * its terminator; for a script or an unknown type none is written.
+ * its terminator, within the block no further than the entry area; for a script or an unknown type
+ * none is written.
  * The name bytes are added to the bytes in the free space, which the boot loader leaves zero.
  * 1; 0 with "No space to add '%s'" when the entry does not fit into the 4080 bytes of the entry
  * area, or a key's length into its byte (254 characters); 0 without a message when nothing was

@@ -174,14 +174,27 @@ bool is_valid_option(const redboot_config_option* option) {
     return option->default_value != 0 || !default_is_pointer(option->type);
 }
 
+// How many bytes of a text may be looked at, of so many: one that redboot_get_config has handed out
+// need not have an end within the block.
+size_t readable(const char* text, size_t size) {
+    const size_t offset =
+        reinterpret_cast<uintptr_t>(text) - reinterpret_cast<uintptr_t>(redboot_config);
+    return offset < kEntriesEnd ? std::min(size, kEntriesEnd - offset) : size;
+}
+
+// A text as it is, without zeros behind its terminator.
+void store_port(Entry* entry, const char* text) {
+    const size_t size = readable(text, entry->room());
+    memmove(entry->value(), text, std::min(size, strnlen(text, size) + 1));
+}
+
 void redboot_store_default(Entry* entry, const redboot_config_option& option) {
     // NOLINTNEXTLINE(performance-no-int-to-ptr): a word that is a pointer for some types
     const auto* source = reinterpret_cast<const char*>(option.default_value);
     const auto number = static_cast<uint32_t>(option.default_value);
     switch (option.type) {
         case REDBOOT_CONFIG_NET_PORT:
-            memmove(entry->value(), source,
-                    std::min(entry->room(), strnlen(source, entry->room()) + 1));
+            store_port(entry, source);
             break;
         case REDBOOT_CONFIG_SCRIPT:
             break;

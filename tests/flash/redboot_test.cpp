@@ -796,6 +796,17 @@ TEST_F(Redboot, AddingOverAnEntryOfAnotherTypeKeepsToItsRoom) {
               boot_block(string_entry("s", "ABCD") + entry(9, "odd", "")).substr(8, 4080));
 }
 
+TEST_F(Redboot, ReadsAPortNoFurtherThanTheAreaThatItLiesIn) {
+    const std::string gap(4080 - 518 - 134, '\0');
+    const std::string port = entry(7, "p", std::string(128, 'p'));
+    load_entries(script_entry("s", std::string(512, '-')) + gap + port);
+    EXPECT_EQ(
+        add(option("s", REDBOOT_CONFIG_NET_PORT, pointer(text("p", REDBOOT_CONFIG_NET_PORT)))),
+        (Outcome{1, ""}));
+    const std::string stored = std::string(128, 'p') + std::string(384, '-');
+    EXPECT_EQ(loaded_block().substr(8, 4080), script_entry("s", stored) + gap + port);
+}
+
 // Entries that leave exactly that many bytes of the area.
 std::string entries_leaving(size_t room) {
     std::string entries;
