@@ -2,6 +2,7 @@
 // end as planned, by a power loss, by the watchdog, and in the middle of a write.
 #include "tq/reboot_cause.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,6 +14,7 @@
 #include <sys/statfs.h>
 #include <sys/time.h>
 #include <sys/wait.h>
+#include <tq/oem.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -40,7 +42,20 @@ namespace {
 // The clock of the device, where a test has set it.
 std::optional<uint32_t> device_time;
 
+// What the board library writes in place of the board's path, not terminated.
+std::optional<std::string> path_of_test;
+
 }  // namespace
+
+int tq_get_oem_ap_type_partion_info(int selector, char* out, int len) {
+    if (path_of_test) {
+        memcpy(out, path_of_test->data(), path_of_test->size());
+        return 0;
+    }
+    auto* board =
+        reinterpret_cast<decltype(&tq_get_oem_ap_type_partion_info)>(dlsym(RTLD_NEXT, __func__));
+    return board(selector, out, len);
+}
 
 extern "C" int device_clock(timeval* now, void* zone) asm("gettimeofday");
 
@@ -223,6 +238,7 @@ class RebootCauseTest : public DeviceTest {
             fprintf(stderr, "The reboot is not masked: %s\n", problem.c_str());
             exit(125);
         }
+        path_of_test.reset();
         set_store_path(kStore);
         mkdir(kDirectory, 0755);
     }
@@ -283,6 +299,21 @@ TEST_F(StorePath, HasRoomFor31Bytes) {
     const std::string longest = "/tmp/" + std::string(26, 'p');
     set_store_path(longest);
     EXPECT_STREQ(get_reboot_cause_file(), longest.c_str());
+}
+
+TEST_F(StorePath, EndsWithinItsRoomWhateverTheBoardLibraryWrites) {
+    path_of_test = "/tmp/" + std::string(27, 'p');
+    EXPECT_STREQ(get_reboot_cause_file(), path_of_test->substr(0, 31).c_str());
+    EXPECT_EQ(rb_kernel_up_check(), 100);
+    EXPECT_TRUE(exists(path_of_test->substr(0, 31)));
+}
+
+TEST_F(StorePath, IsNotAnEarlierOneWhereTheBoardLibraryWritesNothing) {
+    EXPECT_EQ(rb_kernel_up_check(), 100);
+    EXPECT_EQ(rb_set_ntp_sync_flag(1), 0);
+    path_of_test = "";
+    EXPECT_EQ(rb_set_ntp_sync_flag(1), -1);
+    EXPECT_EQ(rb_kernel_up_check(), 0);
 }
 
 TEST_F(StorePath, IsNullWhereTheBoardNamesNone) {
