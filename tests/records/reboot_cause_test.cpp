@@ -49,7 +49,7 @@ std::optional<std::string> path_of_test;
 
 int tq_get_oem_ap_type_partion_info(int selector, char* out, int len) {
     if (path_of_test) {
-        memcpy(out, path_of_test->data(), path_of_test->size());
+        path_of_test->copy(out, static_cast<size_t>(len));
         return 0;
     }
     auto* board =
