@@ -117,7 +117,7 @@ bool is_valid_name(const char* text) {
 }
 
 bool is_graphic(const char* text) {
-    return is_text_of(text, [](unsigned char c) { return c > ' ' && c < 0x7f; });
+    return is_text_of(text, is_graphic_character);
 }
 
 bool is_valid_package(const char* text) {

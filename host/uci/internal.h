@@ -86,6 +86,10 @@ void free_option(uci_option* option);
 void free_section(uci_section* section);
 void free_package(uci_package* package);
 
+inline bool is_graphic_character(unsigned char c) {
+    return c > ' ' && c < 0x7f;
+}
+
 // Whether a text is not empty, and of what is allowed: a type, and a file's name or path, of
 // visible ASCII.
 bool is_graphic(const char* text);

@@ -1,4 +1,5 @@
 // lookup.cpp - from a path text to packages, sections and options.
+#include <algorithm>
 #include <cstring>
 
 #include "internal.h"
@@ -59,13 +60,6 @@ uci_section* nth_of_type(uci_package* package, const char* type, size_t length, 
     return nullptr;
 }
 
-bool is_type(const char* text, size_t length) {
-    for (size_t i = 0; i < length; ++i) {
-        if (text[i] <= ' ' || text[i] > '~') return false;
-    }
-    return true;
-}
-
 // "@type[index]", or "@[index]" for a section of any type.
 int find_extended(uci_ptr* ptr, uci_section** section) {
     const char* text = ptr->section;
@@ -73,9 +67,8 @@ int find_extended(uci_ptr* ptr, uci_section** section) {
     int index = 0;
     if (*text != '@' || !bracket || !parse_index(bracket, &index)) return UCI_ERR_INVAL;
     const char* type = text + 1;
-    const auto length = static_cast<size_t>(bracket - type);
-    if (!is_type(type, length)) return UCI_ERR_INVAL;
-    *section = nth_of_type(ptr->p, type, length, index);
+    if (!std::all_of(type, bracket, is_graphic_character)) return UCI_ERR_INVAL;
+    *section = nth_of_type(ptr->p, type, static_cast<size_t>(bracket - type), index);
     if (*section) ptr->section = (*section)->e.name;
     return UCI_OK;
 }
