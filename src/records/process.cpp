@@ -102,10 +102,8 @@ class ProcessFile {
 };
 
 // False where the process surely has another name. The kernel makes "comm", the bare name, in less
-// than half the time of "status", which shows the same name with its line feeds escaped. The empty
-// name is that of no process: it stands for a status that has none.
+// than half the time of "status", which shows the same name with its line feeds escaped.
 bool may_be_named(int pid, const char* name) {
-    if (!*name) return false;
     ProcessFile comm(pid, "comm");
     if (!comm) return true;
     const char* line = comm.next_line();
@@ -169,6 +167,8 @@ int apps_is_running(uint32_t id) {
     if (!name) return -1;
     ProcessList processes;
     if (!processes) return -1;
+    // No process has the empty name, which is also what a status without one reads as.
+    if (!*name) return 0;
     while (const int pid = processes.next()) {
         if (may_be_named(pid, name) && ProcessFile(pid, "status").scan_name() == name) return 1;
     }
